@@ -1,0 +1,374 @@
+#include "numeric/matvect.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <memory>
+#include <utility>
+
+namespace {
+
+// y -= s x over columns 0 .. n - 1.
+inline void subtractscaled(double *__restrict y, const double *__restrict x, std::size_t n,
+                           double s) {
+    for (std::size_t i = 0; i < n; ++i) y[i] -= x[i] * s;
+}
+
+// One row of a product C = A B, columns 0 .. ncols - 1. Every element is summed over k in ascending
+// order; a row of B at a time lets the elements of the row grow side by side.
+void productrow(const double *__restrict arow, const double *__restrict b, double *__restrict crow,
+                std::size_t m, std::size_t bcols, std::size_t ncols) {
+    std::fill(crow, crow + ncols, 0.0);
+    std::size_t k = 0;
+    for (; k + 4 <= m; k += 4) {
+        const double a0 = arow[k];
+        const double a1 = arow[k + 1];
+        const double a2 = arow[k + 2];
+        const double a3 = arow[k + 3];
+        const double *const b0 = b + k * bcols;
+        const double *const b1 = b0 + bcols;
+        const double *const b2 = b1 + bcols;
+        const double *const b3 = b2 + bcols;
+        for (std::size_t j = 0; j < ncols; ++j)
+            crow[j] = (((crow[j] + a0 * b0[j]) + a1 * b1[j]) + a2 * b2[j]) + a3 * b3[j];
+    }
+    for (; k < m; ++k) {
+        const double ak = arow[k];
+        const double *const bk = b + k * bcols;
+        for (std::size_t j = 0; j < ncols; ++j) crow[j] += ak * bk[j];
+    }
+}
+
+// out[r] = sum over s of x(s) y(r, s) for nrows rows of y, each sum in ascending order of s. Four
+// rows at a time: a single running sum would wait for its own additions.
+void rowproducts(const double *x, const double *y, std::size_t stride, std::size_t count,
+                 double *out, std::size_t nrows) {
+    std::size_t r = 0;
+    for (; r + 4 <= nrows; r += 4) {
+        const double *const y0 = y + r * stride;
+        const double *const y1 = y0 + stride;
+        const double *const y2 = y1 + stride;
+        const double *const y3 = y2 + stride;
+        double s0 = 0.0;
+        double s1 = 0.0;
+        double s2 = 0.0;
+        double s3 = 0.0;
+        for (std::size_t s = 0; s < count; ++s) {
+            s0 += x[s] * y0[s];
+            s1 += x[s] * y1[s];
+            s2 += x[s] * y2[s];
+            s3 += x[s] * y3[s];
+        }
+        out[r] = s0;
+        out[r + 1] = s1;
+        out[r + 2] = s2;
+        out[r + 3] = s3;
+    }
+    for (; r < nrows; ++r) {
+        double sum = 0.0;
+        for (std::size_t s = 0; s < count; ++s) sum += x[s] * y[r * stride + s];
+        out[r] = sum;
+    }
+}
+
+// Upper Cholesky factor U of A = U^T U, in place in the upper triangle of u, row by row:
+//   U(i, j) = (A(i, j) - sum over k < i of U(k, j) U(k, i)) / U(i, i),  j > i.
+// Returns the determinant of A, or 0 for a negative pivot.
+double choleskyfactor(std::size_t n, const double *a, double *u) {
+    double determinant = 1.0;
+    for (std::size_t i = 0; i < n; ++i) {
+        double *const row = u + i * n;
+        std::copy(a + i * n + i, a + (i + 1) * n, row + i);
+        for (std::size_t k = 0; k < i; ++k) {
+            const double *const above = u + k * n;
+            subtractscaled(row + i, above + i, n - i, above[i]);
+        }
+        const double pivot = row[i];
+        if (pivot < 0.0) return 0.0;
+        determinant *= pivot;
+        row[i] = std::sqrt(pivot);
+        for (std::size_t j = i + 1; j < n; ++j) row[j] /= row[i];
+    }
+    return determinant;
+}
+
+// V = U^-1, upper triangle only:  V(r, i) = -(sum over s = r + 1 .. i of V(s, i) U(r, s)) / U(r,
+// r).
+void invertuppertriangle(std::size_t n, const double *u, double *v) {
+    for (std::size_t r = n; r-- > 0;) {
+        double *const row = v + r * n;
+        std::fill(row + r, row + n, 0.0);
+        for (std::size_t s = r + 1; s < n; ++s) {
+            const double *const below = v + s * n;
+            const double factor = u[r * n + s];
+            for (std::size_t i = s; i < n; ++i) row[i] += below[i] * factor;
+        }
+        const double pivot = u[r * n + r];
+        for (std::size_t i = r + 1; i < n; ++i) row[i] = -row[i] / pivot;
+        row[r] = 1.0 / pivot;
+    }
+}
+
+int invertnumber(const double *a, double *inverse) {
+    if (a[0] == 0.0) return -1;
+    inverse[0] = 1.0 / a[0];
+    return 0;
+}
+
+// First row below the diagonal with something in column i; n when there is none. A NaN counts.
+std::size_t pivotrow(std::size_t n, const double *a, std::size_t i) {
+    std::size_t r = i + 1;
+    while (r < n && a[r * n + i] == 0.0) ++r;
+    return r;
+}
+
+}  // namespace
+
+int initializemat(double *a, std::uint32_t count, double value) {
+    std::fill(a, a + count, value);
+    return 0;
+}
+
+int initializedmat(double *a, std::uint32_t n, double value) {
+    const std::size_t count = std::size_t{n} * n;
+    std::fill(a, a + count, 0.0);
+    for (std::size_t i = 0; i < n; ++i) a[i * (std::size_t{n} + 1)] = value;
+    return 0;
+}
+
+void identmat(double *a, std::uint32_t n) { initializedmat(a, n, 1.0); }
+
+int copymat(double *destination, const double *source, std::uint32_t count) {
+    std::copy(source, source + count, destination);
+    return 0;
+}
+
+int addmat(double *destination, const double *source, std::uint32_t count, double scale) {
+    if (scale == 0.0) return 0;
+    if (scale == 1.0) {
+        for (std::size_t i = 0; i < count; ++i) destination[i] += source[i];
+    } else if (scale == -1.0) {
+        for (std::size_t i = 0; i < count; ++i) destination[i] -= source[i];
+    } else {
+        for (std::size_t i = 0; i < count; ++i) destination[i] += scale * source[i];
+    }
+    return 0;
+}
+
+int copymatwtr(double *destination, const double *source, std::uint32_t rows, std::uint32_t cols,
+               std::uint8_t transpose, double scale) {
+    const std::size_t count = std::size_t{rows} * cols;
+    if (scale == 0.0) {
+        std::fill(destination, destination + count, 0.0);
+        return 0;
+    }
+    // A product with -1 is the exact negative, so the one scale serves both cases.
+    if (transpose == 0) {
+        for (std::size_t i = 0; i < count; ++i) destination[i] = scale * source[i];
+        return 0;
+    }
+    for (std::size_t i = 0; i < rows; ++i)
+        for (std::size_t j = 0; j < cols; ++j)
+            destination[i * cols + j] = scale * source[j * rows + i];
+    return 0;
+}
+
+int simprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,
+               std::int8_t symmetric) {
+    const double sign = symmetric == 1 ? 1.0 : -1.0;
+    for (std::size_t i = 0; i < n; ++i) {
+        productrow(a + i * m, b, c + i * n, m, n, i + 1);
+        for (std::size_t j = 0; j < i; ++j) c[j * n + i] = sign * c[i * n + j];
+    }
+    return 0;
+}
+
+int simpmprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,
+                 std::int8_t symmetric) {
+    const double sign = symmetric == 1 ? 1.0 : -1.0;
+    const std::size_t count = std::size_t{n} * n;
+    const std::size_t half = (count + 1) / 2;  // elements to compute, the centre included
+    for (std::size_t i = 0; i * n < half; ++i)
+        productrow(a + i * m, b, c + i * n, m, n, std::min<std::size_t>(n, half - i * n));
+    for (std::size_t p = 0; p < half; ++p) c[count - 1 - p] = sign * c[p];
+    return 0;
+}
+
+int repltriangmat(double *a, std::uint32_t n) {
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < i; ++j) a[j * n + i] = a[i * n + j];
+    return 0;
+}
+
+int sortelems(double *a, std::uint32_t n, std::uint32_t k, std::int8_t order) {
+    const std::size_t last = std::min(k, n);
+    for (std::size_t i = 0; i <= last; ++i)
+        for (std::size_t j = i + 1; j < n; ++j)
+            if (order == -1 ? a[j] > a[i] : a[i] > a[j]) std::swap(a[i], a[j]);
+    return 0;
+}
+
+double medianelem(double *a, std::uint32_t n) {
+    // Deliberate: an even count gives the upper middle element. A smoothed track then holds only
+    // values that some frame had, never an average of two.
+    sortelems(a, n, n / 2, 0);
+    return a[n / 2];
+}
+
+double choleskyinvdet(std::uint32_t n, double *a, double *inverse, std::int16_t keepinput) {
+    if (n == 0) return 0.0;
+    if (n == 1) {
+        const double determinant = a[0];
+        return invertnumber(a, inverse) == 0 ? determinant : 0.0;
+    }
+    double *const u = inverse;
+    const double determinant = choleskyfactor(n, a, u);
+    if (determinant == 0.0) return 0.0;
+
+    std::unique_ptr<double[]> scratch;
+    if (keepinput == 1) scratch = std::make_unique_for_overwrite<double[]>(std::size_t{n} * n);
+    double *const v = scratch ? scratch.get() : a;
+    invertuppertriangle(n, u, v);
+
+    // A^-1 = V V^T. V is upper triangular, so element (r, c), c >= r, sums from s = c on; as (c, r)
+    // it is written over U, of which nothing is needed any more.
+    for (std::size_t c = 0; c < n; ++c) {
+        const double *const column = v + c * n + c;
+        rowproducts(column, v + c, n, n - c, inverse + c * n, c + 1);
+        for (std::size_t r = 0; r < c; ++r) inverse[r * n + c] = inverse[c * n + r];
+    }
+    return determinant;
+}
+
+int toeplitzsiminv(std::uint32_t n, const double *t, double *inverse) {
+    if (n == 0) return -1;
+    if (n == 1) return invertnumber(t, inverse);
+
+    // x solves T(k) x = (1, 0, .., 0) for the leading submatrix of order k; reversed, it solves for
+    // the last unit vector. The next order needs the residual e that x leaves in row k,
+    //   e = sum over i < k of x(i) T(k, i),
+    //   x' = (x - e reversed x) / (1 - e^2), both padded with a zero to length k + 1.
+    // Row k of a Toeplitz matrix is the tail of its last row.
+    double *const x = inverse;
+    const double *const lastrow = t + std::size_t{n} * (n - 1);
+    x[0] = 1.0 / t[0];
+    for (std::size_t k = 1; k < n; ++k) {
+        const double *const row = lastrow + (n - 1 - k);
+        double e = 0.0;
+        for (std::size_t i = 0; i < k; ++i) e += x[i] * row[i];
+        if (e == 1.0) return -1;
+        const double g = 1.0 / (1.0 - e * e);
+        const double h = -e * g;
+        x[k] = 0.0;
+        for (std::size_t i = 0, j = k; i < j; ++i, --j) {
+            const double xi = x[i];
+            const double xj = x[j];
+            x[i] = xi * g + xj * h;
+            x[j] = xj * g + xi * h;
+        }
+        if (k % 2 == 0) x[k / 2] *= g + h;
+    }
+
+    // Trench: with x the first column of the inverse S,
+    //   S(i, j) = S(i - 1, j - 1) + (x(i) x(j) - x(n - i) x(n - j)) / x(0),  i, j >= 1.
+    // S is symmetric about both diagonals, so the lower half of its rows reverses the upper half.
+    const double scale = 1.0 / x[0];
+    const std::size_t half = (std::size_t{n} + 1) / 2;
+    for (std::size_t i = 1; i < half; ++i) {
+        const double *const above = inverse + (i - 1) * n;
+        double *const row = inverse + i * n;
+        const double xi = x[i];
+        const double xni = x[n - i];
+        row[0] = xi;
+        for (std::size_t j = 1; j < n; ++j)
+            row[j] = above[j - 1] + (xi * x[j] - xni * x[n - j]) * scale;
+    }
+    for (std::size_t i = half; i < n; ++i)
+        std::reverse_copy(inverse + (n - 1 - i) * n, inverse + (n - i) * n, inverse + i * n);
+    return 0;
+}
+
+int simgaussinv(std::uint32_t n, double *a, double *inverse) {
+    if (n == 0) return -1;
+    if (n == 1) return invertnumber(a, inverse);
+
+    identmat(inverse, n);
+    std::size_t width = 0;  // highest column of the inverse that can be anything but 0
+    for (std::size_t i = 0; i < n; ++i) {
+        double *const arow = a + i * n;
+        double *const irow = inverse + i * n;
+        width = std::max(width, i);
+        if (arow[i] == 0.0) {
+            const std::size_t r = pivotrow(n, a, i);
+            if (r == n) return -1;
+            width = std::max(width, r);
+            std::swap_ranges(arow + i, arow + n, a + r * n + i);
+            std::swap_ranges(irow, irow + width + 1, inverse + r * n);
+        }
+        for (std::size_t r = i + 1; r < n; ++r) {
+            double *const lower = a + r * n;
+            if (lower[i] == 0.0) continue;
+            const double f = lower[i] / arow[i];
+            lower[i] = 0.0;
+            subtractscaled(lower + i + 1, arow + i + 1, n - i - 1, f);
+            subtractscaled(inverse + r * n, irow, width + 1, f);
+        }
+    }
+    // The result is symmetric, so from here on only columns up to the diagonal are carried.
+    for (std::size_t i = n; i-- > 0;) {
+        double *const irow = inverse + i * n;
+        const double f = 1.0 / a[i * n + i];
+        a[i * n + i] = 1.0;
+        for (std::size_t c = 0; c <= i; ++c) irow[c] *= f;
+        for (std::size_t r = 0; r < i; ++r) {
+            const double above = a[r * n + i];
+            if (above == 0.0) continue;
+            a[r * n + i] = 0.0;
+            subtractscaled(inverse + r * n, irow, r + 1, above);
+        }
+    }
+    return repltriangmat(inverse, n);
+}
+
+int solveleastsquares(const double *a, const double *b, double *x, std::uint32_t m, std::uint32_t n,
+                      std::uint32_t k, double *work, std::int16_t regularise) {
+    const std::size_t order = n;
+    std::unique_ptr<double[]> own;
+    if (work == nullptr) {
+        own = std::make_unique_for_overwrite<double[]>((k + 2 * order) * order);
+        work = own.get();
+    }
+    double *const g = work;                   // A^T A
+    double *const inverse = g + order * n;    // its inverse
+    double *const atb = inverse + order * n;  // A^T B, n x k
+
+    // Both products grow by one equation at a time, so each element sums over the rows of A in
+    // order.
+    std::fill(g, g + order * n, 0.0);
+    std::fill(atb, atb + order * k, 0.0);
+    for (std::size_t r = 0; r < m; ++r) {
+        const double *const arow = a + r * n;
+        const double *const brow = b + r * k;
+        for (std::size_t i = 0; i < n; ++i) {
+            const double ai = arow[i];
+            double *const grow = g + i * n;
+            for (std::size_t j = 0; j <= i; ++j) grow[j] += ai * arow[j];
+            for (std::size_t j = 0; j < k; ++j) atb[i * k + j] += brow[j] * ai;
+        }
+    }
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < i; ++j) g[j * n + i] = g[i * n + j];
+    if (regularise == 1) {
+        constexpr double penalty = 0.015791367;  // 8 pi^2 0.0002
+        for (std::size_t i = 0; i < n; ++i) g[i * n + i] += penalty * static_cast<double>(i * i);
+    }
+    if (choleskyinvdet(n, g, inverse, 0) == 0.0) return -1;
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t j = 0; j < k; ++j) {
+            double sum = 0.0;
+            for (std::size_t l = 0; l < n; ++l) sum += inverse[i * n + l] * atb[l * k + j];
+            x[i * k + j] = sum;
+        }
+    }
+    return 0;
+}
