@@ -1,0 +1,266 @@
+#include "analysis/ccanalysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <memory>
+#include <utility>
+
+#include "analysis/harmonicanalysis.h"
+#include "analysis/spectralanalysis.h"
+#include "numeric/dft.h"
+#include "numeric/matvect.h"
+#include "numeric/rotation.h"
+#include "numeric/windowing.h"
+
+namespace {
+
+// The five ways, the kind of harmonic record each needs, and what it does with it.
+enum class harmonicrecord { none, ha, qha };
+
+struct methodentry {
+    ccmethod *method;
+    harmonicrecord record;
+};
+
+constexpr methodentry methods[] = {
+    {getharmmcep, harmonicrecord::ha},  {getharmrdc, harmonicrecord::ha},
+    {getqharmrdc, harmonicrecord::qha}, {getwwcmcep, harmonicrecord::none},
+    {getseemcep, harmonicrecord::none},
+};
+
+methodentry findmethod(std::uint8_t ccmeth) {
+    if (ccmeth < std::size(methods)) return methods[ccmeth];
+    return {getharmmcep, harmonicrecord::qha};
+}
+
+// Transform size by sample rate, raised where three periods of the lowest f0 need more.
+std::uint32_t transformsize(double fs, std::uint32_t noisewindow, double f0min) {
+    std::uint32_t size = 512;
+    for (double rate = 8000.0; fs > rate && rate <= 128000.0; rate *= 2.0) size *= 2;
+    if (fs > 128000.0) size = 0;
+    const std::uint32_t longest = std::max(getwinlengthnperiodsodd(3.0, f0min, fs), noisewindow);
+    return std::max(size, getwinlengthceilpot2(longest));
+}
+
+// Doubles that the discrete-cepstrum methods borrow from the harmonic record: the basis for k
+// frequencies, and behind it the workspace of the least-squares solver.
+std::size_t rdcworkspace(std::size_t k, std::size_t ccord) {
+    const std::size_t unknowns = ccord + 1;
+    return k * unknowns + (1 + 2 * unknowns) * unknowns;
+}
+
+// From a log spectrum in the first half of the buffer to a warped cepstrum. Only quefrencies up to
+// m enter the warping.
+void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::uint32_t ccord,
+                    double *out, double alpha) {
+    double *const scratch = buffer + nfft;
+    const double scale = 1.0 / nfft;
+    for (std::size_t k = 0; k < nfft; ++k) buffer[k] *= scale;
+    std::fill(scratch, scratch + nfft, 0.0);
+    ifftr(static_cast<std::int32_t>(nfft), buffer, scratch);
+    // The warping works on the one-sided cepstrum, in which all but the ends stand for two.
+    buffer[nfft / 2] *= 0.5;
+    buffer[0] *= 0.5;
+    ccwarp(buffer, m, out, ccord, scratch, alpha);
+    out[0] *= 2.0;
+}
+
+int noise2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+             double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+             double alpha) {
+    getnoiselogspectrum(x, nsamples, centre, nfft, buffer, memory->noise, fs);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    return 0;
+}
+
+// Natural log of half the amplitudes over sqrt(f0), in place. Returns false when one has none: an
+// amplitude of exactly 0 has no logarithm.
+bool loglevels(double *amp, std::size_t k, double f0) {
+    const double root = std::sqrt(f0);
+    for (std::size_t i = 0; i < k; ++i) {
+        amp[i] = std::log(amp[i] * 0.5 / root);
+        if (!std::isfinite(amp[i])) return false;
+    }
+    return true;
+}
+
+// Fits the discrete cepstrum to K harmonics: log levels at the given frequencies, or at the
+// multiples of f0 when freqs is null. Returns false when the fit fails.
+bool fitcepstrum(const double *levels, std::uint32_t k, const double *freqs, std::uint32_t ccord,
+                 double *out, hamem *record, double fs, double f0, double alpha) {
+    // The harmonics are known and the next frame begins afresh, so the record is free to be
+    // borrowed.
+    double *const basis = record->data.get();
+    double *const work = basis + std::size_t{k} * (ccord + 1);
+    ccmatrixcreate(ccord, k, freqs, basis, nullptr, f0, fs, alpha);
+    return solveleastsquares(basis, levels, out, k, ccord + 1, 1, work, 1) == 0;
+}
+
+}  // namespace
+
+int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
+                std::uint32_t nframes, const double *f0, std::uint32_t ccord, double *cc,
+                std::uint8_t ccmeth, double fs, double alpha) {
+    double f0min = 60.0;
+    for (std::size_t i = 0; i < nframes; ++i)
+        if (f0[i] >= lowestmodelled) f0min = std::min(f0min, f0[i]);
+    const std::uint32_t lwin = naframesize(fs);
+    const std::uint32_t nfft = transformsize(fs, lwin, f0min);
+    const std::size_t row = std::size_t{ccord} + 1;
+
+    const std::unique_ptr<ccmem, int (*)(ccmem *)> memory(
+        ccmeminitialize(lwin, nfft, ccmeth, fs, f0min), ccmemdestroy);
+    // The borrowed part of the record fits any sensible order many times over; a high one gets
+    // more.
+    if (memory->harmonic != nullptr)
+        hamemreserve(memory->harmonic, rdcworkspace(hanoharms(fs, fs, f0min), ccord));
+    const auto buffer =
+        std::make_unique_for_overwrite<double[]>(nfft + std::max<std::size_t>(nfft, row));
+    ccmethod *const method = findmethod(ccmeth).method;
+    for (std::uint32_t i = 0; i < nframes; ++i) {
+        const double frequency = f0[i] >= lowestmodelled ? f0[i] : 0.0;
+        method(x, nsamples, first + i * lframe, nfft, buffer.get(), ccord, cc + i * row,
+               memory.get(), fs, frequency, alpha);
+    }
+    return 0;
+}
+
+ccmem *ccmeminitialize(std::uint32_t lwin, std::uint32_t nfft, std::uint8_t ccmeth, double fs,
+                       double f0min) {
+    std::unique_ptr<hamem, int (*)(hamem *)> harmonic(nullptr, hamemdestroy);
+    switch (findmethod(ccmeth).record) {
+        case harmonicrecord::none:
+            break;
+        case harmonicrecord::ha:
+            harmonic.reset(hameminitialize(fs, fs, f0min));
+            break;
+        case harmonicrecord::qha:
+            harmonic.reset(qhameminitialize(fs, fs, f0min));
+            break;
+    }
+    std::unique_ptr<namem, int (*)(namem *)> noise(nameminitializefft(lwin, nfft), namemdestroy);
+    auto record = std::make_unique<ccmem>();
+    record->harmonic = harmonic.release();
+    record->noise = noise.release();
+    return record.release();
+}
+
+int ccmemdestroy(ccmem *record) {
+    const std::unique_ptr<ccmem> owned(record);
+    if (!owned) return 0;
+    hamemdestroy(owned->harmonic);
+    return namemdestroy(owned->noise);
+}
+
+double fwarp(double omega, double alpha) {
+    return std::atan2((1.0 - alpha * alpha) * std::sin(omega),
+                      (1.0 + alpha * alpha) * std::cos(omega) - 2.0 * alpha);
+}
+
+int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, double *scratch,
+           double alpha) {
+    if (!(alpha > -1.0 && alpha < 1.0)) return -1;
+    if (alpha == 0.0) {
+        // Deliberate: unlike the recursion, the plain copy goes up to entry p - 1 and takes nothing
+        // from c(m) on.
+        for (std::uint32_t i = 0; i < p; ++i) out[i] = i < m ? c[i] : 0.0;
+        return 0;
+    }
+    // The coefficients pass, from c(m) down to c(0), through a chain of first-order all-pass
+    //   sections, d(0) = alpha g(0) + c(i),  d(1) = alpha g(1) + (1 - alpha^2) g(0),
+    //   d(j) = alpha (g(j) - d(j-1)) + g(j-1),  j = 2 .. p,
+    // where g is the state before the step and d after it. They swap, so no step copies.
+    const double beta = 1.0 - alpha * alpha;
+    double *g = out;
+    double *d = scratch;
+    std::fill(out, out + p + 1, 0.0);
+    for (std::uint32_t i = m + 1; i-- > 0;) {
+        d[0] = alpha * g[0] + c[i];
+        if (p > 0) d[1] = alpha * g[1] + beta * g[0];
+        for (std::uint32_t j = 2; j <= p; ++j) d[j] = alpha * (g[j] - d[j - 1]) + g[j - 1];
+        std::swap(g, d);
+    }
+    if (g != out) std::copy(g, g + p + 1, out);
+    return 0;
+}
+
+int ccmatrixcreate(std::uint32_t p, std::uint32_t k, const double *freqs, double *c, double *s,
+                   double f0, double fs, double alpha) {
+    if (c == nullptr && s == nullptr) return -1;
+    if (c == nullptr) return 0;
+    const double scale = freqs != nullptr ? twopi / fs : twopi * f0 / fs;
+    const std::size_t columns = std::size_t{p} + 1;
+    for (std::size_t row = 0; row < k; ++row) {
+        const double position = freqs != nullptr ? freqs[row] : static_cast<double>(row + 1);
+        const phasor step = unitphasor(fwarp(position * scale, alpha));
+        double *const cosines = c + row * columns;
+        double *const sines = s != nullptr ? s + row * columns : nullptr;
+        cosines[0] = 1.0;
+        if (sines != nullptr) sines[0] = -0.0;
+        phasor z{1.0, 0.0};
+        for (std::size_t j = 1; j <= p; ++j) {
+            z.rotate(step);
+            cosines[j] = 2.0 * z.re;
+            if (sines != nullptr) sines[j] = -2.0 * z.im;
+        }
+    }
+    return 0;
+}
+
+int getharmmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+                double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+                double f0, double alpha) {
+    if (f0 == 0.0 || getlogspectrumfromharms(x, nsamples, centre, nfft, buffer, memory->harmonic, 0,
+                                             fs, f0) != 0)
+        return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    return 0;
+}
+
+int getharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+               double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+               double f0, double alpha) {
+    if (f0 > 0.0) {
+        const std::uint32_t k = hanoharms(fs, fs, f0);
+        if (getharmonics(x, nsamples, centre, k, buffer, nullptr, memory->harmonic, fs, f0) == 0 &&
+            loglevels(buffer, k, f0) &&
+            fitcepstrum(buffer, k, nullptr, ccord, out, memory->harmonic, fs, f0, alpha))
+            return 0;
+    }
+    return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
+}
+
+int getqharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+                double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+                double f0, double alpha) {
+    if (f0 > 0.0) {
+        const std::uint32_t k = hanoharms(fs, fs, f0);
+        double *const freqs = buffer + nfft;
+        if (getsqharmonics(x, nsamples, centre, k, buffer, nullptr, freqs, memory->harmonic, fs,
+                           f0) == 0 &&
+            loglevels(buffer, k, f0) &&
+            fitcepstrum(buffer, k, freqs, ccord, out, memory->harmonic, fs, f0, alpha))
+            return 0;
+    }
+    return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
+}
+
+int getwwcmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+               double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+               double f0, double alpha) {
+    getsignallogspectrum(x, nsamples, centre, nfft, buffer, memory->noise, fs, f0);
+    std::uint32_t m = nfft / 2;
+    // Of a voiced frame, quefrencies beyond two thirds of a period would bring the pitch in.
+    if (f0 > 0.0) m = static_cast<std::uint32_t>(std::min<double>(m, std::floor(fs / (1.5 * f0))));
+    logspectrum2cc(nfft, buffer, m, ccord, out, alpha);
+    return 0;
+}
+
+int getseemcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+               double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
+               double f0, double alpha) {
+    getseevoclogspectrum(x, nsamples, centre, nfft, buffer, memory->noise, fs, f0);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    return 0;
+}

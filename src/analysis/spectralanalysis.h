@@ -1,0 +1,74 @@
+/// Spectral envelopes on the log-spectrum grid that all cepstral methods share: nfft doubles, bin k
+/// at k fs / nfft, natural logarithm of amplitude, and bin nfft - k equal to bin k, so that the
+/// array is the whole symmetric spectrum of a real signal.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+/// Scratch of the envelope routines, made once per run.
+struct namem {
+    std::uint32_t lwin;  // length L of the noise window in samples, odd
+    double *window;      // [L] Hamming window of mean square 1
+    double *imag;        // [nfft] imaginary half of the transform; keeps nothing between frames
+    double *periodic;    // [2 nfft] pitch-synchronous windows of the current frame
+
+    std::unique_ptr<double[]> data;  // holds all of the above
+};
+
+/// Length of the noise window: 25 ms, odd, in samples (401 at 16 kHz).
+std::uint32_t naframesize(double fs);
+
+/// Makes a record and its window.
+///
+/// \param[in] lwin  length of the noise window in samples, odd, at most nfft; see naframesize
+/// \param[in] nfft  transform size
+/// \return new record, to be released with namemdestroy
+namem *nameminitialize(std::uint32_t lwin, std::uint32_t nfft);
+
+/// Same as nameminitialize; for users that transform by FFT.
+namem *nameminitializefft(std::uint32_t lwin, std::uint32_t nfft);
+
+/// Releases a record; null is allowed. Returns 0.
+int namemdestroy(namem *record);
+
+/// Log spectrum of one frame under the fixed noise window, which takes no notice of any period. The
+/// bins at 0 Hz and fs / 2 repeat their neighbours.
+///
+/// \param[in]     x         [nsamples] waveform
+/// \param[in]     nsamples  number of samples
+/// \param[in]     centre    centre sample of the frame, below nsamples
+/// \param[in]     nfft      transform size, a power of two, at least 4 and at least the record's L
+/// \param[out]    spectrum  [nfft] log spectrum
+/// \param[in,out] record    scratch
+/// \param[in]     fs        sample rate in Hz
+/// \return 0 always
+int getnoiselogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
+                        std::uint32_t nfft, double *spectrum, namem *record, double fs);
+
+/// Log spectrum of one voiced frame under a pair of complementary windows, two periods long. Their
+/// powers are added, so that it does not matter where the pulses fall.
+///
+/// \param[in]     x         [nsamples] waveform
+/// \param[in]     nsamples  number of samples
+/// \param[in]     centre    centre sample of the frame, below nsamples
+/// \param[in]     nfft      transform size, a power of two, at least two periods long
+/// \param[out]    buffer    [2 nfft] log spectrum in the first half; the second half is scratch
+/// \param[in,out] record    scratch
+/// \param[in]     fs        sample rate in Hz
+/// \param[in]     f0        Hz; 0, or one whose two periods are shorter than three samples, gives
+///                          the noise log spectrum
+/// \return 0 always
+int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
+                         std::uint32_t nfft, double *buffer, namem *record, double fs, double f0);
+
+/// Log spectrum of one voiced frame by peak picking: straight lines between the peaks of the
+/// harmonics under a window three periods long.
+///
+/// D. B. Paul, "The spectral envelope estimation vocoder", IEEE Trans. ASSP 29, 786-794, 1981.
+///
+/// \param[out]    spectrum  [nfft] log spectrum; nfft at least three periods long
+/// Everything else is as for getsignallogspectrum.
+int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
+                         std::uint32_t nfft, double *spectrum, namem *record, double fs, double f0);
