@@ -1,0 +1,3 @@
+#include "driver/nalveo.h"
+
+int main(int argc, char **argv) { return nalveomain(argc, argv); }

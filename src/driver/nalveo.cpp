@@ -1,0 +1,426 @@
+#include "driver/nalveo.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "analysis/ccanalysis.h"
+#include "analysis/fvanalysis.h"
+#include "analysis/harmonicanalysis.h"
+#include "analysis/pitchanalysis.h"
+#include "driver/paramread.h"
+#include "io/binaryfile.h"
+#include "io/fdoubleio.h"
+#include "io/wavm1616io.h"
+#include "numeric/windowing.h"
+
+namespace {
+
+constexpr const char *version = "0.99";
+constexpr double samplerate = 16000.0;  // Hz; the reader takes no other
+constexpr int failurestatus = -1;
+constexpr std::uint32_t mostrefinements = 5;
+constexpr int highestorder = 4095;      // beyond it, the solver's matrices alone take gigabytes
+constexpr double lowestsearched = 1.0;  // Hz; below it, a pitch window takes longer than any file
+
+struct settings {
+    double f0min = 60.0;
+    double f0max = 500.0;
+    double alpha = 0.42;
+    int lframe = 80;
+    int ccord = 39;
+    int f0load = 0;
+    int ccmeth = 1;
+    int f0acc = 0;
+    int htsscale = 1;
+    int zfill = 160;
+    int cctimeit = 0;  // counts down: only the first file of a batch is timed
+    const char *indlist = nullptr;
+};
+
+// The argument strings themselves; with an index list they are rewritten for every index.
+struct filenames {
+    char *wave;
+    char *f0;
+    char *cc;
+    char *fv;  // null when not wanted
+};
+
+constexpr std::size_t boxwidth = 73;
+
+constexpr std::string_view notice[] = {
+    "",
+    "NALVEO16 - SPEECH ANALYSER",
+    "",
+    "Analyses speech for harmonic-plus-noise vocoders and for statistical",
+    "speech synthesis. From a recording it derives, for every frame,",
+    "",
+    "    the logarithm of the fundamental frequency,",
+    "    a cepstral representation of the spectral envelope on a",
+    "    mel-like frequency scale,",
+    "    the maximum voiced frequency,",
+    "",
+    "and writes each to a file of its own, as a headerless sequence of",
+    "32-bit floating-point numbers.",
+    "",
+    "NO WARRANTY",
+    "",
+    "This program is free software. You may use it, study it, change it",
+    "and pass it on under the terms of the licence that comes with its",
+    "source code.",
+    "",
+    "It is distributed in the hope that it will be useful, but it comes",
+    "WITHOUT ANY WARRANTY, express or implied, not even the implied",
+    "warranty of merchantability or of fitness for a particular purpose.",
+    "Whoever uses it bears the risk of what it does and of what it gives.",
+    "",
+    "Its results depend on the recording. Look at them before you build",
+    "on them.",
+    "",
+    "",
+};
+
+void printbox() {
+    const std::string edge = '+' + std::string(boxwidth - 2, '-') + '+';
+    std::puts(edge.c_str());
+    for (const std::string_view line : notice) {
+        std::string row = "|  ";
+        row += line;
+        row.resize(boxwidth - 1, ' ');
+        row += '|';
+        std::puts(row.c_str());
+    }
+    std::puts(edge.c_str());
+}
+
+settings readsettings(std::uint32_t count, char **list) {
+    settings set;  // a search that finds nothing leaves the default
+    searchdoubleparam(count, list, "f0min", &set.f0min);
+    searchdoubleparam(count, list, "f0max", &set.f0max);
+    searchdoubleparam(count, list, "alpha", &set.alpha);
+    searchintparam(count, list, "lframe", &set.lframe);
+    searchintparam(count, list, "ccord", &set.ccord);
+    searchintparam(count, list, "f0load", &set.f0load);
+    searchintparam(count, list, "ccmeth", &set.ccmeth);
+    searchintparam(count, list, "f0acc", &set.f0acc);
+    searchintparam(count, list, "htsscale", &set.htsscale);
+    searchintparam(count, list, "zfill", &set.zfill);
+    searchintparam(count, list, "cctimeit", &set.cctimeit);
+    set.indlist = searchstringparam(count, list, "indlist");
+    return set;
+}
+
+// Says what is wrong with an option's value. Returns false when something is.
+bool checksettings(const settings &set) {
+    if (set.lframe < 1) {
+        std::puts("Error: lframe must be at least 1.");
+    } else if (set.ccord < 0 || set.ccord > highestorder) {
+        std::printf("Error: ccord must be from 0 to %d.\n", highestorder);
+    } else if (!std::isfinite(set.f0min) || !std::isfinite(set.f0max) ||
+               !std::isfinite(set.alpha)) {
+        std::puts("Error: f0min, f0max and alpha must be finite numbers.");
+    } else if (set.f0min > 0.0 && set.f0min < lowestsearched) {
+        std::printf("Error: f0min must be at least %.0f (0 or below stands for 60).\n",
+                    lowestsearched);
+    } else if (set.cctimeit < 0) {
+        std::puts("Error: cctimeit must not be negative.");
+    } else {
+        return true;
+    }
+    return false;
+}
+
+// An index list needs a place for the index in every name: without one, each index would overwrite
+// the files of the one before.
+bool checkindexfields(const filenames &names) {
+    for (const char *name : {names.wave, names.f0, names.cc, names.fv}) {
+        if (name == nullptr || getfileindex(name) != nullptr) continue;
+        std::printf("Error: no index field in %s.\n", name);
+        return false;
+    }
+    return true;
+}
+
+// f0 of a file's frames, in Hz.
+struct f0track {
+    readerarray values;
+    std::uint32_t nframes;
+    bool keepfile;  // the loaded file already says just this
+};
+
+f0track estimatef0(const settings &set, const double *waveform, std::uint32_t nsamples,
+                   std::uint32_t nframes) {
+    readerarray values(static_cast<double *>(std::malloc(nframes * sizeof(double))));
+    if (!values) throw std::bad_alloc();
+    getpitch(waveform, nsamples, static_cast<std::uint32_t>(set.lframe), 0, nframes, values.get(),
+             samplerate, set.f0min, set.f0max);
+    return {std::move(values), nframes, false};
+}
+
+// A loaded track can shorten the analysis but not lengthen it. One that is too long is cut, in its
+// file too; one that cannot be read is replaced by an estimate.
+f0track obtainf0(const settings &set, const char *filef0, const double *waveform,
+                 std::uint32_t nsamples, std::uint32_t nframes) {
+    double *read = nullptr;
+    const std::uint32_t loaded = set.f0load != 0 ? fdoubleread(filef0, &read) : 0;
+    if (loaded == 0) return estimatef0(set, waveform, nsamples, nframes);
+    f0track track{readerarray(read), std::min(loaded, nframes), loaded <= nframes};
+    logf02f0(track.nframes, track.values.get());
+    return track;
+}
+
+void analysecepstra(settings &set, const double *waveform, std::uint32_t nsamples,
+                    const f0track &f0, double *cc) {
+    const auto analyse = [&] {
+        waveform2cc(waveform, nsamples, static_cast<std::uint32_t>(set.lframe), 0, f0.nframes,
+                    f0.values.get(), static_cast<std::uint32_t>(set.ccord), cc,
+                    static_cast<std::uint8_t>(set.ccmeth), samplerate, set.alpha);
+    };
+    if (set.cctimeit == 0) {
+        analyse();
+        return;
+    }
+    const std::time_t start = std::time(nullptr);
+    for (; set.cctimeit > 0; --set.cctimeit) analyse();
+    std::printf("Time: %d\n", static_cast<int>(std::time(nullptr) - start));
+}
+
+// Writes a track over its own storage, which is of no use after that.
+void writetrack(const char *path, double *values, std::uint32_t count) {
+    if (fdoublewrite(path, values, count, 0) == 0)
+        std::printf("Error: could not create %s.\n", path);
+}
+
+void analysefile(settings &set, const filenames &names) {
+    double *read = nullptr;
+    const std::uint32_t nsamples = wavreadm1616(names.wave, &read);
+    if (nsamples == 0) {
+        std::printf("Error: could not open %s.\n", names.wave);
+        return;
+    }
+    readerarray waveform(read);
+    if (set.zfill != 0 &&
+        fillzeros(waveform.get(), nsamples, static_cast<std::uint32_t>(set.zfill)) == 1)
+        std::printf("Warning: zeros in %s have been filled with noise.\n", names.wave);
+
+    const auto lframe = static_cast<std::uint32_t>(set.lframe);
+    f0track f0 =
+        obtainf0(set, names.f0, waveform.get(), nsamples, getnumframes(nsamples, lframe, 0));
+    double *const f0values = f0.values.get();
+    if (std::any_of(f0values, f0values + f0.nframes,
+                    [](double f) { return f > 0.0 && f < lowestmodelled; }))
+        std::printf("Warning: frames of %s with f0 below %.0f Hz are analysed as unvoiced.\n",
+                    names.wave, lowestmodelled);
+
+    std::vector<double> fv;
+    if (names.fv != nullptr) {
+        fv.resize(f0.nframes);
+        getfvoicing(waveform.get(), nsamples, lframe, 0, f0.nframes, f0values, fv.data(),
+                    samplerate);
+    }
+    if (set.f0acc != 0) {
+        const std::uint32_t iterations =
+            std::min(static_cast<std::uint32_t>(set.f0acc), mostrefinements);
+        refinepitch(waveform.get(), nsamples, lframe, 0, f0.nframes, iterations, f0values,
+                    fv.empty() ? nullptr : fv.data(), samplerate, set.f0min, set.f0max);
+    }
+
+    const auto ccord = static_cast<std::uint32_t>(set.ccord);
+    if (std::uint64_t{f0.nframes} * (ccord + 1) > std::numeric_limits<std::uint32_t>::max())
+        throw std::bad_alloc();
+    const std::uint32_t ccsize = getccsize(f0.nframes, ccord);
+    std::vector<double> cc(ccsize);
+    analysecepstra(set, waveform.get(), nsamples, f0, cc.data());
+    if (set.htsscale == 1) htsadapteradhoc(cc.data(), ccord, f0.nframes);
+    waveform.reset();
+
+    if (!f0.keepfile || set.f0acc != 0) {
+        f02logf0(f0.nframes, f0values);
+        writetrack(names.f0, f0values, f0.nframes);
+    }
+    writetrack(names.cc, cc.data(), ccsize);
+    if (names.fv != nullptr) writetrack(names.fv, fv.data(), f0.nframes);
+}
+
+void analyseguarded(settings &set, const filenames &names) {
+    try {
+        analysefile(set, names);
+    } catch (const std::bad_alloc &) {  // the next file may well fit
+        std::printf("Error: not enough memory to analyse %s.\n", names.wave);
+    }
+}
+
+void analyseseries(settings &set, const filenames &names) {
+    for (const char *position = set.indlist; position != nullptr;
+         position = strnumnextinterv(position)) {
+        const std::uint32_t start = strnumintervstart(position);
+        const std::uint64_t end = strnumintervend(position, start);
+        for (std::uint64_t i = start; i <= end;
+             ++i) {  // 64 bits: the last index may be the largest
+            for (char *name : {names.wave, names.f0, names.cc, names.fv})
+                if (name != nullptr) replacefileindex(name, static_cast<std::uint32_t>(i));
+            std::puts(names.wave);
+            analyseguarded(set, names);
+        }
+    }
+}
+
+}  // namespace
+
+int nalveomain(int argc, char **argv) {
+    const char *const program = argc > 0 ? argv[0] : "nalveo16";
+    if (argc < 2) {
+        plothelp(program);
+        return 0;
+    }
+    if (argc < 4) {
+        argcerror(program);
+        return failurestatus;
+    }
+    // File names come first, options after them. What is in the options' place and is not read as
+    // an option is an error.
+    char **const options =
+        std::find_if(argv, argv + argc, [](const char *a) { return isparam(a) == 1; });
+    const auto positional = options - argv;
+    const auto noptions = static_cast<std::uint32_t>(argc - positional);
+    settings set = readsettings(noptions, options);
+    if (set.indlist != nullptr && strnumdiagnose(set.indlist) != 0) {
+        std::puts("Error: bad formatted indlist.");
+        return failurestatus;
+    }
+    if (!checksettings(set)) return failurestatus;
+    if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
+        argcerror(program);
+        return failurestatus;
+    }
+    const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
+    if (set.indlist == nullptr) {
+        analyseguarded(set, names);
+        return 0;
+    }
+    if (!checkindexfields(names)) return failurestatus;
+    analyseseries(set, names);
+    return 0;
+}
+
+int argcerror(const char *path) {
+    std::printf("Error: incorrect input arguments.\nType '%s' for help.\n", getfilename(path));
+    return 0;
+}
+
+int plothelp(const char *path) {
+    const settings defaults;
+    std::puts("");
+    printbox();
+    std::puts("");
+    std::printf("  === NALVEO16 v%s ===\n", version);
+    std::puts("");
+    std::puts("  Speech analyser for vocoders and statistical synthesis.");
+    std::puts("  Written by the nalveo16 authors; see the licence in the source code.");
+    std::puts("");
+    std::puts("  Usage:");
+    std::printf("   %s filein filef0 filecc filefv [params]\n", getfilename(path));
+    std::puts("");
+    std::puts("  Arguments:");
+    std::puts("   filein: input wav file (mono 16kHz 16bits)");
+    std::puts("   filef0: output file for logf0");
+    std::puts("   filecc: output file for cepstral coeffs.");
+    std::puts("   filefv: output file for max. voiced freq.");
+    std::puts("");
+    std::puts("  Optional parameters and default values:");
+    std::printf("   --lframe=%d     Frame shift (samples)\n", defaults.lframe);
+    std::printf("   --ccord=%d      Order of the cepstral representation\n", defaults.ccord);
+    std::printf("   --ccmeth=%d      %d: harmonics + interpolation + mcep\n", defaults.ccmeth, 0);
+    std::printf("                   %d: harmonics + mel-rdc\n", 1);
+    std::printf("                   %d: quasi-harmonics + mel-rdc\n", 2);
+    std::printf("                   %d: complementary windows + liftering + mcep\n", 3);
+    std::printf("                   %d: seevoc + mcep\n", 4);
+    std::printf("   --f0min=%.0f      Lowest detectable pitch (Hz)\n", defaults.f0min);
+    std::printf("   --f0max=%.0f     Highest detectable pitch (Hz)\n", defaults.f0max);
+    std::printf("   --f0acc=%d       f0 refinement iterations using qhm [0...5]\n", defaults.f0acc);
+    std::puts("   --f0load=0      Load+overwrite external logf0 file");
+    std::puts("");
+    std::puts("");
+    return 0;
+}
+
+int fillzeros(double *waveform, std::uint32_t nsamples, std::uint32_t zfill) {
+    constexpr double level = 1.3 / 32768.0;
+    if (zfill == 0) return 0;
+    int filled = 0;
+    std::uint32_t run = 1;
+    for (std::uint32_t i = 1; i <= nsamples; ++i) {
+        if (i < nsamples && waveform[i] == waveform[i - 1]) {
+            ++run;
+            continue;
+        }
+        if (run > zfill) {
+            addwhitenoise(waveform + (i - run), run, level);
+            filled = 1;
+        }
+        run = 1;
+    }
+    return filled;
+}
+
+int addwhitenoise(double *samples, std::uint32_t count, double level) {
+    for (std::size_t i = 0; i < count; ++i) samples[i] += level * gaussrand();
+    return 0;
+}
+
+double gaussrand() {
+    static defaultrandom random;
+    static bool flag = false;  // e2 waits to be given out
+    static double e2 = 0.0;
+    if (flag) {
+        flag = false;
+        return e2;
+    }
+    constexpr double largest = 2147483647.0;
+    double u1;
+    double s;
+    do {
+        u1 = 2.0 * random.next() / largest - 1.0;
+        e2 = 2.0 * random.next() / largest - 1.0;
+        s = u1 * u1 + e2 * e2;
+    } while (s >= 1.0);
+    const double f = std::sqrt(-2.0 * std::log(s) / s);
+    flag = true;
+    return u1 * f * f;
+}
+
+defaultrandom::defaultrandom() {
+    // Seed 1, spread over the state by r(i) = 16807 r(i - 1) modulo 2^31 - 1.
+    std::uint64_t r = 1;
+    for (std::uint32_t &value : state_) {
+        value = static_cast<std::uint32_t>(r);
+        r = 16807 * r % 2147483647;
+    }
+    position_ = 3;                         // the first three values count as the latest ones
+    for (int i = 0; i < 310; ++i) next();  // until the seed has worked through
+}
+
+std::uint32_t defaultrandom::next() {
+    const std::size_t lag = state_.size() - 3;  // three values back, with the oldest at position_
+    std::uint32_t &value = state_[position_];
+    value += state_[(position_ + lag) % state_.size()];
+    position_ = (position_ + 1) % state_.size();
+    return value >> 1;
+}
+
+int htsadapteradhoc(double *cc, std::uint32_t ccord, std::uint32_t nframes) {
+    for (std::size_t f = 0; f < nframes; ++f) {
+        double *const row = cc + f * (std::size_t{ccord} + 1);
+        row[0] += 5.0;
+        for (std::size_t j = 1; j <= ccord; ++j) row[j] *= 2.0;
+    }
+    return 0;
+}
