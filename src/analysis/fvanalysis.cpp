@@ -42,7 +42,6 @@ struct bandframe {
 
 // Scratch of one call, sized for the lowest f0.
 struct fvscratch {
-    std::vector<double> window;     // [lwin]
     std::vector<double> spectrum;   // [2 nfft] interleaved
     std::vector<double> logpower;   // [nfft / 2 + 1]
     std::vector<double> frequency;  // one per harmonic, Hz; 0 = dropped
@@ -50,12 +49,27 @@ struct fvscratch {
     std::vector<double> boundary;   // one per harmonic: probability that voicing ends below it
 
     explicit fvscratch(const bandframe &largest)
-        : window(largest.lwin),
-          spectrum(2 * std::size_t{largest.nfft}),
+        : spectrum(2 * std::size_t{largest.nfft}),
           logpower(largest.nfft / 2 + 1),
           frequency(largest.nfft / 2),
           match(largest.nfft / 2),
-          boundary(largest.nfft / 2) {}
+          boundary(largest.nfft / 2),
+          windows(largest.a + 1) {}
+
+    // Right half of the Hann window of half length a, peak 2: cos(pi i / a) + 1. Made at the first
+    // use of its length and kept for the run, each cosine by itself: a frame that holds a lone
+    // click has a flat spectrum, and the last bit of the window decides where its local maxima are.
+    const std::vector<double> &windowof(std::uint32_t a) {
+        std::vector<double> &window = windows[a];
+        if (window.empty()) {
+            window.assign(std::size_t{a} + 1, 2.0);
+            for (std::uint32_t i = 1; i <= a; ++i) window[i] = std::cos(pi * i / a) + 1.0;
+        }
+        return window;
+    }
+
+   private:
+    std::vector<std::vector<double>> windows;  // by half length
 };
 
 struct spectralpeak {
@@ -68,14 +82,13 @@ struct spectralpeak {
 // throughout, transformed; then its log power.
 void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const bandframe &frame,
                   fvscratch &scratch) {
-    winhanning(scratch.window.data(), frame.lwin, 0);
+    const std::vector<double> &window = scratch.windowof(frame.a);
     double *const spectrum = scratch.spectrum.data();
     std::fill(spectrum, spectrum + 2 * std::size_t{frame.nfft}, 0.0);
     spectrum[0] = 2.0 * x[centre];
     for (std::size_t i = 1; i <= frame.a; ++i) {
-        const double w = 2.0 * scratch.window[frame.a + i];
-        if (centre + i < n) spectrum[2 * i] = x[centre + i] * w;
-        if (centre >= i) spectrum[2 * (frame.nfft - i)] = x[centre - i] * w;
+        if (centre + i < n) spectrum[2 * i] = x[centre + i] * window[i];
+        if (centre >= i) spectrum[2 * (frame.nfft - i)] = x[centre - i] * window[i];
     }
     fftc(static_cast<std::int32_t>(frame.nfft), spectrum);
     for (std::size_t i = 0; i <= frame.nfft / 2; ++i) {
@@ -105,7 +118,8 @@ spectralpeak findpeak(const std::vector<double> &s, std::uint32_t from, std::uin
 std::size_t matchharmonics(const bandframe &frame, double fs, fvscratch &scratch) {
     double previous = -std::numeric_limits<double>::max();
     std::size_t count = 0;
-    auto bin = static_cast<std::uint32_t>(std::ceil(0.5 * frame.f0 / frame.spacing));
+    auto bin = static_cast<std::uint32_t>(
+        std::min(std::ceil(0.5 * frame.f0 / frame.spacing), static_cast<double>(frame.nfft)));
     for (double h = 1.0; (h + 0.5) * frame.f0 < fs / 2.0; h += 1.0) {
         const double edge = (h + 0.5) * frame.f0;
         const auto to = static_cast<std::uint32_t>(std::ceil(edge / frame.spacing));

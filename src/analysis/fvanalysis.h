@@ -17,11 +17,11 @@
 /// \param[in]  lframe    frame shift in samples
 /// \param[in]  first     centre of frame 0, a sample index below n
 /// \param[in]  nframes   number of frames, all centred within the signal
-/// \param[in]  f0        [nframes] f0 in Hz, 0 where unvoiced
+/// \param[in]  f0        [nframes] f0 in Hz, 0 where unvoiced; below lowestmodelled counts as that
 /// \param[out] fv        [nframes] maximum voiced frequency in Hz: 0 where unvoiced, else 1000 or
-///                       the frequency of a harmonic peak above it. A frame of zeros that is marked
-///                       voiced matches no sinusoid; it gets 1000, or its first harmonic if that is
-///                       higher
+///                       the frequency of a harmonic peak not below it. A frame of zeros that is
+///                       marked voiced matches no sinusoid; it gets 1000, or its second harmonic if
+///                       nothing lies below that
 /// \param[in]  fs        sample rate in Hz
 /// \return 0 always
 int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,

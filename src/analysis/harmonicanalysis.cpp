@@ -104,17 +104,18 @@ double timescale(const double *w, std::size_t h, double fs) {
     return pi * fs / static_cast<double>(h) * std::sqrt(energies);
 }
 
-// Time-weighted copies, rows L .. L + K, of the plain rows 0 .. K: times (n - h) s / fs.
+// Time-weighted copies, rows L .. L + K, of the plain rows 0 .. K: times (n - h) s / fs. The
+// factors come one by one: where the top harmonic meets its mirror image at fs / 2, the system is
+// so ill-conditioned that last digits show.
 void timeweightedrows(double *e, const framesize &size, double s, double fs) {
-    const double step = s / fs;
     const auto h = static_cast<int>(size.h);
     for (std::size_t r = 0; r <= size.k; ++r) {
         const double *const plain = e + r * size.stride;
         double *const weighted = e + (size.l + r) * size.stride;
         for (int n = 0; n <= h; ++n) {
-            const double t = (n - h) * step;
-            weighted[2 * n] = plain[2 * n] * t;
-            weighted[2 * n + 1] = plain[2 * n + 1] * t;
+            const double t = n - h;
+            weighted[2 * n] = plain[2 * n] * t * s / fs;
+            weighted[2 * n + 1] = plain[2 * n + 1] * t * s / fs;
         }
     }
 }
@@ -330,16 +331,17 @@ class harmonickernel {
           sincstep_(unitphasor(alphastep_)),
           taperstep_(unitphasor(pi * spacing / (4.0 * f0))) {}
 
-    // Bins `from` to `to`; those below 0 are folded back onto their mirror image.
-    void add(double level, double fj, std::int64_t from, std::int64_t to, double *out) const {
-        if (from > to) return;
+    // Bins `from` to `to`, which is not above fs / 2. Those below 0 are folded back onto their
+    // mirror images, but for those below -fs / 2, which have none.
+    void add(double level, double fj, std::int64_t from, std::int64_t to, std::int64_t nyquist,
+             double *out) const {
         const double d = static_cast<double>(from) * spacing_ - fj;
         double alpha = pi * d / f0_;
         phasor sinc = unitphasor(alpha);
         phasor taper = unitphasor(pi * d / (4.0 * f0_));
         for (std::int64_t i = from; i <= to; ++i) {
             const double w = alpha == 0.0 ? 1.0 : sinc.im / alpha * (1.0 + taper.re) / 2.0;
-            out[i < 0 ? -i : i] += level * w;
+            if (i >= -nyquist) out[i < 0 ? -i : i] += level * w;
             alpha += alphastep_;
             sinc.rotate(sincstep_);
             taper.rotate(taperstep_);
@@ -378,7 +380,8 @@ std::uint32_t hanoharms(double fs, double fmax, double f0) {
     const double nyquist = fs / 2.0;
     if (!(f0 > 0.0) || f0 >= fmax || f0 >= nyquist) return 0;
     const double limit = fmax > nyquist ? nyquist : fmax;
-    return static_cast<std::uint32_t>(std::ceil(limit / f0)) - 1;
+    constexpr double most = 4294967295.0;  // an f0 next to 0 has more than can be counted
+    return static_cast<std::uint32_t>(std::min(std::ceil(limit / f0), most)) - 1;
 }
 
 hamem *hameminitialize(double fs, double fmax, double f0min) {
@@ -623,14 +626,13 @@ int getlogspectrumfromharms(const double *x, std::uint32_t len, std::uint32_t ce
         const auto to =
             std::min(nyquist, static_cast<std::int64_t>(std::ceil((fj + 4.0 * f0) / spacing)) - 1);
         // Of the first harmonics the kernel reaches below 0 Hz. The folded bins and those from 0 on
-        // are one span. The spectrum ends at fs / 2 on that side too.
+        // are one span.
         std::int64_t from = 0;
         if (j >= 4)
             from = static_cast<std::int64_t>(std::floor((fj - 4.0 * f0) / spacing)) + 1;
         else if (j >= 1)
-            from = std::max(-nyquist,
-                            1 - static_cast<std::int64_t>(std::ceil((4.0 * f0 - fj) / spacing)));
-        kernel.add(level, fj, from, to, out);
+            from = 1 - static_cast<std::int64_t>(std::ceil((4.0 * f0 - fj) / spacing));
+        kernel.add(level, fj, from, to, nyquist, out);
     }
     for (std::int64_t i = 1; i < nyquist; ++i) out[nfft - i] = out[i];
     return 0;

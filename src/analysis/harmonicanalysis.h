@@ -24,7 +24,7 @@
 
 /// Lowest f0 that is modelled, Hz. No voice is below it, and the matrices grow with the square of
 /// the period: a track loaded from outside may hold anything, and must not exhaust the memory.
-constexpr double lowestmodelled = 10.0;
+constexpr double lowestmodelled = 15.0;
 
 /// Scratch of the estimators, sized once for the lowest f0 of a run. A frame of a higher f0 lays
 /// its smaller matrices out from the start of each region, with its own N and M as strides. Nothing
@@ -215,7 +215,8 @@ double qharefinepitch(const double *x, std::uint32_t len, std::uint32_t centre, 
 /// \param[in]     sqha    0 for the HA estimator, anything else for SQHA
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      Hz, not 0
-/// \return 0, or -1 when the estimator fails; out is then as it was
+/// \return 0, or -1 when the estimator fails or an amplitude of exactly 0 has no logarithm; out is
+///         then as it was
 int getlogspectrumfromharms(const double *x, std::uint32_t len, std::uint32_t centre,
                             std::uint32_t nfft, double *out, hamem *record, std::uint8_t sqha,
                             double fs, double f0);

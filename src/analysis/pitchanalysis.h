@@ -76,7 +76,8 @@ int fftfilter(const double *input, double *output, std::uint32_t n, std::uint32_
 ///
 /// An estimate is taken while it stays within f0min .. f0max and within 20 % of the value before
 /// it, all limits included, until it changes by less than 0.1 %. A rejected one, or one that is not
-/// a number, ends the frame with the last accepted value. Voicing never changes.
+/// a number, ends the frame with the last accepted value. Voicing never changes. Frames below
+/// lowestmodelled stay as they are, and none is taken there.
 ///
 /// \param[in]     waveform    [n] samples
 /// \param[in]     n           number of samples

@@ -118,12 +118,22 @@ settings readsettings(std::uint32_t count, char **list) {
     return set;
 }
 
-// Says what is wrong with an option's value. Returns false when something is.
-bool checksettings(const settings &set) {
+// Both say what is wrong with an option's value and return false when something is. The first looks
+// at what would leave nothing to compute, the second at what would compute without end or sense.
+bool checksizes(const settings &set) {
     if (set.lframe < 1) {
         std::puts("Error: lframe must be at least 1.");
-    } else if (set.ccord < 0 || set.ccord > highestorder) {
-        std::printf("Error: ccord must be from 0 to %d.\n", highestorder);
+    } else if (set.ccord < 0) {
+        std::puts("Error: ccord must be at least 0.");
+    } else {
+        return true;
+    }
+    return false;
+}
+
+bool checklimits(const settings &set) {
+    if (set.ccord > highestorder) {
+        std::printf("Error: ccord must be at most %d.\n", highestorder);
     } else if (!std::isfinite(set.f0min) || !std::isfinite(set.f0max) ||
                !std::isfinite(set.alpha)) {
         std::puts("Error: f0min, f0max and alpha must be finite numbers.");
@@ -131,7 +141,7 @@ bool checksettings(const settings &set) {
         std::printf("Error: f0min must be at least %.0f (0 or below stands for 60).\n",
                     lowestsearched);
     } else if (set.cctimeit < 0) {
-        std::puts("Error: cctimeit must not be negative.");
+        std::puts("Error: cctimeit must be at least 0.");
     } else {
         return true;
     }
@@ -296,11 +306,12 @@ int nalveomain(int argc, char **argv) {
         std::puts("Error: bad formatted indlist.");
         return failurestatus;
     }
-    if (!checksettings(set)) return failurestatus;
+    if (!checksizes(set)) return failurestatus;
     if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
         argcerror(program);
         return failurestatus;
     }
+    if (!checklimits(set)) return failurestatus;
     const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
     if (set.indlist == nullptr) {
         analyseguarded(set, names);

@@ -22,12 +22,12 @@ using readerarray = std::unique_ptr<double[], mallocfree>;
 
 /// Reads values of a few bytes each into the start of an array of doubles of the same count.
 ///
-/// The array grows with what has really been read, so a count that a damaged header claims costs
-/// no more memory than the file has bytes for.
+/// The array grows with what has really been read: a count that a damaged header claims costs at
+/// most twice the doubles that the file has values for.
 ///
 /// \param[in]     file       opened for binary reading, at the first value
 /// \param[in]     valuesize  bytes per value, at most the size of a double
 /// \param[in,out] count      in: most values to read, at least 1; out: values read completely
-/// \return array of count doubles (at least 1) whose first count valuesize bytes hold the values,
+/// \return array of at least count doubles whose first count valuesize bytes hold the values,
 ///         or null when memory runs out
 readerarray readvalues(std::FILE *file, std::size_t valuesize, std::uint32_t *count);

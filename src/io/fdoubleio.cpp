@@ -36,6 +36,17 @@ void widen(double *values, std::size_t count) {
     }
 }
 
+// Number of whole values in a file, which is left at its start; 0 for what has no size, as a device
+// or a pipe.
+std::uint32_t countvalues(std::FILE *file) {
+    if (std::fseek(file, 0, SEEK_END) != 0) return 0;
+    const long size = std::ftell(file);
+    std::rewind(file);
+    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+    const std::uint64_t values = size > 0 ? static_cast<std::uint64_t>(size) / sizeof(float) : 0;
+    return values <= most ? static_cast<std::uint32_t>(values) : 0;
+}
+
 }  // namespace
 
 std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count,
@@ -57,7 +68,8 @@ std::uint32_t fdoubleread(const char *path, double **values) {
     if (path == nullptr) return 0;
     const filehandle file(std::fopen(path, "rb"));
     if (!file) return 0;
-    std::uint32_t count = std::numeric_limits<std::uint32_t>::max();
+    std::uint32_t count = countvalues(file.get());
+    if (count == 0) return 0;
     readerarray track = readvalues(file.get(), sizeof(float), &count);
     if (!track || count == 0 || std::ferror(file.get()) != 0) return 0;
     widen(track.get(), count);

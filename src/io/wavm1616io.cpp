@@ -53,12 +53,12 @@ bool readformat(std::FILE *file) {
            skip(file, size - plainformatsize);
 }
 
-// Reads everything up to the samples; gives their number, 0 for a file of any other kind.
+// Reads everything up to the samples; gives their size in bytes, 0 for a file of any other kind.
 std::uint32_t readheader(std::FILE *file) {
     std::uint32_t datasize = 0;
     const bool accepted = readtag(file, "RIFF") && skip(file, 4) && readtag(file, "WAVE") &&
                           readformat(file) && readtag(file, "data") && readfield(file, &datasize);
-    return accepted ? datasize / 2 : 0;
+    return accepted ? datasize : 0;
 }
 
 }  // namespace
@@ -66,11 +66,13 @@ std::uint32_t readheader(std::FILE *file) {
 std::uint32_t wavreadm1616(const char *path, double **samples) {
     const filehandle file(std::fopen(path, "rb"));
     if (!file) return 0;
-    const std::uint32_t claimed = readheader(file.get());
+    const std::uint32_t datasize = readheader(file.get());
+    const std::uint32_t claimed = datasize / 2;
     if (claimed == 0) return 0;
     std::uint32_t count = claimed;
     readerarray waveform = readvalues(file.get(), sizeof(std::int16_t), &count);
-    if (!waveform || count < claimed) return 0;
+    // The byte that an odd size ends with is of no use, but it has to be there all the same.
+    if (!waveform || count < claimed || !skip(file.get(), datasize % 2)) return 0;
     wavshort2double(count, reinterpret_cast<const std::int16_t *>(waveform.get()), waveform.get());
     *samples = waveform.release();
     return count;

@@ -115,6 +115,51 @@ int invertnumber(const double *a, double *inverse) {
     return 0;
 }
 
+// Levinson's recursion. x solves T(k) x = (1, 0, .., 0) for the leading submatrix of order k;
+// reversed, it solves for the last unit vector. The next order needs the residual e that x leaves
+// in row k,
+//   e = sum over i < k of x(i) T(k, i),
+//   x' = (x - e reversed x) / (1 - e^2), both padded with a zero to length k + 1.
+// Row k of a Toeplitz matrix is the tail of its last row.
+double levinsonresidual(const double *x, const double *row, std::size_t k) {
+    double e = 0.0;
+    for (std::size_t i = 0; i < k; ++i) e += x[i] * row[i];
+    return e;
+}
+
+void levinsonstep(double *x, std::size_t k, double e) {
+    const double g = 1.0 / (1.0 - e * e);
+    const double h = -e * g;
+    x[k] = 0.0;
+    for (std::size_t i = 0, j = k; i < j; ++i, --j) {
+        const double xi = x[i];
+        const double xj = x[j];
+        x[i] = xi * g + xj * h;
+        x[j] = xj * g + xi * h;
+    }
+    if (k % 2 == 0) x[k / 2] *= g + h;
+}
+
+// Trench: fills the inverse S of order n from its first column x, which stands as its first row,
+//   S(i, j) = S(i - 1, j - 1) + (x(i) x(j) - x(n - i) x(n - j)) / x(0),  i, j >= 1.
+// S is symmetric about both diagonals, so the lower half of its rows reverses the upper half.
+void trenchfill(double *s, std::size_t n, std::size_t stride) {
+    const double *const x = s;
+    const double scale = 1.0 / x[0];
+    const std::size_t half = (n + 1) / 2;
+    for (std::size_t i = 1; i < half; ++i) {
+        const double *const above = s + (i - 1) * stride;
+        double *const row = s + i * stride;
+        row[0] = x[i];
+        for (std::size_t j = 1; j < n; ++j)
+            row[j] = above[j - 1] + (x[i] * x[j] - x[n - i] * x[n - j]) * scale;
+    }
+    for (std::size_t i = half; i < n; ++i) {
+        const double *const image = s + (n - 1 - i) * stride;
+        std::reverse_copy(image, image + n, s + i * stride);
+    }
+}
+
 // First row below the diagonal with something in column i; n when there is none. A NaN counts.
 std::size_t pivotrow(std::size_t n, const double *a, std::size_t i) {
     std::size_t r = i + 1;
@@ -244,47 +289,36 @@ int toeplitzsiminv(std::uint32_t n, const double *t, double *inverse) {
     if (n == 0) return -1;
     if (n == 1) return invertnumber(t, inverse);
 
-    // x solves T(k) x = (1, 0, .., 0) for the leading submatrix of order k; reversed, it solves for
-    // the last unit vector. The next order needs the residual e that x leaves in row k,
-    //   e = sum over i < k of x(i) T(k, i),
-    //   x' = (x - e reversed x) / (1 - e^2), both padded with a zero to length k + 1.
-    // Row k of a Toeplitz matrix is the tail of its last row.
-    double *const x = inverse;
-    const double *const lastrow = t + std::size_t{n} * (n - 1);
+    // Leading submatrix of order n - 1, then the last order by itself. With exponentials at
+    // frequencies that fill the band, the outermost two nearly coincide when the top one lies just
+    // below fs / 2. Only the last order is ill-conditioned then, and bordering keeps its error in
+    // the one direction to which the data are blind; Trench's sums would spread it everywhere.
+    const std::size_t order = n;
+    const std::size_t last = order - 1;
+    const double *const lastrow = t + order * last;
+    double *const x = inverse;  // first column of the inverse, kept as its first row
     x[0] = 1.0 / t[0];
-    for (std::size_t k = 1; k < n; ++k) {
-        const double *const row = lastrow + (n - 1 - k);
-        double e = 0.0;
-        for (std::size_t i = 0; i < k; ++i) e += x[i] * row[i];
+    for (std::size_t k = 1; k < last; ++k) {
+        const double e = levinsonresidual(x, lastrow + (last - k), k);
         if (e == 1.0) return -1;
-        const double g = 1.0 / (1.0 - e * e);
-        const double h = -e * g;
-        x[k] = 0.0;
-        for (std::size_t i = 0, j = k; i < j; ++i, --j) {
-            const double xi = x[i];
-            const double xj = x[j];
-            x[i] = xi * g + xj * h;
-            x[j] = xj * g + xi * h;
-        }
-        if (k % 2 == 0) x[k / 2] *= g + h;
+        levinsonstep(x, k, e);
     }
+    const double e = levinsonresidual(x, lastrow, last);
+    if (e == 1.0) return -1;
+    trenchfill(inverse, last, order);
 
-    // Trench: with x the first column of the inverse S,
-    //   S(i, j) = S(i - 1, j - 1) + (x(i) x(j) - x(n - i) x(n - j)) / x(0),  i, j >= 1.
-    // S is symmetric about both diagonals, so the lower half of its rows reverses the upper half.
-    const double scale = 1.0 / x[0];
-    const std::size_t half = (std::size_t{n} + 1) / 2;
-    for (std::size_t i = 1; i < half; ++i) {
-        const double *const above = inverse + (i - 1) * n;
-        double *const row = inverse + i * n;
-        const double xi = x[i];
-        const double xni = x[n - i];
-        row[0] = xi;
-        for (std::size_t j = 1; j < n; ++j)
-            row[j] = above[j - 1] + (xi * x[j] - xni * x[n - j]) * scale;
+    // Bordering: S' = [S 0; 0 0] + y y^T / y(n - 1), with y the last row of S': its first one
+    // reversed.
+    double *const y = inverse + last * order;
+    std::copy(x, x + last, y);
+    levinsonstep(y, last, e);
+    std::reverse(y, y + order);
+    const double scale = 1.0 / y[last];
+    for (std::size_t i = 0; i < last; ++i) {
+        double *const row = inverse + i * order;
+        for (std::size_t j = 0; j < last; ++j) row[j] += y[i] * y[j] * scale;
+        row[last] = y[i];
     }
-    for (std::size_t i = half; i < n; ++i)
-        std::reverse_copy(inverse + (n - 1 - i) * n, inverse + (n - i) * n, inverse + i * n);
     return 0;
 }
 

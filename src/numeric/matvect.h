@@ -99,14 +99,16 @@ double medianelem(double *a, std::uint32_t n);
 /// \param[out]    inverse    [n x n]; must not overlap a
 /// \param[in]     keepinput  1 leaves a intact, at the price of an allocation
 /// \return the determinant, or 0 when n is 0, a pivot is negative or the determinant is exactly 0;
-///         then a is intact and the inverse is unusable. A matrix that holds a NaN gives a NaN.
+///         then a is intact and the inverse is unusable. A NaN that meets no negative pivot before
+///         it gives a NaN.
 [[nodiscard]] double choleskyinvdet(std::uint32_t n, double *a, double *inverse,
                                     std::int16_t keepinput);
 
 /// Inverse of a symmetric Toeplitz matrix.
 ///
 /// The first column of the inverse comes from Levinson's recursion over the leading submatrices,
-/// the rest from it by Trench's formula, so that the cost is of order n^2.
+/// the rest from it by Trench's formula, and the last row and column by bordering, so that the cost
+/// is of order n^2.
 /// N. Levinson, "The Wiener RMS (root mean square) error criterion in filter design and
 /// prediction", J. Math. Phys. 25, 1947; W. F. Trench, "An algorithm for the inversion of finite
 /// Toeplitz matrices", J. SIAM 12(3), 1964.
@@ -114,7 +116,7 @@ double medianelem(double *a, std::uint32_t n);
 /// \param[in]  n        order
 /// \param[in]  t        [n x n], taken to be symmetric Toeplitz without a check; only T(0, 0) and
 ///                      the last row of the strict lower triangle are read
-/// \param[out] inverse  [n x n], exactly symmetric; must not overlap t
+/// \param[out] inverse  [n x n], symmetric to rounding; must not overlap t
 /// \return 0, or -1 when n is 0, when n is 1 and T(0, 0) is 0, or when a reflection coefficient is
 ///         exactly +1; the inverse is then unusable. A coefficient of -1, which is as singular, is
 ///         not looked for: the inverse then holds values that are not finite.
