@@ -1,7 +1,10 @@
 #include "driver/paramread.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -35,13 +38,28 @@ int searchparam(std::uint32_t count, char **list, const char *name, Value *value
     return -1;
 }
 
-template <class Value>
-int getparam(char *argument, const char *name, const char *format, Value *value) {
-    const char *const text = paramnamematch(argument, name);
-    if (text == nullptr) return -1;
-    Value converted{};
-    if (std::sscanf(text, format, &converted) != 1) return -1;
+// Conversions as "%d" and "%lf" do them. A number that no int holds, which "%d" leaves undefined, is
+// no number: it would come out as another one without a word.
+bool convert(const char *text, int *value) {
+    char *end = nullptr;
+    errno = 0;
+    const long wide = std::strtol(text, &end, 10);
+    if (end == text || errno == ERANGE || wide < INT_MIN || wide > INT_MAX) return false;
+    *value = static_cast<int>(wide);
+    return true;
+}
+
+bool convert(const char *text, double *value) {
+    double converted = 0.0;
+    if (std::sscanf(text, "%lf", &converted) != 1) return false;
     *value = converted;
+    return true;
+}
+
+template <class Value>
+int getparam(char *argument, const char *name, Value *value) {
+    const char *const text = paramnamematch(argument, name);
+    if (text == nullptr || !convert(text, value)) return -1;
     return markparamasread(argument);
 }
 
@@ -79,11 +97,11 @@ int markparamasread(char *argument) {
 int paramalreadyread(const char *argument) { return argument[0] == ' ' ? 1 : 0; }
 
 int getintparam(char *argument, const char *name, int *value) {
-    return getparam(argument, name, "%d", value);
+    return getparam(argument, name, value);
 }
 
 int getdoubleparam(char *argument, const char *name, double *value) {
-    return getparam(argument, name, "%lf", value);
+    return getparam(argument, name, value);
 }
 
 char *getstringparam(char *argument, const char *name) {

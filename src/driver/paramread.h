@@ -25,7 +25,7 @@ int markparamasread(char *argument);
 int paramalreadyread(const char *argument);
 
 /// Reads an option from one argument as an int, by a "%d" conversion: leading white space and
-/// whatever follows the number are ignored.
+/// whatever follows the number are ignored. A number beyond an int is none.
 ///
 /// \param[in,out] argument  marked as read on success
 /// \param[in]     name      option name

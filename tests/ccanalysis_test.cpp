@@ -1,0 +1,232 @@
+#include "analysis/ccanalysis.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "analysis/harmonicanalysis.h"
+#include "analysis/spectralanalysis.h"
+#include "testsignals.h"
+
+namespace {
+
+using reals = std::vector<double>;
+
+double series(const reals &c, double w) {
+    double sum = 0.0;
+    for (std::size_t m = 0; m < c.size(); ++m) sum += c[m] * std::cos(static_cast<double>(m) * w);
+    return sum;
+}
+
+TEST(warping, offrequenciesisallpassphase) {
+    for (const double alpha : {-0.6, -0.2, 0.0, 0.42, 0.9}) {
+        double before = -1e-9;
+        for (const double w : {0.0, 0.1, 0.7, testpi / 2, 2.4, 3.1, testpi}) {
+            // Phase of (z - alpha) / (1 - alpha z), z = e^(jw).
+            const std::complex<double> z = std::polar(1.0, w);
+            EXPECT_NEAR(fwarp(w, alpha), std::arg((z - alpha) / (1.0 - alpha * z)), 1e-12);
+            EXPECT_GT(fwarp(w, alpha), before);
+            before = fwarp(w, alpha);
+        }
+    }
+    EXPECT_DOUBLE_EQ(fwarp(testpi / 2, 0), testpi / 2);
+    EXPECT_NEAR(fwarp(1e-6, 0.42) / 1e-6, 1.42 / 0.58, 1e-9);
+}
+
+class warping : public testing::TestWithParam<std::tuple<std::uint32_t, double>> {};
+
+TEST_P(warping, keepsthespectrumandonlymovesit) {
+    const auto [m, alpha] = GetParam();
+    reals c = whitenoise(m + 1, 1.0, m);
+    constexpr std::uint32_t p = 400;
+    reals out(p + 1), scratch(p + 1);
+    ASSERT_EQ(ccwarp(c.data(), m, out.data(), p, scratch.data(), alpha), 0);
+    // What lies beyond order p has died away geometrically: 0.6^(400 - 13 (1 + 0.6) / (1 - 0.6)).
+    for (const double w : {0.0, 0.3, 1.0, 1.9, 3.0, testpi})
+        EXPECT_NEAR(series(out, fwarp(w, alpha)), series(c, w), 1e-10) << w;
+    // A lower order is the same without its tail.
+    for (std::uint32_t order = 0; order < 3; ++order) {
+        reals few(4, 9.0);
+        ASSERT_EQ(ccwarp(c.data(), m, few.data(), order, scratch.data(), alpha), 0);
+        for (std::uint32_t j = 0; j < 4; ++j) EXPECT_NEAR(few[j], j <= order ? out[j] : 9.0, 1e-13);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(orders, warping,
+                         testing::Combine(testing::Values(0, 1, 2, 12, 13),
+                                          testing::Values(-0.5, -0.1, 0.1, 0.42, 0.6)));
+
+TEST(warping, atthelimitsofalpha) {
+    const reals c = {1, 2, 3};
+    reals out(5, 9.0), scratch(5);
+    // Deliberate: a plain copy of the first p values, without c(m) and without out(p).
+    EXPECT_EQ(ccwarp(c.data(), 2, out.data(), 4, scratch.data(), 0.0), 0);
+    EXPECT_EQ(out, (reals{1, 2, 0, 0, 9}));
+    EXPECT_EQ(ccwarp(c.data(), 2, out.data(), 1, scratch.data(), 0.0), 0);
+    EXPECT_EQ(out, (reals{1, 2, 0, 0, 9}));
+    for (const double alpha : {1.0, -1.0, 1.5, std::nan("")})
+        EXPECT_EQ(ccwarp(c.data(), 2, out.data(), 4, scratch.data(), alpha), -1);
+    EXPECT_EQ(out, (reals{1, 2, 0, 0, 9}));
+}
+
+TEST(cepstralbasis, isthewarpedcosineseries) {
+    const reals freqs = {150.5, 310, 4000, 7999};
+    constexpr std::uint32_t p = 45;
+    for (const bool given : {true, false}) {
+        reals c(4 * (p + 1)), s(4 * (p + 1));
+        ASSERT_EQ(ccmatrixcreate(p, 4, given ? freqs.data() : nullptr, c.data(), s.data(), 1234,
+                                 testfs, 0.42),
+                  0);
+        for (std::size_t k = 0; k < 4; ++k) {
+            const double f = given ? freqs[k] : 1234.0 * static_cast<double>(k + 1);
+            const double w = fwarp(2 * testpi * f / testfs, 0.42);
+            EXPECT_EQ(c[k * (p + 1)], 1.0);
+            EXPECT_TRUE(std::signbit(s[k * (p + 1)]));
+            for (std::size_t j = 1; j <= p; ++j) {
+                ASSERT_NEAR(c[k * (p + 1) + j], 2 * std::cos(static_cast<double>(j) * w), 1e-12);
+                ASSERT_NEAR(s[k * (p + 1) + j], -2 * std::sin(static_cast<double>(j) * w), 1e-12);
+            }
+        }
+    }
+    reals ones(4, 0.0), s(1);
+    EXPECT_EQ(ccmatrixcreate(0, 4, nullptr, ones.data(), nullptr, 100, testfs, 0.42), 0);
+    EXPECT_EQ(ones, reals(4, 1.0));
+    EXPECT_EQ(ccmatrixcreate(0, 1, nullptr, nullptr, nullptr, 100, testfs, 0.42), -1);
+}
+
+// One frame, in the middle of the signal, of a track whose other frame sets the transform size.
+reals rowof(const reals &x, int method, double f0, std::uint32_t ccord, double alpha,
+            double other = 0) {
+    const reals track = {f0, other};
+    reals cc(2 * (ccord + 1), 7.0);
+    EXPECT_EQ(waveform2cc(x.data(), static_cast<std::uint32_t>(x.size()), 1, 2000, 2, track.data(),
+                          ccord, cc.data(), static_cast<std::uint8_t>(method), testfs, alpha),
+              0);
+    cc.resize(ccord + 1);
+    return cc;
+}
+
+// Cepstrum of an even log spectrum by the direct sum, c(1) on; entry 0 is the mean.
+reals directcepstrum(const reals &logspectrum, std::size_t count) {
+    const complexes sums = naivedft(complexes(logspectrum.begin(), logspectrum.end()), 1.0);
+    reals c;
+    for (std::size_t i = 0; i < count; ++i)
+        c.push_back(sums[i].real() / static_cast<double>(logspectrum.size()));
+    return c;
+}
+
+class mcepmethods : public testing::Test {
+   protected:
+    reals x = speak({[](double) { return 200.0; }, vowel(), 8000, 0.02, 0}, 4000);
+
+    using routine = int(const double *, std::uint32_t, std::uint32_t, std::uint32_t, double *,
+                        namem *, double, double);
+    reals logspectrum(std::uint32_t nfft, double f0, routine *get) {
+        const std::unique_ptr<namem, int (*)(namem *)> mem(nameminitialize(401, nfft),
+                                                           namemdestroy);
+        reals out(2 * nfft);
+        get(x.data(), 4000, 2000, nfft, out.data(), mem.get(), testfs, f0);
+        out.resize(nfft);
+        return out;
+    }
+    reals harmonicspectrum() {
+        const std::unique_ptr<hamem, int (*)(hamem *)> mem(hameminitialize(testfs, testfs, 60),
+                                                           hamemdestroy);
+        reals out(1024);
+        getlogspectrumfromharms(x.data(), 4000, 2000, 1024, out.data(), mem.get(), 0, testfs, 200);
+        return out;
+    }
+    void expectrow(const reals &row, const reals &cepstrum, std::size_t lifter) {
+        // Unwarped, the row is the cepstrum itself: all but entry 0 stand for two. A bound cuts it.
+        for (std::size_t i = 0; i + 1 < row.size(); ++i)
+            ASSERT_NEAR(row[i], i < lifter ? cepstrum[i] : 0.0, 1e-10) << i;
+        EXPECT_EQ(row.back(), 7.0);  // deliberate: alpha 0 leaves the last one alone
+    }
+};
+
+TEST_F(mcepmethods, aretransformsoftheirenvelopes) {
+    const auto cepstrumof = [&](routine *get, double f0, std::uint32_t nfft = 1024) {
+        return directcepstrum(logspectrum(nfft, f0, get), 100);
+    };
+    for (const int method : {0, 5, 255})
+        expectrow(rowof(x, method, 200, 100, 0), directcepstrum(harmonicspectrum(), 100), 100);
+    // Method 3 takes quefrencies up to floor(16000 / 300) = 53 samples.
+    expectrow(rowof(x, 3, 200, 100, 0), cepstrumof(getsignallogspectrum, 200), 53);
+    expectrow(rowof(x, 4, 200, 100, 0), cepstrumof(getseevoclogspectrum, 200), 100);
+    // An unvoiced frame, which a seevoc spectrum with f0 0 is, is the same under every method; a
+    // voiced value below 48 Hz anywhere doubles the transform for all.
+    for (const int method : {0, 1, 2, 3, 4, 9}) {
+        expectrow(rowof(x, method, 0, 100, 0), cepstrumof(getseevoclogspectrum, 0), 100);
+        expectrow(rowof(x, method, 0, 100, 0, 40), cepstrumof(getseevoclogspectrum, 0, 2048), 100);
+    }
+}
+
+TEST_F(mcepmethods, warpthewholespectrum) {
+    // At a high order the series reproduces the envelope, both ends included, at every bin; the
+    // bin at fs / 2 is there only if the last quefrency is.
+    const reals envelope = harmonicspectrum();
+    reals row = rowof(x, 0, 200, 1400, 0.3);
+    for (std::size_t j = 1; j < row.size(); ++j) row[j] *= 2;
+    for (std::size_t i = 0; i <= 512; i += 8)
+        EXPECT_NEAR(series(row, fwarp(2 * testpi * static_cast<double>(i) / 1024, 0.3)),
+                    envelope[i], 1e-6)
+            << i;
+}
+
+TEST(rdcmethods, agreewithadensefit) {
+    reals x(4000);
+    for (int k = 1; k < 50; ++k)
+        addtone(x, 0.05 * allpolegain(vowel(), 160.0 * k), 160.0 * k + 3 * std::sin(k), 1.1 * k * k,
+                2000);
+    const std::unique_ptr<hamem, int (*)(hamem *)> mem(qhameminitialize(testfs, testfs, 60),
+                                                       qhamemdestroy);
+    constexpr std::uint32_t k = 49, p = 24;
+    for (const int method : {1, 2}) {
+        reals amp(k), freq(k);
+        if (method == 1) {
+            getharmonics(x.data(), 4000, 2000, k, amp.data(), nullptr, mem.get(), testfs, 160);
+            for (std::size_t i = 0; i < k; ++i) freq[i] = 160.0 * static_cast<double>(i + 1);
+        } else {
+            getsqharmonics(x.data(), 4000, 2000, k, amp.data(), nullptr, freq.data(), mem.get(),
+                           testfs, 160);
+        }
+        // Minimise sum over k of (c0 + 2 sum over j of cj cos(j w) - ln(A / 2 / sqrt(f0)))^2 plus
+        // the smoothness penalty.
+        reals normal((p + 1) * (p + 1)), right(p + 1);
+        for (std::size_t i = 0; i < k; ++i) {
+            const double w = fwarp(2 * testpi * freq[i] / testfs, 0.42);
+            const auto basis = [&](std::size_t j) {
+                return j == 0 ? 1.0 : 2 * std::cos(static_cast<double>(j) * w);
+            };
+            for (std::size_t r = 0; r <= p; ++r) {
+                right[r] += basis(r) * std::log(amp[i] / 2 / std::sqrt(160.0));
+                for (std::size_t c = 0; c <= p; ++c) normal[r * (p + 1) + c] += basis(r) * basis(c);
+            }
+        }
+        for (std::size_t r = 0; r <= p; ++r)
+            normal[r * (p + 2)] += 8 * testpi * testpi * 2e-4 * static_cast<double>(r * r);
+        const reals wanted = densesolve(normal, right, p + 1), row = rowof(x, method, 160, p, 0.42);
+        for (std::size_t j = 0; j <= p; ++j) EXPECT_NEAR(row[j], wanted[j], 1e-6) << j;
+    }
+}
+
+TEST_F(mcepmethods, takesilencefornoise) {
+    x.assign(4000, 0.0);
+    for (const int method : {0, 1, 2})
+        EXPECT_EQ(rowof(x, method, 150, 20, 0.42), rowof(x, method, 0, 20, 0.42));
+}
+
+TEST_F(mcepmethods, makeroomforhighorders) {
+    // More unknowns than harmonics: the fit meets every one but for the penalty.
+    reals row = rowof(x, 1, 200, 520, 0.42);
+    for (std::size_t j = 1; j < row.size(); ++j) row[j] *= 2;
+    for (int k = 1; k < 40; ++k)
+        EXPECT_NEAR(series(row, fwarp(2 * testpi * 200 * k / testfs, 0.42)),
+                    std::log(0.02 * allpolegain(vowel(), 200.0 * k) / 2 / std::sqrt(200)), 0.2)
+            << k;
+}
+
+}  // namespace

@@ -1,0 +1,375 @@
+// The program as it ships, run as a user runs it: every test in an empty folder of its own.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <sstream>
+
+#include "testfiles.h"
+
+namespace {
+
+using floats = std::vector<float>;
+using shorts = std::vector<std::int16_t>;
+
+constexpr float unvoiced = -1e10F;
+constexpr double voicef0 = 125.0;        // Hz
+constexpr std::size_t voiceframes = 61;  // of the voice, at 80 samples each
+const std::string wrongarguments = "Error: incorrect input arguments.\nType 'me' for help.\n";
+
+std::vector<std::string> split(const std::string &text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+    return parts;
+}
+
+// A buzz of 20 harmonics in noise: voiced throughout, and never many equal samples in a row.
+shorts voice() {
+    shorts samples((voiceframes - 1) * 80 + 1);
+    std::uint32_t noise = 1;
+    for (std::size_t n = 0; n < samples.size(); ++n) {
+        const double theta = 2.0 * std::numbers::pi * voicef0 / 16000.0 * static_cast<double>(n);
+        double x = 0.0;
+        for (int k = 1; k <= 20; ++k) x += std::cos(k * theta + k * k) / k;
+        noise = noise * 1664525U + 1013904223U;
+        samples[n] = static_cast<std::int16_t>(4000.0 * x + (noise >> 22));
+    }
+    return samples;
+}
+
+bool allfinite(const floats &values) {
+    return std::all_of(values.begin(), values.end(), [](float v) { return std::isfinite(v); });
+}
+
+class cli : public testing::Test {
+   protected:
+    // A run with arguments between bars, of which the first is the program's own name.
+    runresult run(const std::string &arguments) const {
+        return runprogram(NALVEO_PROGRAM, split(arguments, '|'), folder_ / "");
+    }
+    // What a run with these options and files prints that ends well.
+    std::string succeed(const std::string &arguments) const {
+        const runresult result = run("me|" + arguments);
+        EXPECT_EQ(result.status, 0) << arguments;
+        return result.out;
+    }
+    void put(const std::string &name, const std::string &bytes) const {
+        writefile(folder_ / name, bytes);
+    }
+    std::string get(const std::string &name) const {
+        return readfile(folder_ / name).value_or("none");
+    }
+    floats values(const std::string &name) const {
+        return floatsof(readfile(folder_ / name).value_or(""));
+    }
+
+    tempfolder folder_;
+};
+
+}  // namespace
+
+TEST_F(cli, helpsayswhatitalwayssays) {
+    const runresult help = run("some/where\\else");
+    EXPECT_EQ(help.status, 0);
+    const std::vector<std::string> lines = split(help.out, '\n');
+    ASSERT_EQ(lines.size(), 61U);
+    EXPECT_EQ(lines[0], "");
+    const std::string edge = "+" + std::string(71, '-') + "+";  // the box: 31 lines, 73 wide
+    for (std::size_t i = 1; i <= 31; ++i) {
+        EXPECT_EQ(lines[i].size(), 73U) << lines[i];
+        EXPECT_TRUE(i % 30 == 1 ? lines[i] == edge : lines[i][0] == '|' && lines[i][72] == '|');
+    }
+    EXPECT_EQ(lines[32] + lines[33] + lines[34], "  === NALVEO16 v0.99 ===");
+    for (const std::size_t credit : {35U, 36U}) EXPECT_EQ(lines[credit].substr(0, 2), "  ");
+    const std::string rest = R"(
+  Usage:
+   else filein filef0 filecc filefv [params]
+
+  Arguments:
+   filein: input wav file (mono 16kHz 16bits)
+   filef0: output file for logf0
+   filecc: output file for cepstral coeffs.
+   filefv: output file for max. voiced freq.
+
+  Optional parameters and default values:
+   --lframe=80     Frame shift (samples)
+   --ccord=39      Order of the cepstral representation
+   --ccmeth=1      0: harmonics + interpolation + mcep
+                   1: harmonics + mel-rdc
+                   2: quasi-harmonics + mel-rdc
+                   3: complementary windows + liftering + mcep
+                   4: seevoc + mcep
+   --f0min=60      Lowest detectable pitch (Hz)
+   --f0max=500     Highest detectable pitch (Hz)
+   --f0acc=0       f0 refinement iterations using qhm [0...5]
+   --f0load=0      Load+overwrite external logf0 file
+
+
+)";
+    EXPECT_EQ(help.out.substr(help.out.find("\n\n  Usage:") + 1), rest);
+}
+
+// The input does not exist: "could not open" tells that the arguments were accepted.
+TEST_F(cli, findserrorsinafixedorder) {
+    const std::string accepted = "Error: could not open in.wav.\n";
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {accepted,
+         {"f|c", "f|c|v", "f|c|--lframe=80abc|--CCord=3|--F0MIN=70.5", "f|c|--lframe= 90| stray",
+          "f|c|--f0max=1|--f0min=-1|--alpha=.3", "f|c|--ccmeth=257|--zfill=-1|--htsscale=7",
+          "f|c|v|--f0acc=1|--f0load=1|--cctimeit=1"}},
+        {wrongarguments,
+         {"f", "--indlist=x", "f|--lframe=80", "f|c|v|more", "f|c|--lframe=80|v",
+          "f|c|--lframe=80||--alpha=0", "f|c|--lframe=80|--lframe=100", "f|c|--lframe=abc",
+          "f|c|--lframe=", "f|c|--lframe", "f|c|--=3", "f|c|--lfram=80", "f|c|--lframes=80",
+          "f|c|--indlist=1|--indlist=2", "f|c|--indlist=1|--unknown=1",
+          "f|c|--ccord=4096|--alpha=nan|v"}},
+        {"Error: bad formatted indlist.\n",
+         {"f|c|--indlist=5-3|--lframe=0|--unknown=1|v", "f|c|--indlist=1-3(0|--indlist=1",
+          "--alpha=0|--INDLIST=-3"}},
+        {"Error: lframe must be at least 1.\n", {"f|c|--lframe=0|--indlist=1|--unknown=1"}},
+        {"Error: ccord must be at least 0.\n", {"f|c|--ccord=-1|--unknown=1"}},
+        {"Error: ccord must be at most 4095.\n", {"f|c|--ccord=4096"}},
+        {"Error: f0min, f0max and alpha must be finite numbers.\n",
+         {"f|c|--f0min=nan", "f|c|--f0max=inf", "f|c|--alpha=nan"}},
+        {"Error: f0min must be at least 1 (0 or below stands for 60).\n", {"f|c|--f0min=0.5"}},
+        {"Error: cctimeit must be at least 0.\n", {"f|c|--cctimeit=-1"}},
+        {"Error: no index field in in.wav.\n", {"f|c|--indlist=1"}}};
+    for (const auto &[out, list] : cases)
+        for (const std::string &arguments : list) {
+            const runresult result = run("a/me|in.wav|" + arguments);
+            EXPECT_EQ(result.out, out) << arguments;
+            EXPECT_EQ(result.status, out == accepted ? 0 : 255) << arguments;
+        }
+    EXPECT_EQ(run("me|i1|f1|c1|v|--indlist=1").out, "Error: no index field in v.\n");
+    EXPECT_EQ(run("--lframe=80|i|f|c").status, 255) << "a program named like an option";
+}
+
+TEST_F(cli, visitstheindicesofalist) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"utt????.wav|--indlist=1-3,5", "utt0001.wav|utt0002.wav|utt0003.wav|utt0005.wav"},
+        {"u?|--indlist=1-3-5", "u1|u2|u3"},
+        {"u?|--indlist=8-11", "u8|u9|u9|u9"},  // 10 and 11 are too wide
+        {"u??|--indlist=123", "u??"},
+        {"d9/u?_?.wav|--indlist=0", "d9/u0_?.wav"},
+        {"u44|--indlist=007-8(1)x,9", "u07|u08"},
+        {"u?|--indlist=1-2-5,7,8-9", "u1|u2|u7|u8|u9"},
+        {"??????????|--indlist=1410065406-1410065407", "1410065406|1410065407"}};
+    for (const auto &[arguments, visited] : cases) {
+        const std::vector<std::string> parts = split(arguments, '|');
+        std::string expected;
+        for (const std::string &name : split(visited, '|'))
+            expected.append(name).append("\nError: could not open ").append(name).append(".\n");
+        EXPECT_EQ(succeed(parts[0] + "|f?|c?|" + parts[1]), expected) << arguments;
+    }
+}
+
+TEST_F(cli, abatchmakesthefilesofeveryindexandtimesthefirst) {
+    const shorts samples = voice();
+    put("in09.wav", wavbytes(samples));
+    put("in10.wav", wavbytes({samples.begin() + 1000, samples.begin() + 2000}));
+    const std::vector<std::string> lines =
+        split(succeed("in??.wav|?.f|c??|v00|--indlist=8-10|--cctimeit=3"), '\n');
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_EQ(lines[1], "Error: could not open in08.wav.");
+    EXPECT_EQ(lines[2], "in09.wav");
+    EXPECT_EQ(lines[3].substr(0, 6), "Time: ") << "the first that could be opened";
+    EXPECT_EQ(lines[3].find_first_not_of("0123456789", 6), std::string::npos) << lines[3];
+    EXPECT_EQ(lines[4], "in10.wav");
+    EXPECT_EQ(values("c09").size(), voiceframes * 40);
+    EXPECT_EQ(values("c10").size(), 13 * 40U);
+    EXPECT_EQ(values("v10").size(), 13U);
+    EXPECT_EQ(values("9.f").size(), 13U) << "10 does not fit into ?.f, which stays 9.f";
+    succeed("in09.wav|f|c");
+    EXPECT_EQ(get("c"), get("c09")) << "repeating must not change the result";
+}
+
+TEST_F(cli, outputsdescribethevoice) {
+    put("in.wav", wavbytes(voice()));
+    EXPECT_EQ(succeed("in.wav|f|c|v"), "");
+    const floats f0 = values("f");
+    ASSERT_EQ(f0.size(), voiceframes);
+    // Away from the ends, within what a parabola through the autocorrelation leaves, here 0.5 %.
+    for (std::size_t k = 10; k < 50; ++k) EXPECT_NEAR(f0[k], std::log(voicef0), 0.005) << k;
+    // The harmonics end at 2500 Hz. In most frames the boundary is less than 5 harmonics away.
+    floats fv = values("v");
+    ASSERT_EQ(fv.size(), voiceframes);
+    std::sort(fv.begin(), fv.end());
+    EXPECT_NEAR(fv[voiceframes / 2], 2500.0, 5.0 * voicef0);
+    succeed("in.wav|f|c|--f0min=160");
+    for (const float f : values("f")) EXPECT_TRUE(f == unvoiced || f > std::log(155.0F)) << f;
+    succeed("in.wav|f|c|--f0max=100");
+    for (const float f : values("f")) EXPECT_LT(f, std::log(105.0F));
+    // The shift is rounded to float once, by 2^-20 at most for values up to 16; doubling is exact.
+    succeed("in.wav|f|hts|--ccord=9");
+    succeed("in.wav|f|c|--ccord=9|--htsscale=2");
+    const floats hts = values("hts"), plain = values("c");
+    ASSERT_EQ(hts.size(), voiceframes * 10);
+    for (std::size_t i = 0; i < hts.size(); ++i)
+        EXPECT_NEAR(hts[i], i % 10 == 0 ? plain[i] + 5.0 : plain[i] * 2.0, 1e-6) << i;
+    succeed("in.wav|f|hts|--ccord=9|--alpha=0.3");
+    EXPECT_NE(values("hts"), hts);
+}
+
+TEST_F(cli, filesholdframestimesvalues) {
+    put("in.wav", wavbytes(voice()));
+    put("one.wav", wavbytes({7}));
+    EXPECT_EQ(succeed("one.wav|f|c|v"), "");
+    EXPECT_EQ(get("f"), floatbytes({unvoiced}));
+    EXPECT_EQ(get("c").size(), 160U);
+    for (const std::size_t lframe : {16U, 400U, 4800U, 4801U})
+        for (const std::size_t ccord : {0U, 1U, 24U}) {
+            succeed("in.wav|f|c|v|--lframe=" + std::to_string(lframe) +
+                    "|--ccord=" + std::to_string(ccord));
+            const std::size_t frames = 4800 / lframe + 1;
+            EXPECT_TRUE(get("f").size() == frames * 4 && get("v").size() == frames * 4) << lframe;
+            EXPECT_EQ(get("c").size(), frames * (ccord + 1) * 4);
+            EXPECT_TRUE(allfinite(values("c")));
+        }
+}
+
+class everymethod : public cli, public testing::WithParamInterface<int> {};
+
+TEST_P(everymethod, takesanyrefinementandafourthfile) {
+    put("in.wav", wavbytes(voice()));
+    const auto method = [](int number) { return "|--ccmeth=" + std::to_string(number); };
+    for (const std::string f0acc : {"0", "1", "5", "6", "9", "-1"})
+        for (const std::string v : {"", "v"}) {
+            const std::string f = v + "f" + f0acc, c = v + "c" + f0acc;
+            const std::string files = "in.wav|" + f + '|' + c + (v.empty() ? "" : "|v");
+            EXPECT_EQ(succeed(files + method(GetParam()) + "|--f0acc=" + f0acc), "");
+            EXPECT_TRUE(values(f).size() == voiceframes && values(c).size() == voiceframes * 40);
+            EXPECT_TRUE(allfinite(values(f)) && allfinite(values(c)) && allfinite(values("v")));
+        }
+    EXPECT_EQ(get("c0"), get("vc0")) << "the fourth file must not change the others";
+    EXPECT_NE(get("f1"), get("vf1")) << "but its band bounds the refinement";
+    EXPECT_NE(get("f0"), get("f1"));
+    EXPECT_NE(get("f1"), get("f5"));
+    for (const std::string many : {"6", "9", "-1"})
+        EXPECT_TRUE(get("f5") == get("f" + many) && get("c5") == get("c" + many)) << many;
+    const auto cepstra = [&](int number) {
+        EXPECT_EQ(succeed("in.wav|f|c" + method(number)), "");
+        return values("c");
+    };
+    const floats own = values("c0");
+    EXPECT_EQ(cepstra(GetParam() + 256), own) << "the low 8 bits count";
+    for (int other = 0; other < GetParam() && GetParam() < 5; ++other)
+        EXPECT_NE(cepstra(other), own) << other;
+    if (GetParam() < 5) return;
+    EXPECT_EQ(cepstra(-1), own);
+    // Method 0 with the quasi-harmonic memory, where rounding may differ; 1e-5 is what counts.
+    const floats zero = cepstra(0);
+    for (std::size_t i = 0; i < zero.size(); ++i) EXPECT_NEAR(own[i], zero[i], 1e-5) << i;
+}
+INSTANTIATE_TEST_SUITE_P(ccmeth, everymethod, testing::Range(0, 6));
+
+TEST_F(cli, aloadedtrackcountsasfarasitgoes) {
+    put("in.wav", wavbytes(voice()));
+    succeed("in.wav|estimate|c");
+    const auto load = [&](std::size_t frames, const std::string &options = "") {
+        EXPECT_EQ(succeed("in.wav|f|c|v|--f0load=1" + options), "");
+        EXPECT_TRUE(values("v").size() == frames && values("c").size() == frames * 40) << frames;
+        return get("f");
+    };
+    EXPECT_EQ(load(voiceframes), get("estimate")) << "the file is missing";
+    floats flat(80, static_cast<float>(std::log(1.1 * voicef0)));
+    flat[3] = unvoiced;
+    for (const std::size_t frames : {0U, 1U, 50U, 61U, 80U}) {
+        const std::string track = floatbytes(flat).substr(0, frames * 4) + "xy";
+        const std::size_t analysed = frames == 0 ? voiceframes : std::min(frames, voiceframes);
+        put("f", track);
+        const std::string after = load(analysed);
+        if (frames <= voiceframes) {
+            EXPECT_EQ(after, frames == 0 ? get("estimate") : track) << frames;
+        } else {  // cut and rewritten; exp and log give back the float, or its neighbour
+            ASSERT_EQ(after.size(), voiceframes * 4);
+            for (std::size_t k = 0; k < voiceframes; ++k)
+                EXPECT_FLOAT_EQ(floatsof(after)[k], flat[k]) << k;
+        }
+        put("f", track);
+        EXPECT_EQ(load(analysed, "|--f0acc=1").size(), analysed * 4) << "rewritten without xy";
+        EXPECT_NE(get("f").substr(0, 4), track.substr(0, 4)) << "refined";
+    }
+    EXPECT_EQ(values("v")[3], values("v")[4]) << "the median removes a lone unvoiced frame";
+}
+
+TEST_F(cli, agarbagetrackgivesfiniteoutputs) {
+    put("in.wav", wavbytes(voice()));
+    constexpr float infinite = std::numeric_limits<float>::infinity();
+    floats garbage(voiceframes, 4.8F);
+    for (std::size_t k = 0;
+         const float v : {std::numeric_limits<float>::quiet_NaN(), infinite, -infinite, 1e38F,
+                          -1e38F, -9.9e9F, 1e-40F, 88.0F, 9.2F, 8.98F, 8.9F, -3.0F, 2.0F, 3.0F})
+        garbage[(k += 4)] = v;
+    for (const std::string options : {"", "|--f0acc=2"})
+        for (const char ccmeth : std::string("012345")) {
+            put("f", floatbytes(garbage));
+            succeed("in.wav|f|c|v|--f0load=1|--ccmeth=" + (ccmeth + options));
+            EXPECT_EQ(get("f") == floatbytes(garbage), options.empty());
+            EXPECT_TRUE(allfinite(values("c")) && allfinite(values("v"))) << ccmeth << options;
+            EXPECT_EQ(values("c").size(), voiceframes * 40);
+        }
+}
+
+TEST_F(cli, fillslongconstantruns) {
+    const std::string warning = "Warning: zeros in in.wav have been filled with noise.\n";
+    for (const int value : {0, -20000})
+        for (const std::size_t length : {160U, 161U}) {
+            shorts samples = voice();
+            std::fill_n(samples.begin() + 1000, length, static_cast<std::int16_t>(value));
+            put("in.wav", wavbytes(samples));
+            EXPECT_EQ(succeed("in.wav|f|c"), length == 161 ? warning : "") << length;
+            EXPECT_EQ(succeed("in.wav|f|c|--zfill=159"), warning);
+            EXPECT_EQ(succeed("in.wav|f|c|--zfill=0"), "");
+        }
+    // All silence: no voice and no NaN, with the noise or without.
+    for (const char *name : {"1.wav", "2.wav"}) put(name, wavbytes(shorts(2000, 0)));
+    for (const char *zfill : {"160", "0"}) {
+        succeed(std::string("1.wav|f|c|v|--f0acc=2|--zfill=") + zfill);
+        EXPECT_EQ(values("f"), floats(25, unvoiced));
+        EXPECT_EQ(values("v"), floats(25, 0.0F));
+        EXPECT_TRUE(allfinite(values("c"))) << zfill;
+    }
+    succeed("?.wav|f?|c?|--indlist=1-2");
+    EXPECT_NE(get("c1"), get("c2")) << "the noise of a batch must go on";
+}
+
+TEST_F(cli, saysthatanoutputcannotbewrittenandgoeson) {
+    put("in.wav", wavbytes(voice()));
+    for (const std::string bad : {"/dev/full", "no/such", "."}) {
+        const std::string error = "Error: could not create " + bad;
+        EXPECT_EQ(succeed("in.wav|" + bad + "|c|v"), error + ".\n");
+        EXPECT_TRUE(values("c").size() == voiceframes * 40 && values("v").size() == voiceframes);
+        EXPECT_EQ(succeed("in.wav|" + bad + "|" + bad + "/.|" + bad + "/"),
+                  error + ".\n" + error + "/..\n" + error + "/.\n");
+    }
+}
+
+TEST_F(cli, takesnomalformedinput) {
+    const std::string whole = wavbytes(voice());
+    for (const std::string &bad :
+         {std::string(), whole.substr(0, 44), whole.substr(0, whole.size() - 1),
+          wavbytes(voice(), {.channels = 2}), wavbytes(voice(), {.rate = 44100}),
+          wavbytes(voice(), {.fmtsize = 0xffffffff}), wavbytes(voice(), {.datasize = ~0U})}) {
+        put("in.wav", bad);
+        EXPECT_EQ(succeed("in.wav|f|c"), "Error: could not open in.wav.\n");
+    }
+    EXPECT_FALSE(readfile(folder_ / "f") || readfile(folder_ / "c"));
+    put("in.wav", wavbytes(voice(), {.fmtsize = 18, .rest = "xx"}) + "more");
+    EXPECT_EQ(succeed("in.wav|f|c"), "");
+}
+
+TEST_F(cli, tworunsonspeecharealikebyteforbyte) {
+    for (const std::string f0acc : {"0", "2"}) {
+        for (const std::string run : {"1", "2"})
+            EXPECT_EQ(succeed(NALVEO_EXAMPLES "/sample.wav|f" + run + "|c" + run + "|v" + run +
+                              "|--f0acc=" + f0acc),
+                      "");
+        EXPECT_TRUE(get("f1") == get("f2") && get("c1") == get("c2") && get("v1") == get("v2"));
+        EXPECT_EQ(values("f1").size(), 558U);  // (44580 - 1) / 80 + 1
+        for (const char *name : {"f1", "c1", "v1"}) EXPECT_TRUE(allfinite(values(name))) << name;
+    }
+}

@@ -1,0 +1,74 @@
+#include "io/fdoubleio.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include "io/binaryfile.h"
+#include "testfiles.h"
+
+namespace {
+
+using doubles = std::vector<double>;
+
+// Reads a track file. A failure must leave the result pointer as it was.
+doubles readtrack(const std::string &path) {
+    double untouched = 0.0, *read = &untouched;
+    const std::uint32_t count = fdoubleread(path.c_str(), &read);
+    EXPECT_EQ(count == 0, read == &untouched);
+    const readerarray values(count == 0 ? nullptr : read);
+    return {values.get(), values.get() + count};
+}
+
+}  // namespace
+
+TEST(fdoublewrite, writeslittleendianfloats) {
+    const tempfolder folder;
+    const doubles values = {1.0, 2.5, -1e10, 0.1};
+    // IEEE: sign, 8 bits of exponent, 23 of fraction, lowest byte first; 0.1 rounds up.
+    const std::string bytes("\0\0\x80\x3f\0\0\x20\x40\xf9\x02\x15\xd0\xcd\xcc\xcc\x3d", 16);
+    for (const auto copy : {std::int8_t{0}, std::int8_t{1}, std::int8_t{2}}) {
+        doubles track = values;
+        writefile(folder / "track", "more than will be there when the file has been truncated");
+        ASSERT_EQ(fdoublewrite((folder / "track").c_str(), track.data(), 4, copy), 4U);
+        EXPECT_EQ(readfile(folder / "track"), bytes);
+        if (copy == 1)
+            EXPECT_EQ(track, values);
+        else
+            EXPECT_EQ(std::memcmp(track.data(), bytes.data(), 16), 0) << "the floats, packed";
+    }
+}
+
+TEST(fdoublewrite, saysthatithasfailed) {
+    const tempfolder folder;
+    doubles values(100000);
+    EXPECT_EQ(fdoublewrite(nullptr, values.data(), 1, 0), 0U);
+    EXPECT_EQ(fdoublewrite((folder / "no/track").c_str(), values.data(), 1, 0), 0U);
+    EXPECT_EQ(fdoublewrite((folder / "none").c_str(), values.data(), 0, 0), 0U);
+    EXPECT_FALSE(readfile(folder / "none"));
+    // A few values leave the buffer only when the file is closed, many before that.
+    for (const std::uint32_t count : {1U, 100000U})
+        EXPECT_EQ(fdoublewrite("/dev/full", values.data(), count, 1), 0U) << count;
+}
+
+TEST(fdoubleread, readswholevaluesofanynumber) {
+    const tempfolder folder;
+    const std::string path = folder / "track";
+    constexpr float most = std::numeric_limits<float>::max();
+    // Around 65536 values the reader's array grows.
+    for (const std::size_t count : {1U, 2U, 65535U, 65536U, 65537U, 200000U}) {
+        std::vector<float> floats = {0.1F, -most, std::numeric_limits<float>::denorm_min()};
+        while (floats.size() < count) floats.push_back(static_cast<float>(floats.size()) - 0.5F);
+        floats.resize(count);
+        writefile(path, floatbytes(floats) + std::string(count % 4, 'x'));  // a bit of a value
+        EXPECT_TRUE(readtrack(path) == doubles(floats.begin(), floats.end())) << count;
+    }
+    for (const char *few : {"", "a", "abc"}) {
+        writefile(path, few);
+        EXPECT_TRUE(readtrack(path).empty()) << few;
+    }
+    for (const char *none : {"", "none"}) EXPECT_TRUE(readtrack(folder / none).empty()) << none;
+    double *unset = nullptr;
+    EXPECT_EQ(fdoubleread(nullptr, &unset), 0U);
+}

@@ -1,0 +1,319 @@
+#include "analysis/harmonicanalysis.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "numeric/windowing.h"
+#include "testsignals.h"
+
+namespace {
+
+using reals = std::vector<double>;
+using record = std::unique_ptr<hamem, int (*)(hamem *)>;
+
+record makeharecord(double f0min = 60) {
+    return {hameminitialize(testfs, testfs, f0min), hamemdestroy};
+}
+
+record makeqharecord(double f0min = 60) {
+    return {qhameminitialize(testfs, testfs, f0min), qhamemdestroy};
+}
+
+TEST(harmonicsizes, byhand) {
+    EXPECT_EQ(haframesize(testfs, 100), 401u);
+    EXPECT_EQ(sqhaframesize(testfs, 100), 401u);
+    EXPECT_EQ(qhaframesize(testfs, 100), 481u);
+    const struct {
+        double fmax, f0;
+        std::uint32_t k;
+    } cases[] = {{16000, 100, 79}, {16000, 150, 53}, {1000, 100, 9},   {1001, 100, 10},
+                 {900, 1000, 0},   {100, 100, 0},    {16000, 8000, 0}, {16000, 7999, 1},
+                 {8000, 100, 79},  {16000, 0, 0}};
+    for (const auto &c : cases) EXPECT_EQ(hanoharms(testfs, c.fmax, c.f0), c.k) << c.f0;
+}
+
+// A frame of noise under its window: nothing that any model fits, so all entries matter.
+struct noiseframe {
+    explicit noiseframe(std::uint32_t length) : n(length), h(static_cast<int>(n / 2)), window(n) {
+        winhamming(window.data(), n, 1);
+        y = whitenoise(n, 1.0, n);
+        for (std::size_t i = 0; i < n; ++i) y[i] *= window[i];
+    }
+    std::uint32_t n;
+    int h;
+    reals window;
+    reals y;
+    double weight(int t) const { return window[static_cast<std::size_t>(t + h)]; }
+};
+
+// Columns: w(t) e^(i 2 pi f t / fs) for the frequencies -f(K) .. f(K), and those times t / fs.
+complexes designof(const noiseframe &frame, const reals &freqs, bool slopes) {
+    reals all;
+    for (auto f = freqs.rbegin(); f != freqs.rend(); ++f) all.push_back(-*f);
+    all.push_back(0.0);
+    all.insert(all.end(), freqs.begin(), freqs.end());
+    complexes e;
+    for (int t = -frame.h; t <= frame.h; ++t) {
+        for (const double f : all)
+            e.push_back(std::polar(frame.weight(t), 2 * testpi * f * t / testfs));
+        if (!slopes) continue;
+        for (const double f : all)
+            e.push_back(std::polar(frame.weight(t), 2 * testpi * f * t / testfs) * (t / testfs));
+    }
+    return e;
+}
+
+reals multiplesof(double f0, std::size_t k) {
+    reals f(k);
+    for (std::size_t i = 0; i < k; ++i) f[i] = f0 * static_cast<double>(i + 1);
+    return f;
+}
+
+enum class model { ha, qha, sqha };
+
+class harmonicmodel : public testing::TestWithParam<std::tuple<model, double, std::size_t>> {};
+
+TEST_P(harmonicmodel, agreeswithdenseleastsquares) {
+    const auto [kind, f0, k] = GetParam();
+    const bool slopes = kind == model::qha;
+    const noiseframe frame(slopes ? qhaframesize(testfs, f0) : haframesize(testfs, f0));
+    reals freqs = multiplesof(f0, k);
+    if (kind == model::sqha)
+        for (std::size_t i = 0; i < k; ++i) freqs[i] += 0.2 * f0 * std::sin(static_cast<double>(i));
+    const std::size_t blocksize = 2 * k + 1;
+    const std::size_t unknowns = slopes ? 2 * blocksize : blocksize;
+
+    const record r = makeqharecord(f0);
+    std::copy(frame.y.begin(), frame.y.end(), r->frame);
+    const auto harmonics = static_cast<std::uint32_t>(k);
+    const auto m = static_cast<std::uint32_t>(unknowns);
+    double scale = 0.0;
+    if (kind == model::ha) {
+        hamatrixcreate(r->design, frame.n, harmonics, frame.window.data(), f0, testfs);
+    } else if (kind == model::sqha) {
+        sqhamatrixcreate(r->design, frame.n, harmonics, freqs.data(), frame.window.data(), testfs);
+    } else {
+        scale = qhamatrixcreate(r->design, frame.n, harmonics, frame.window.data(), f0, testfs);
+        double plain = 0, weighted = 0;  // the same windowed energy, up to the edges' half samples
+        for (int t = -frame.h; t <= frame.h; ++t) {
+            plain += frame.weight(t) * frame.weight(t);
+            weighted += std::pow(frame.weight(t) * t * scale / testfs, 2);
+        }
+        EXPECT_NEAR(weighted / plain, 1.0, 0.02);
+    }
+
+    // Row r of the design matrix is harmonic K - r, that is column K + (K - r) of the dense form.
+    const complexes e = designof(frame, freqs, slopes);
+    for (std::size_t row = 0; row < unknowns; ++row)
+        for (std::size_t n = 0; n < frame.n; ++n) {
+            const std::size_t column = row < blocksize ? 2 * k - row : 6 * k + 2 - row;
+            const double *const found = r->design + 2 * (row * frame.n + n);
+            const std::complex<double> wanted =
+                e[n * unknowns + column] * (row < blocksize ? 1.0 : scale);
+            ASSERT_NEAR(std::abs(std::complex(found[0], found[1]) - wanted), 0.0, 1e-11);
+        }
+
+    const complexes wanted =
+        denseleastsquares(e, complexes(frame.y.begin(), frame.y.end()), frame.n, unknowns);
+    ASSERT_EQ(slopes ? qhalscsolve(r.get(), frame.n, m, scale)
+                     : hasqhalscsolve(r.get(), frame.n, m, kind == model::ha),
+              0);
+    for (std::size_t i = 0; i < unknowns; ++i) {
+        const std::complex<double> found(r->solution[2 * i], r->solution[2 * i + 1]);
+        // Slopes are per second, some hundreds of times the amplitudes. The blocks' condition
+        // (some thousands for two tones half a resolution apart) leaves ten digits.
+        ASSERT_NEAR(std::abs(found - wanted[i]), 0.0, i < blocksize ? 1e-9 : 1e-6) << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    models, harmonicmodel,
+    testing::Values(std::tuple(model::ha, 400.0, 19), std::tuple(model::ha, 230.0, 5),
+                    std::tuple(model::ha, 3000.0, 2), std::tuple(model::qha, 400.0, 19),
+                    std::tuple(model::qha, 410.0, 4), std::tuple(model::qha, 3000.0, 2),
+                    std::tuple(model::qha, 5000.0, 1), std::tuple(model::sqha, 400.0, 19),
+                    std::tuple(model::sqha, 333.0, 6), std::tuple(model::sqha, 5000.0, 1)));
+
+// Harmonics of known amplitude and phase around a centre, all up to fs / 2.
+struct knownvoice {
+    knownvoice(double f, std::uint32_t c) : f0(f), centre(c), x(4000) {
+        for (std::size_t k = 1; static_cast<double>(k) * f0 < testfs / 2; ++k) {
+            amps.push_back(0.1 / static_cast<double>(k) + 0.01 * static_cast<double>(k % 4));
+            phases.push_back(std::remainder(1.3 * static_cast<double>(k * k), 2 * testpi));
+            addtone(x, amps.back(), f0 * static_cast<double>(k), phases.back(), centre);
+        }
+    }
+    double f0;
+    std::uint32_t centre;
+    reals x, amps, phases;
+};
+
+int estimate(model kind, const reals &x, std::uint32_t centre, double *amp, double *phase,
+             double *freq, const record &mem, double f0) {
+    const auto n = static_cast<std::uint32_t>(x.size());
+    const std::uint32_t k = hanoharms(testfs, testfs, f0);
+    if (kind == model::ha)
+        return getharmonics(x.data(), n, centre, k, amp, phase, mem.get(), testfs, f0);
+    const auto estimator = kind == model::qha ? getqharmonics : getsqharmonics;
+    return estimator(x.data(), n, centre, k, amp, phase, freq, mem.get(), testfs, f0);
+}
+
+constexpr model allmodels[] = {model::ha, model::qha, model::sqha};
+
+TEST(estimators, recoverknownharmonics) {
+    const record ha = makeharecord(), qha = makeqharecord();
+    for (const double f0 : {70.0, 123.4, 260.0}) {
+        const knownvoice v(f0, 1800);
+        const std::size_t k = v.amps.size();
+        for (const model kind : allmodels) {
+            reals amp(k), phase(k), freq = multiplesof(f0, k);
+            ASSERT_EQ(estimate(kind, v.x, 1800, amp.data(), phase.data(), freq.data(),
+                               kind == model::ha ? ha : qha, f0),
+                      0);
+            // The model holds exactly: what is left is rounding, times the condition.
+            for (std::size_t i = 0; i < k; ++i) {
+                ASSERT_NEAR(amp[i], v.amps[i], 1e-8) << i;
+                ASSERT_NEAR(std::remainder(phase[i] - v.phases[i], 2 * testpi), 0.0, 1e-6) << i;
+                ASSERT_NEAR(freq[i], f0 * static_cast<double>(i + 1), 1e-3) << i;
+            }
+        }
+    }
+}
+
+TEST(estimators, keepanerroratthetopofthebandthere) {
+    // The 53rd harmonic and its mirror image are 0.002 Hz apart: it cannot be told, the others can.
+    const knownvoice v(7999.999 / 53, 1800);
+    reals amp(53);
+    ASSERT_EQ(estimate(model::ha, v.x, 1800, amp.data(), nullptr, nullptr, makeharecord(), v.f0),
+              0);
+    for (std::size_t i = 0; i < 52; ++i) EXPECT_NEAR(amp[i], v.amps[i], 1e-8) << i;
+}
+
+TEST(estimators, failwithouttouchingtheiroutputs) {
+    const reals silence(1000), sound = whitenoise(1000, 0.1, 1), before(79, -7.0);
+    const record qha = makeqharecord();
+    const std::pair<reals, double> cases[] = {{silence, 200}, {sound, 8000}, {sound, 0}};
+    for (const auto &[x, f0] : cases)
+        for (const model kind : allmodels) {
+            reals amp = before, phase = before, out = before;
+            EXPECT_EQ(estimate(kind, x, 500, amp.data(), phase.data(), nullptr, qha, f0), -1);
+            EXPECT_EQ(getlogspectrumfromharms(x.data(), 1000, 500, 64, out.data(), qha.get(),
+                                              kind == model::sqha, testfs, f0),
+                      -1);
+            EXPECT_EQ(amp, before);
+            EXPECT_EQ(phase, before);
+            EXPECT_EQ(out, before);
+        }
+}
+
+TEST(estimators, findfrequenciesoffthegrid) {
+    // All harmonics are off, each by its own few Hz.
+    reals x(4000), offsets;
+    const double f0 = 200;
+    for (int k = 1; k < 40; ++k) {
+        offsets.push_back(6 * std::sin(2.0 * k));
+        addtone(x, 0.02, f0 * k + offsets.back(), 0.9 * k * k, 2000);
+    }
+    const record qha = makeqharecord();
+    reals amp(39), freq(39);
+    estimate(model::sqha, x, 2000, amp.data(), nullptr, freq.data(), qha, f0);
+    for (std::size_t i = 0; i < 39; ++i) {
+        EXPECT_NEAR(freq[i], f0 * static_cast<double>(i + 1) + offsets[i], 0.5) << i;
+        EXPECT_NEAR(amp[i], 0.02, 2e-4) << i;  // ten times better than at multiples of f0
+    }
+}
+
+TEST(estimators, discardamismatchofhalfaspacing) {
+    const reals x = whitenoise(4000, 0.1, 8);
+    const record qha = makeqharecord();
+    int discarded = 0;
+    for (const double f0 : {150.0, 220.0, 310.0}) {
+        const std::uint32_t k = hanoharms(testfs, testfs, f0);
+        reals freq(k);
+        estimate(model::qha, x, 2000, nullptr, nullptr, freq.data(), qha, f0);
+        const auto entry = [&](std::size_t i) {
+            return std::complex(qha->solution[2 * i], qha->solution[2 * i + 1]);
+        };
+        for (std::uint32_t i = 0; i < k; ++i) {
+            // a + b t turns at the rate of the mismatch; slopes follow the 2k + 1 amplitudes.
+            const double shift = (entry(3 * k + 2 + i) / entry(k + 1 + i)).imag() / (2 * testpi);
+            const double nominal = f0 * (i + 1);
+            discarded += std::abs(shift) >= f0 / 2;
+            EXPECT_NEAR(freq[i], std::abs(shift) >= f0 / 2 ? nominal : nominal + shift, 1e-7);
+        }
+    }
+    EXPECT_GT(discarded, 5);
+}
+
+class refinestep : public testing::Test {
+   protected:
+    reals x = reals(4000);
+    record qha = makeqharecord();
+    double step(double f0, double fmax) {
+        return qharefinepitch(x.data(), 4000, 2000, qha.get(), testfs, f0, fmax);
+    }
+};
+
+TEST_F(refinestep, givesthefiguresworkedoutforit) {
+    // Two harmonics at 405 and 810 Hz, taken for 400: the empty harmonics pull the mean down.
+    addtone(x, 1, 405, 0, 2000);
+    addtone(x, 0.5, 810, 0, 2000);
+    EXPECT_NEAR(step(400, 16000), 403.89, 0.005);
+    std::fill(x.begin(), x.end(), 0.0);
+    addtone(x, 1, 405, -testpi / 2, 2000);
+    addtone(x, 0.5, 810, -testpi / 2, 2000);
+    EXPECT_NEAR(step(400, 16000), 402.94, 0.005);
+    EXPECT_NEAR(step(400, 900), 405, 0.2);  // below 900 Hz there are only the two
+}
+
+TEST_F(refinestep, handsbackwhatitcannotrefine) {
+    EXPECT_EQ(step(200, 4000), 200.0);  // silence
+    addtone(x, 0.1, 203, 0);
+    EXPECT_NE(step(200, 4000), 200.0);
+    EXPECT_EQ(step(0, 4000), 0.0);
+    EXPECT_EQ(step(200, 200), 200.0);
+}
+
+class harmonicspectrum : public testing::TestWithParam<std::tuple<double, std::uint32_t>> {};
+
+TEST_P(harmonicspectrum, isthekernelsum) {
+    const auto [f0, nfft] = GetParam();
+    const knownvoice v(f0, 1800);
+    const int k = static_cast<int>(v.amps.size());
+    reals levels(1);
+    for (const double a : v.amps) levels.push_back(std::log(a / 2 / std::sqrt(f0)));
+    levels[0] = levels[1];
+    levels.resize(levels.size() + 4, *std::min_element(levels.begin(), levels.end()));
+    const record ha = makeharecord(), qha = makeqharecord();
+    for (const std::uint8_t sqha : {std::uint8_t{0}, std::uint8_t{1}}) {
+        reals out(nfft, 99.0);
+        ASSERT_EQ(getlogspectrumfromharms(v.x.data(), 4000, v.centre, nfft, out.data(),
+                                          sqha != 0 ? qha.get() : ha.get(), sqha, testfs, f0),
+                  0);
+        for (std::uint32_t i = 0; i < nfft; ++i) {
+            const double f = std::min(i, nfft - i) * testfs / nfft;
+            double wanted = 0.0;
+            for (int j = -3; j <= k + 4; ++j) {  // levels are even about 0 Hz
+                const double d = f / f0 - j;
+                if (std::abs(d) >= 4) continue;
+                const double sinc = d == 0 ? 1 : std::sin(testpi * d) / (testpi * d);
+                wanted += levels[static_cast<std::size_t>(std::abs(j))] * sinc *
+                          (0.5 + 0.5 * std::cos(testpi * d / 4));
+            }
+            // SQHA works at frequencies that are 1e-4 Hz off.
+            ASSERT_NEAR(out[i], wanted, sqha != 0 ? 1e-3 : 1e-6) << i;
+        }
+    }
+}
+
+// None of these has a bin beyond the first of a span on a harmonic, where the running quotient is
+// mere rounding.
+INSTANTIATE_TEST_SUITE_P(grids, harmonicspectrum,
+                         testing::Values(std::tuple(130.3, 1024), std::tuple(70.1, 1024),
+                                         std::tuple(411.7, 512), std::tuple(2900.3, 512)));
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include "io/wavm1616io.h"
+
+#include <gtest/gtest.h>
+
+#include "io/binaryfile.h"
+#include "testfiles.h"
+
+namespace {
+
+using doubles = std::vector<double>;
+
+// Reads a file of these bytes. A failure must leave the result pointer as it was.
+doubles readwav(const std::string &bytes) {
+    const tempfolder folder;
+    writefile(folder / "in.wav", bytes);
+    double untouched = 0.0, *read = &untouched;
+    const std::uint32_t count = wavreadm1616((folder / "in.wav").c_str(), &read);
+    EXPECT_EQ(count == 0, read == &untouched);
+    const readerarray samples(count == 0 ? nullptr : read);
+    return {samples.get(), samples.get() + count};
+}
+
+}  // namespace
+
+TEST(wavreadm1616, scalesto32768ths) {
+    EXPECT_EQ(readwav(wavbytes({-32768, 32767, 0, 1, -16384})),
+              (doubles{-1.0, 0.999969482421875, 0.0, 1.0 / 32768.0, -0.5}));
+    std::vector<std::int16_t> samples(200000);  // several steps of the reader's growing array
+    for (std::size_t k = 0; k < samples.size(); ++k) samples[k] = static_cast<std::int16_t>(7 * k);
+    const doubles read = readwav(wavbytes(samples));
+    ASSERT_EQ(read.size(), samples.size());
+    for (std::size_t k = 0; k < read.size(); ++k) ASSERT_EQ(read[k] * 32768.0, samples[k]) << k;
+}
+
+TEST(wavreadm1616, takesallthatdoesnotmatter) {
+    const wavheader headers[] = {{.byterate = 7},
+                                 {.align = 99},
+                                 {.fmtsize = 17, .rest = "x"},
+                                 {.fmtsize = 40, .rest = "data" + std::string(20, 'x')},
+                                 {.fmtsize = 9016, .rest = std::string(9000, 'x')}};
+    const doubles expected = {1.0 / 32768.0, -2.0 / 32768.0};
+    for (const wavheader &header : headers) EXPECT_EQ(readwav(wavbytes({1, -2}, header)), expected);
+    EXPECT_EQ(readwav(wavbytes({1, -2}) + "LIST"), expected);
+    EXPECT_EQ(readwav(wavbytes({1, -2, 3}, {.datasize = 5})), expected) << "odd last byte";
+}
+
+TEST(wavreadm1616, takesnootherheader) {
+    const wavheader headers[] = {{.riff = "RIFX"},
+                                 {.wave = "AVI "},
+                                 {.fmt = "fmt_"},
+                                 {.data = "DATA"},
+                                 {.format = 3},
+                                 {.channels = 2},
+                                 {.rate = 44100},
+                                 {.rate = 0x10000 + 16000},
+                                 {.bits = 24},
+                                 {.fmtsize = 18},  // whose two bytes are not there
+                                 {.fmtsize = 17, .rest = "xy"},
+                                 {.fmtsize = 15},
+                                 {.fmtsize = 0xffffffff},
+                                 {.rest = std::string("LIST\4\0\0\0abcd", 12)},
+                                 {.datasize = 0},
+                                 {.datasize = 1},
+                                 {.datasize = 9}};  // whose last byte is not there
+    for (const wavheader &header : headers)
+        EXPECT_TRUE(readwav(wavbytes({1, 2, 3, 4}, header)).empty()) << &header - headers;
+}
+
+TEST(wavreadm1616, refusesafilecutanywhere) {
+    const std::string whole = wavbytes({1, 2, 3});
+    for (std::size_t size = 0; size < whole.size(); ++size)
+        EXPECT_TRUE(readwav(whole.substr(0, size)).empty()) << size;
+    double *unset = nullptr;
+    for (const char *path : {"", "/", "/no/such"}) EXPECT_EQ(wavreadm1616(path, &unset), 0U);
+}
+
+TEST(wavreadm1616, needsnomorememorythanthefilehasbytesfor) {
+    const auto peak = [] {  // address space ever in use, KiB
+        const std::string status = readfile("/proc/self/status").value();
+        return std::stoll(status.substr(status.find("VmPeak:") + 7));
+    };
+    const long long before = peak();
+    for (const std::uint32_t claim : {0x10000000U, 0x80000000U, 0xffffffffU})
+        EXPECT_TRUE(readwav(wavbytes({1, 2, 3}, {.datasize = claim})).empty());
+    EXPECT_LT(peak() - before, 64 * 1024) << "for a file of 50 bytes";
+}
