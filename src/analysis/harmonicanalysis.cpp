@@ -114,8 +114,9 @@ void timeweightedrows(double *e, const framesize &size, double s, double fs) {
         double *const weighted = e + (size.l + r) * size.stride;
         for (int n = 0; n <= h; ++n) {
             const double t = n - h;
-            weighted[2 * n] = plain[2 * n] * t * s / fs;
-            weighted[2 * n + 1] = plain[2 * n + 1] * t * s / fs;
+            const std::size_t i = 2 * static_cast<std::size_t>(n);
+            weighted[i] = plain[i] * t * s / fs;
+            weighted[i + 1] = plain[i + 1] * t * s / fs;
         }
     }
 }
