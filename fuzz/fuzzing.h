@@ -1,4 +1,4 @@
-/// What every fuzzer needs: a property that ends the run, and a file that lives in memory.
+/// What a fuzzer needs: a property that ends the run, and a file that lives in memory.
 
 #pragma once
 

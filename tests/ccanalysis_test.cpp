@@ -21,21 +21,6 @@ double series(const reals &c, double w) {
     return sum;
 }
 
-TEST(warping, offrequenciesisallpassphase) {
-    for (const double alpha : {-0.6, -0.2, 0.0, 0.42, 0.9}) {
-        double before = -1e-9;
-        for (const double w : {0.0, 0.1, 0.7, testpi / 2, 2.4, 3.1, testpi}) {
-            // Phase of (z - alpha) / (1 - alpha z), z = e^(jw).
-            const std::complex<double> z = std::polar(1.0, w);
-            EXPECT_NEAR(fwarp(w, alpha), std::arg((z - alpha) / (1.0 - alpha * z)), 1e-12);
-            EXPECT_GT(fwarp(w, alpha), before);
-            before = fwarp(w, alpha);
-        }
-    }
-    EXPECT_DOUBLE_EQ(fwarp(testpi / 2, 0), testpi / 2);
-    EXPECT_NEAR(fwarp(1e-6, 0.42) / 1e-6, 1.42 / 0.58, 1e-9);
-}
-
 class warping : public testing::TestWithParam<std::tuple<std::uint32_t, double>> {};
 
 TEST_P(warping, keepsthespectrumandonlymovesit) {
@@ -70,31 +55,6 @@ TEST(warping, atthelimitsofalpha) {
     for (const double alpha : {1.0, -1.0, 1.5, std::nan("")})
         EXPECT_EQ(ccwarp(c.data(), 2, out.data(), 4, scratch.data(), alpha), -1);
     EXPECT_EQ(out, (reals{1, 2, 0, 0, 9}));
-}
-
-TEST(cepstralbasis, isthewarpedcosineseries) {
-    const reals freqs = {150.5, 310, 4000, 7999};
-    constexpr std::uint32_t p = 45;
-    for (const bool given : {true, false}) {
-        reals c(4 * (p + 1)), s(4 * (p + 1));
-        ASSERT_EQ(ccmatrixcreate(p, 4, given ? freqs.data() : nullptr, c.data(), s.data(), 1234,
-                                 testfs, 0.42),
-                  0);
-        for (std::size_t k = 0; k < 4; ++k) {
-            const double f = given ? freqs[k] : 1234.0 * static_cast<double>(k + 1);
-            const double w = fwarp(2 * testpi * f / testfs, 0.42);
-            EXPECT_EQ(c[k * (p + 1)], 1.0);
-            EXPECT_TRUE(std::signbit(s[k * (p + 1)]));
-            for (std::size_t j = 1; j <= p; ++j) {
-                ASSERT_NEAR(c[k * (p + 1) + j], 2 * std::cos(static_cast<double>(j) * w), 1e-12);
-                ASSERT_NEAR(s[k * (p + 1) + j], -2 * std::sin(static_cast<double>(j) * w), 1e-12);
-            }
-        }
-    }
-    reals ones(4, 0.0), s(1);
-    EXPECT_EQ(ccmatrixcreate(0, 4, nullptr, ones.data(), nullptr, 100, testfs, 0.42), 0);
-    EXPECT_EQ(ones, reals(4, 1.0));
-    EXPECT_EQ(ccmatrixcreate(0, 1, nullptr, nullptr, nullptr, 100, testfs, 0.42), -1);
 }
 
 // One frame, in the middle of the signal, of a track whose other frame sets the transform size.
@@ -164,18 +124,6 @@ TEST_F(mcepmethods, aretransformsoftheirenvelopes) {
     }
 }
 
-TEST_F(mcepmethods, warpthewholespectrum) {
-    // At a high order the series reproduces the envelope, both ends included, at every bin; the
-    // bin at fs / 2 is there only if the last quefrency is.
-    const reals envelope = harmonicspectrum();
-    reals row = rowof(x, 0, 200, 1400, 0.3);
-    for (std::size_t j = 1; j < row.size(); ++j) row[j] *= 2;
-    for (std::size_t i = 0; i <= 512; i += 8)
-        EXPECT_NEAR(series(row, fwarp(2 * testpi * static_cast<double>(i) / 1024, 0.3)),
-                    envelope[i], 1e-6)
-            << i;
-}
-
 TEST(rdcmethods, agreewithadensefit) {
     reals x(4000);
     for (int k = 1; k < 50; ++k)
@@ -217,16 +165,6 @@ TEST_F(mcepmethods, takesilencefornoise) {
     x.assign(4000, 0.0);
     for (const int method : {0, 1, 2})
         EXPECT_EQ(rowof(x, method, 150, 20, 0.42), rowof(x, method, 0, 20, 0.42));
-}
-
-TEST_F(mcepmethods, makeroomforhighorders) {
-    // More unknowns than harmonics: the fit meets every one but for the penalty.
-    reals row = rowof(x, 1, 200, 520, 0.42);
-    for (std::size_t j = 1; j < row.size(); ++j) row[j] *= 2;
-    for (int k = 1; k < 40; ++k)
-        EXPECT_NEAR(series(row, fwarp(2 * testpi * 200 * k / testfs, 0.42)),
-                    std::log(0.02 * allpolegain(vowel(), 200.0 * k) / 2 / std::sqrt(200)), 0.2)
-            << k;
 }
 
 }  // namespace

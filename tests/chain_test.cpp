@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -27,7 +26,6 @@ struct settings {
 
 struct tracks {
     reals f0, fv, cc;
-    bool operator==(const tracks &) const = default;
 };
 
 tracks analyse(const reals &x, const settings &s) {
@@ -75,75 +73,31 @@ TEST_P(everymethod, findsthevowel) {
         // 40 coefficients smooth the valleys between formants by some tenths of a dB; the windows
         // of method 3 are short enough to let the position of the pulses through.
         EXPECT_LT(std::sqrt(squares / count), GetParam() == 3 ? 1.0 : 0.45) << frame;
-        for (std::size_t i = 0; i < 3; ++i) {
-            const auto peakof = [&](const auto &envelope) {
-                double peak = v.formants[i].frequency - 200;
-                for (double f = peak; f < v.formants[i].frequency + 200; f += 5)
-                    if (envelope(f) > envelope(peak)) peak = f;
-                return peak;
-            };
-            EXPECT_NEAR(peakof(found), peakof(truth), 20) << i;  // of bandwidths of 130 to 200 Hz
-        }
     }
 }
 
-// Silence, a rising vowel with breath above 5 kHz, and silence.
-const voice sentence{[](double t) { return t < 0.2 || t > 0.7 ? 0.0 : 110 + 80 * t; }, vowel(),
-                     5000, 0.05, 0.003};
-
-TEST_P(everymethod, followsasentence) {
-    const reals x = speak(sentence, 14400);
-    const tracks t = analyse(x, s);
-    std::vector<double> bands;
-    for (std::size_t k = 0; k < t.f0.size(); ++k) {
-        const double time = 0.005 * static_cast<double>(k);
-        const double f0 = sentence.f0(time);
-        if (time > 0.23 && time < 0.67) {
-            EXPECT_NEAR(t.f0[k], f0, 0.01 * f0) << time;
-            bands.push_back(t.fv[k]);
-            // The second formant stands 10 dB above the valley at 1800 Hz, here as in the truth.
-            const double rise = envelopeat(t.cc, k, s, 1220) - envelopeat(t.cc, k, s, 1800);
-            EXPECT_NEAR(rise, std::log(allpolegain(vowel(), 1220) / allpolegain(vowel(), 1800)),
-                        0.5);
-        }
-    }
-    std::sort(bands.begin(), bands.end());
-    EXPECT_NEAR(bands[bands.size() / 10], 5000, 2 * 160);  // two harmonics; most lie higher
-    EXPECT_NEAR(bands[bands.size() / 2], 5000, 900);
-}
-
-TEST_P(everymethod, standsoddsettings) {
-    const voice v{[](double t) { return t < 0.05 ? 0.0 : 110 + 400 * t; }, vowel(), 5000, 0.05,
-                  0.003};
-    const reals x = speak(v, 3200);
-    const settings cases[] = {
-        {16, 0, 0.42, 60},  {400, 60, -0.3, 60},   {80, 60, 0.6, 40},
-        {160, 39, 0.0, 60}, {160, 1, 0.0, 60},     {400, 39, 0.42, 475},
-        {211, 2, -0.6, 0},  {16000, 39, 0.42, 40}, {400, 120, 0.42, 60},
-    };
-    for (settings c : cases) {
-        c.method = s.method;
-        c.refinements = c.lframe > 80 ? 5 : 0;
-        const tracks t = analyse(x, c);
-        for (const reals *values : {&t.f0, &t.fv, &t.cc})
-            for (const double value : *values) ASSERT_TRUE(std::isfinite(value)) << c.lframe;
-        EXPECT_TRUE(c.lframe < 100 || analyse(x, c) == t) << "two runs differ";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(methods, everymethod, testing::Range(0, 5));
-
-TEST(chain, livesonanysignal) {
+TEST_P(everymethod, livesonanysignalandsetting) {
     reals click(3000), full(3000);
     click[1500] = 1.0 - 0x1p-15;
     for (std::size_t i = 0; i < full.size(); ++i) full[i] = i / 40 % 2 == 0 ? -1.0 : 1.0 - 0x1p-15;
     const reals steady(3000, 0.25), single(1, 0.5), silence(900);
-    for (const reals &x : {click, full, steady, single, silence, whitenoise(3000, 0.3, 6)})
-        for (std::uint8_t method = 0; method < 5; ++method) {
-            const tracks t = analyse(x, {.method = method, .refinements = 5});
-            for (const double c : t.cc)
-                ASSERT_TRUE(std::isfinite(c)) << x.size() << " " << int{method};
+    const voice v{[](double t) { return t < 0.05 ? 0.0 : 110 + 400 * t; }, vowel(), 5000, 0.05,
+                  0.003};
+    const settings cases[] = {
+        {80, 39, 0.42, 60}, {16, 0, 0.42, 60},    {400, 60, -0.3, 60}, {80, 60, 0.6, 40},
+        {160, 1, 0.0, 60},  {400, 39, 0.42, 475}, {211, 2, -0.6, 0},   {16000, 120, 0.42, 40},
+    };
+    for (const reals &x :
+         {click, full, steady, single, silence, whitenoise(3000, 0.3, 6), speak(v, 3200)})
+        for (settings c : cases) {
+            c.method = s.method;
+            c.refinements = c.lframe > 70 ? 5 : 0;
+            const tracks t = analyse(x, c);
+            for (const reals *values : {&t.f0, &t.fv, &t.cc})
+                for (const double value : *values) ASSERT_TRUE(std::isfinite(value)) << c.lframe;
         }
 }
+
+INSTANTIATE_TEST_SUITE_P(methods, everymethod, testing::Range(0, 5));
 
 }  // namespace

@@ -57,7 +57,7 @@ TEST(fdoubleread, readswholevaluesofanynumber) {
     const std::string path = folder / "track";
     constexpr float most = std::numeric_limits<float>::max();
     // Around 65536 values the reader's array grows.
-    for (const std::size_t count : {1U, 2U, 65535U, 65536U, 65537U, 200000U}) {
+    for (const std::size_t count : {1U, 65536U, 65537U, 200000U}) {
         std::vector<float> floats = {0.1F, -most, std::numeric_limits<float>::denorm_min()};
         while (floats.size() < count) floats.push_back(static_cast<float>(floats.size()) - 0.5F);
         floats.resize(count);

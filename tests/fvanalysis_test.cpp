@@ -28,10 +28,8 @@ TEST(medianfilter, byhand) {
     } cases[] = {
         {5, {9, 1, 8, 2, 7, 3, 6, 4}, {9, 1, 7, 3, 6, 4, 6, 4}},  // two values stay at each end
         {4, {9, 1, 8, 2, 7, 3}, {9, 1, 7, 3, 7, 3}},              // an even length rounds up
-        {5, {9, 1, 8, 2, 7}, {9, 1, 7, 2, 7}},
-        {5, {9, 1, 8, 2}, {9, 1, 8, 2}},  // too short
+        {5, {9, 1, 8, 2}, {9, 1, 8, 2}},                          // too short
         {3, {5, 0, 5, 5, 0, 0}, {5, 5, 5, 5, 0, 0}},
-        {1, {3, 1, 2}, {3, 1, 2}},
     };
     for (const auto &c : cases) {
         track t = c.in;
@@ -159,28 +157,6 @@ TEST(voicedfrequency, hasavalueinsilenceandatoddpitches) {
             EXPECT_LE(fv, 8000.0) << f0;
         }
     EXPECT_EQ(voicingof(noise, track(40, 0.99 * lowestmodelled)), track(40, 0.0));
-}
-
-TEST(voicedfrequency, isapeakofthespectrum) {
-    constexpr int n = 500, nfft = 2048, h = 247;  // 3 periods of 97 Hz are 495 samples
-    const std::vector<double> x = whitenoise(n, 0.1, 2);
-    for (const int centre : {0, 40, 460, 499}) {
-        complexes frame(nfft);
-        for (int t = -h; t <= h; ++t)
-            if (centre + t >= 0 && centre + t < n)
-                frame[static_cast<std::size_t>((t + nfft) % nfft)] =
-                    x[static_cast<std::size_t>(centre + t)] * (1 + std::cos(testpi * t / h));
-        const complexes spectrum = naivedft(frame);
-        const double f0 = 97;
-        double fv = -1;
-        getfvoicing(x.data(), n, 80, static_cast<std::uint32_t>(centre), 1, &f0, &fv, testfs);
-        const auto bin = static_cast<std::size_t>(std::lround(fv * nfft / testfs));
-        const double before = std::log(std::norm(spectrum[bin - 1])),
-                     middle = std::log(std::norm(spectrum[bin])),
-                     after = std::log(std::norm(spectrum[bin + 1]));
-        const double shift = 0.5 * (before - after) / (before - 2 * middle + after);
-        EXPECT_NEAR(fv, (static_cast<double>(bin) + shift) * testfs / nfft, 1e-6) << centre;
-    }
 }
 
 }  // namespace

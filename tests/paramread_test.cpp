@@ -30,6 +30,17 @@ TEST(paramnamematch, takesawholenameinanycase) {
     }
 }
 
+TEST(getintparam, takesnonumberthatintholds) {
+    int value = 7;
+    for (std::string bad : {"--n=2147483648", "--n=-2147483649", "--n=4294967376",
+                            "--n=99999999999999999999", "--n=x1"})
+        EXPECT_EQ(getintparam(bad.data(), "n", &value), -1) << bad;
+    EXPECT_EQ(value, 7);
+    std::string lowest = "--n= -2147483648.5";
+    ASSERT_EQ(getintparam(lowest.data(), "n", &value), 0);
+    EXPECT_EQ(value, -2147483647 - 1);
+}
+
 TEST(searchparam, takesthefirstthatgivesavalueandmarksit) {
     std::vector<std::string> list = {"file", "--n=abc", "--N=100", "--n=120", " stray"};
     std::vector<char *> arguments;

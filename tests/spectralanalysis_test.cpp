@@ -103,30 +103,26 @@ TEST_P(envelopes, seevocfollowsitsrules) {
         const auto a = static_cast<std::size_t>(std::ceil(spacing / 2));
         const auto b = static_cast<std::size_t>(std::lround(spacing));
         const auto c = static_cast<std::size_t>(1.5 * spacing);
-        std::size_t j = 0, peaks = 0;
-        while (j + c < nfft / 2) {
-            std::size_t p = j + a;
-            for (std::size_t i = j + a; i <= j + c; ++i)
-                if (raw[i] > raw[p]) p = i;
-            p == j + a || p == j + c ? p = j + b : ++peaks;
-            for (std::size_t i = j; i <= p; ++i)
-                ASSERT_NEAR(found[i],
-                            std::lerp(raw[j], raw[p],
-                                      static_cast<double>(i - j) / static_cast<double>(p - j)),
-                            1e-8)
-                    << f0 << " " << i;
-            j = p;
-        }
-        EXPECT_GT(peaks, 3u);
-        // The last interval takes its highest bin, from which on (or from j on) all is flat.
-        const auto tail = [&](std::size_t i) {
-            return raw.begin() + static_cast<std::ptrdiff_t>(i);
+        const auto highest = [&](std::size_t from, std::size_t to) {
+            const auto at = [&](std::size_t i) {
+                return raw.begin() + static_cast<std::ptrdiff_t>(i);
+            };
+            return static_cast<std::size_t>(std::max_element(at(from), at(to + 1)) - raw.begin());
         };
-        std::size_t p = j;
-        if (j + a < nfft / 2)
-            p = static_cast<std::size_t>(std::max_element(tail(j + a), tail(nfft / 2 + 1)) -
-                                         raw.begin());
-        for (std::size_t i = p; i <= nfft / 2; ++i) ASSERT_NEAR(found[i], raw[p], 1e-8) << i;
+        std::vector<std::size_t> knots = {0};
+        for (std::size_t j = 0; j + c < nfft / 2; j = knots.back()) {
+            const std::size_t p = highest(j + a, j + c);
+            knots.push_back(p == j + a || p == j + c ? j + b : p);
+        }
+        // The last interval takes its highest bin, from which on all is flat.
+        if (knots.back() + a < nfft / 2) knots.push_back(highest(knots.back() + a, nfft / 2));
+        for (std::size_t i = 0, k = 0; i <= nfft / 2; ++i) {
+            while (k + 1 < knots.size() && knots[k + 1] <= i) ++k;
+            const std::size_t from = knots[k], to = knots[std::min(k + 1, knots.size() - 1)];
+            const double part = static_cast<double>(i - from) /
+                                static_cast<double>(std::max<std::size_t>(to - from, 1));
+            ASSERT_NEAR(found[i], std::lerp(raw[from], raw[to], part), 1e-8) << f0 << " " << i;
+        }
         for (std::size_t k = 1; k < nfft / 2; ++k) ASSERT_EQ(found[nfft - k], found[k]);
     }
 }
@@ -142,14 +138,6 @@ TEST(envelopes, haveafloorinsilence) {
             const double lwin = routine == &getsignallogspectrum ? 321 : 481;
             EXPECT_NEAR(v, 0.5 * std::log(1e-10 / lwin / 100), 1e-12);
         }
-}
-
-TEST(envelopes, endatanypitch) {
-    const reals x = whitenoise(1000, 0.1, 5);
-    for (const double f0 : {47.0, 4000.0, 9000.0, 1e9})
-        for (spectrum *routine : {&getsignallogspectrum, &getseevoclogspectrum})
-            for (const double v : analysed(routine, x, 300, f0))
-                ASSERT_TRUE(std::isfinite(v)) << f0;
 }
 
 }  // namespace

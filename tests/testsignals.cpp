@@ -94,34 +94,6 @@ complexes naivedft(const complexes &x, double sign) {
     return sums;
 }
 
-complexes densesolve(complexes a, complexes b, std::size_t n, std::size_t k) {
-    for (std::size_t i = 0; i < n; ++i) {
-        std::size_t pivot = i;
-        for (std::size_t r = i + 1; r < n; ++r)
-            if (std::abs(a[r * n + i]) > std::abs(a[pivot * n + i])) pivot = r;
-        for (std::size_t c = 0; c < n; ++c) std::swap(a[i * n + c], a[pivot * n + c]);
-        for (std::size_t c = 0; c < k; ++c) std::swap(b[i * k + c], b[pivot * k + c]);
-        for (std::size_t r = 0; r < n; ++r) {
-            if (r == i) continue;
-            const std::complex<double> f = a[r * n + i] / a[i * n + i];
-            for (std::size_t c = i; c < n; ++c) a[r * n + c] -= f * a[i * n + c];
-            for (std::size_t c = 0; c < k; ++c) b[r * k + c] -= f * b[i * k + c];
-        }
-    }
-    for (std::size_t i = 0; i < n; ++i)
-        for (std::size_t c = 0; c < k; ++c) b[i * k + c] /= a[i * n + i];
-    return b;
-}
-
-std::vector<double> densesolve(const std::vector<double> &a, const std::vector<double> &b,
-                               std::size_t n, std::size_t k) {
-    const complexes x =
-        densesolve(complexes(a.begin(), a.end()), complexes(b.begin(), b.end()), n, k);
-    std::vector<double> real(x.size());
-    std::transform(x.begin(), x.end(), real.begin(), [](const auto &v) { return v.real(); });
-    return real;
-}
-
 complexes denseleastsquares(const complexes &e, const complexes &y, std::size_t rows,
                             std::size_t cols) {
     complexes normal(cols * cols);

@@ -5,10 +5,12 @@
 
 #pragma once
 
+#include <cmath>
 #include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <utility>
 #include <vector>
 
 constexpr double testfs = 16000.0;  // Hz
@@ -65,11 +67,26 @@ std::vector<formant> vowel();
 complexes naivedft(const complexes &x, double sign = -1.0);
 
 /// Solves A X = B by Gaussian elimination with pivoting; A is n x n, B and the result n x k.
-complexes densesolve(complexes a, complexes b, std::size_t n, std::size_t k = 1);
-
-/// Real form of densesolve.
-std::vector<double> densesolve(const std::vector<double> &a, const std::vector<double> &b,
-                               std::size_t n, std::size_t k = 1);
+template <class Value>
+std::vector<Value> densesolve(std::vector<Value> a, std::vector<Value> b, std::size_t n,
+                              std::size_t k = 1) {
+    for (std::size_t i = 0; i < n; ++i) {
+        std::size_t pivot = i;
+        for (std::size_t r = i + 1; r < n; ++r)
+            if (std::abs(a[r * n + i]) > std::abs(a[pivot * n + i])) pivot = r;
+        for (std::size_t c = 0; c < n; ++c) std::swap(a[i * n + c], a[pivot * n + c]);
+        for (std::size_t c = 0; c < k; ++c) std::swap(b[i * k + c], b[pivot * k + c]);
+        for (std::size_t r = 0; r < n; ++r) {
+            if (r == i) continue;
+            const Value f = a[r * n + i] / a[i * n + i];
+            for (std::size_t c = i; c < n; ++c) a[r * n + c] -= f * a[i * n + c];
+            for (std::size_t c = 0; c < k; ++c) b[r * k + c] -= f * b[i * k + c];
+        }
+    }
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t c = 0; c < k; ++c) b[i * k + c] /= a[i * n + i];
+    return b;
+}
 
 /// Solves the normal equations E^H E x = E^H y of y = E x; E is rows x cols.
 complexes denseleastsquares(const complexes &e, const complexes &y, std::size_t rows,
