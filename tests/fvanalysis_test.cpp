@@ -38,8 +38,8 @@ TEST(medianfilter, byhand) {
     }
 }
 
-// Transform of the Hann window over -1 .. 1, by numerical integration (the trapezoidal rule is exact
-// to many digits here, as the window and its slope vanish at the ends).
+// Transform of the Hann window over -1 .. 1, by numerical integration (the trapezoidal rule is
+// exact to many digits here, as the window and its slope vanish at the ends).
 double hannline(double x) {
     constexpr int steps = 4000;
     double sum = 0.0;

@@ -194,8 +194,8 @@ TEST(refinestep, givesthefiguresworkedoutforit) {
 }
 
 TEST(harmonicspectrum, isthekernelsum) {
-    // None of these has a bin beyond the first of a span on a harmonic, where the running quotient is
-    // mere rounding.
+    // None of these has a bin beyond the first of a span on a harmonic, where the running quotient
+    // is mere rounding.
     for (const auto &[f0, nfft] : std::initializer_list<std::pair<double, std::uint32_t>>{
              {130.3, 1024}, {70.1, 1024}, {411.7, 512}, {2900.3, 512}}) {
         const knownvoice v(f0, 1800);

@@ -183,8 +183,8 @@ TEST(pitchtracker, findsthecheapestofallpaths) {
     std::vector<std::uint64_t> seeds = {1001, 1829, 2803};  // rare: the octave cost decides
     for (std::uint64_t seed = 1; seed <= 80; ++seed) seeds.push_back(seed);
     for (const std::uint64_t seed : seeds) {
-        // Harmonics of a fifth of f0 that come and go, in noise, steady or from faint to loud: which
-        // of them is the pitch is in doubt everywhere.
+        // Harmonics of a fifth of f0 that come and go, in noise, steady or from faint to loud:
+        // which of them is the pitch is in doubt everywhere.
         testrandom random(seed);
         const double f0 = 60 * std::exp2(2 + random.uniform());
         const std::uint32_t lframe = seed % 3 == 0 ? 40 : seed % 3 == 1 ? 80 : 320;

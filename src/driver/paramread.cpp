@@ -38,8 +38,8 @@ int searchparam(std::uint32_t count, char **list, const char *name, Value *value
     return -1;
 }
 
-// Conversions as "%d" and "%lf" do them. A number that no int holds, which "%d" leaves undefined, is
-// no number: it would come out as another one without a word.
+// Conversions as "%d" and "%lf" do them. A number that no int holds, which "%d" leaves undefined,
+// is no number: it would come out as another one without a word.
 bool convert(const char *text, int *value) {
     char *end = nullptr;
     errno = 0;
