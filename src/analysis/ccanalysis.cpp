@@ -97,6 +97,22 @@ bool fitcepstrum(const double *levels, std::uint32_t k, const double *freqs, std
     return solveleastsquares(basis, levels, out, k, ccord + 1, 1, work, 1) == 0;
 }
 
+// Discrete cepstrum of a voiced frame. With an array for measured frequencies the quasi-harmonic
+// model finds them, else the harmonics are multiples of f0. Returns false when the frame is
+// unvoiced or cannot be modelled.
+bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, double *levels,
+                  double *freqs, std::uint32_t ccord, double *out, hamem *record, double fs,
+                  double f0, double alpha) {
+    if (!(f0 > 0.0)) return false;
+    const std::uint32_t k = hanoharms(fs, fs, f0);
+    const int failed =
+        freqs != nullptr
+            ? getsqharmonics(x, nsamples, centre, k, levels, nullptr, freqs, record, fs, f0)
+            : getharmonics(x, nsamples, centre, k, levels, nullptr, record, fs, f0);
+    return failed == 0 && loglevels(levels, k, f0) &&
+           fitcepstrum(levels, k, freqs, ccord, out, record, fs, f0, alpha);
+}
+
 }  // namespace
 
 int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
@@ -221,28 +237,18 @@ int getharmmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, s
 int getharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
                double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
                double f0, double alpha) {
-    if (f0 > 0.0) {
-        const std::uint32_t k = hanoharms(fs, fs, f0);
-        if (getharmonics(x, nsamples, centre, k, buffer, nullptr, memory->harmonic, fs, f0) == 0 &&
-            loglevels(buffer, k, f0) &&
-            fitcepstrum(buffer, k, nullptr, ccord, out, memory->harmonic, fs, f0, alpha))
-            return 0;
-    }
+    if (harmonics2cc(x, nsamples, centre, buffer, nullptr, ccord, out, memory->harmonic, fs, f0,
+                     alpha))
+        return 0;
     return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
 }
 
 int getqharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
                 double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
                 double f0, double alpha) {
-    if (f0 > 0.0) {
-        const std::uint32_t k = hanoharms(fs, fs, f0);
-        double *const freqs = buffer + nfft;
-        if (getsqharmonics(x, nsamples, centre, k, buffer, nullptr, freqs, memory->harmonic, fs,
-                           f0) == 0 &&
-            loglevels(buffer, k, f0) &&
-            fitcepstrum(buffer, k, freqs, ccord, out, memory->harmonic, fs, f0, alpha))
-            return 0;
-    }
+    if (harmonics2cc(x, nsamples, centre, buffer, buffer + nfft, ccord, out, memory->harmonic, fs,
+                     f0, alpha))
+        return 0;
     return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
 }
 

@@ -222,7 +222,7 @@ void traceback(const std::vector<framecandidates> &frames, const slotvalues &cos
     }
 }
 
-// Voiced neighbour of an island, the factor between the two made at least 1.
+// Factor between an end of an island and its voiced neighbour, at least 1 whichever is higher.
 double jumpratio(double island, double neighbour) {
     const double ratio = island / neighbour;
     return ratio < 1.0 ? 1.0 / ratio : ratio;

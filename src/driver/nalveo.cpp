@@ -273,8 +273,8 @@ void analyseseries(settings &set, const filenames &names) {
          position = strnumnextinterv(position)) {
         const std::uint32_t start = strnumintervstart(position);
         const std::uint64_t end = strnumintervend(position, start);
-        for (std::uint64_t i = start; i <= end;
-             ++i) {  // 64 bits: the last index may be the largest
+        // In 64 bits, since an interval may end at the largest number.
+        for (std::uint64_t i = start; i <= end; ++i) {
             for (char *name : {names.wave, names.f0, names.cc, names.fv})
                 if (name != nullptr) replacefileindex(name, static_cast<std::uint32_t>(i));
             std::puts(names.wave);
