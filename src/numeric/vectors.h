@@ -1,0 +1,62 @@
+/// Vectors of doubles, and kernels that run with the widest instructions of the processor.
+///
+/// The same bytes come out on every processor: a vector has eight elements everywhere, whatever the
+/// width of the registers that hold it, sums keep eight partial sums, and no product is fused with
+/// a sum (the build says -ffp-contract=off).
+
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+/// Number of elements of a vector.
+constexpr std::size_t vectorlength = 8;
+
+/// Eight doubles: one 512-bit register, two of 256 bits or four of 128 bits.
+using vector [[gnu::vector_size(vectorlength * sizeof(double))]] = double;
+
+/// Reads eight doubles from an address of any alignment.
+[[gnu::always_inline]] inline vector vectorload(const double *source) {
+    vector v;
+    std::memcpy(&v, source, sizeof v);
+    return v;
+}
+
+/// Writes eight doubles to an address of any alignment.
+[[gnu::always_inline]] inline void vectorstore(double *target, const vector &v) {
+    std::memcpy(target, &v, sizeof v);
+}
+
+namespace vectordetail {
+
+#if defined(__x86_64__)
+
+template <auto kernel, class... Arguments>
+[[gnu::target("avx2")]] void withavx2(Arguments... arguments) {
+    kernel(arguments...);
+}
+
+template <auto kernel, class... Arguments>
+[[gnu::target("avx512f,avx512dq,avx512vl")]] void withavx512(Arguments... arguments) {
+    kernel(arguments...);
+}
+
+#endif
+
+}  // namespace vectordetail
+
+/// Runs a kernel compiled for the widest vectors that this processor has. It pays for work of some
+/// hundred operations or more; a call costs about as much as a virtual one.
+///
+/// \tparam kernel  function that returns nothing, declared [[gnu::always_inline]], as is every
+///                 function of its own that it calls
+template <auto kernel, class... Arguments>
+inline void runwidest(Arguments... arguments) {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512vl"))
+        return vectordetail::withavx512<kernel>(arguments...);
+    if (__builtin_cpu_supports("avx2")) return vectordetail::withavx2<kernel>(arguments...);
+#endif
+    kernel(arguments...);
+}
