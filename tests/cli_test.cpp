@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <numbers>
 #include <sstream>
@@ -55,6 +56,13 @@ class cli : public testing::Test {
     std::string succeed(const std::string &arguments) const {
         const runresult result = run("me|" + arguments);
         EXPECT_EQ(result.status, 0) << arguments;
+        return result.out;
+    }
+    // What a shell prints that runs a script with the program as $0, and ends well.
+    std::string shell(const std::string &script) const {
+        const runresult result =
+            runprogram("/bin/sh", {"sh", "-c", script, NALVEO_PROGRAM}, folder_ / "");
+        EXPECT_EQ(result.status, 0) << script;
         return result.out;
     }
     void put(const std::string &name, const std::string &bytes) const {
@@ -111,24 +119,29 @@ TEST_F(cli, findserrorsinafixedorder) {
     const std::pair<std::string, std::vector<std::string>> cases[] = {
         {accepted,
          {"f|c", "f|c|v", "f|c|--lframe=80abc|--CCord=3|--F0MIN=70.5", "f|c|--lframe= 90| stray",
-          "f|c|--f0max=1|--f0min=-1|--alpha=.3", "f|c|--ccmeth=257|--zfill=-1|--htsscale=7",
-          "f|c|v|--f0acc=1|--f0load=1|--cctimeit=1"}},
+          "f|c|--f0max=1|--f0min=-1|--alpha=.999", "f|c|--ccord=511|--f0min=1",
+          "f|c|--ccmeth=257|--zfill=-1|--htsscale=7", "f|c|v|--f0acc=1|--f0load=1|--cctimeit=1"}},
         {wrongarguments,
          {"f", "--indlist=x", "f|--lframe=80", "f|c|v|more", "f|c|--lframe=80|v",
           "f|c|--lframe=80||--alpha=0", "f|c|--lframe=80|--lframe=100", "f|c|--lframe=abc",
           "f|c|--lframe=", "f|c|--lframe", "f|c|--=3", "f|c|--lfram=80", "f|c|--lframes=80",
-          "f|c|--indlist=1|--indlist=2", "f|c|--indlist=1|--unknown=1",
-          "f|c|--ccord=4096|--alpha=nan|v"}},
+          "f|c|--indlist=1|--indlist=2", "f|c|--indlist=1|--unknown=1", "f|c|--lframe=2147483648"}},
         {"Error: bad formatted indlist.\n",
          {"f|c|--indlist=5-3|--lframe=0|--unknown=1|v", "f|c|--indlist=1-3(0|--indlist=1",
           "--alpha=0|--INDLIST=-3"}},
-        {"Error: lframe must be at least 1.\n", {"f|c|--lframe=0|--indlist=1|--unknown=1"}},
-        {"Error: ccord must be at least 0.\n", {"f|c|--ccord=-1|--unknown=1"}},
-        {"Error: ccord must be at most 4095.\n", {"f|c|--ccord=4096"}},
-        {"Error: f0min, f0max and alpha must be finite numbers.\n",
-         {"f|c|--f0min=nan", "f|c|--f0max=inf", "f|c|--alpha=nan"}},
-        {"Error: f0min must be at least 1 (0 or below stands for 60).\n", {"f|c|--f0min=0.5"}},
-        {"Error: cctimeit must be at least 0.\n", {"f|c|--cctimeit=-1"}},
+        {"Error: lframe is 0, but must be at least 1.\n", {"f|c|--lframe=0|--indlist=1|--bad=1"}},
+        {"Error: lframe is -2147483648, but must be at least 1.\n", {"f|c|--lframe=-2147483648"}},
+        {"Error: ccord is -1, but must be from 0 to 511.\n", {"f|c|--ccord=-1|--unknown=1"}},
+        {"Error: ccord is 512, but must be from 0 to 511.\n", {"f|c|--ccord=512|v"}},
+        {"Error: alpha is -1, but must be above -1 and below 1.\n", {"f|c|--alpha=-1"}},
+        {"Error: alpha is nan, but must be above -1 and below 1.\n", {"f|c|--alpha=nan"}},
+        {"Error: f0min is 0.9999, but must be at least 1, or 0 or less for 60.\n",
+         {"f|c|--f0min=0.9999"}},
+        {"Error: f0min is -inf, but must be at least 1, or 0 or less for 60.\n",
+         {"f|c|--f0min=-infinity"}},
+        {"Error: f0max is inf, but must be a finite number.\n", {"f|c|--f0max=1e999"}},
+        {"Error: f0max is nan, but must be a finite number.\n", {"f|c|--f0max=nan"}},
+        {"Error: cctimeit is -1, but must be at least 0.\n", {"f|c|--cctimeit=-1"}},
         {"Error: no index field in in.wav.\n", {"f|c|--indlist=1"}}};
     for (const auto &[out, list] : cases)
         for (const std::string &arguments : list) {
@@ -258,16 +271,43 @@ TEST_F(cli, aloadedtrackcountsasfarasitgoes) {
     EXPECT_EQ(values("v")[3], values("v")[4]) << "the median removes a lone unvoiced frame";
 }
 
-TEST_F(cli, agarbagetrackgivesfiniteoutputs) {
-    put("in.wav", wavbytes(voice()));
+// Two files of a batch: what is wrong with the first must not touch the second.
+TEST_F(cli, refusesaloadedtrackwithavaluethatisnologf0) {
     constexpr float infinite = std::numeric_limits<float>::infinity();
-    floats garbage(voiceframes, 4.8F);
+    for (const char *name : {"1.wav", "2.wav"}) put(name, wavbytes(voice()));
+    const std::pair<float, std::string> cases[] = {{std::nanf(""), "nan"},
+                                                   {infinite, "inf"},
+                                                   {-infinite, "-inf"},
+                                                   {-5.0F, "-5"},
+                                                   {0.0F, "0"},
+                                                   {100.0F, "100"},
+                                                   {-9.9e9F, "-9900000256"},
+                                                   {2.5F, "2.5"},
+                                                   {9.0F, "9"}};
+    for (const auto &[value, text] : cases) {
+        floats track(voiceframes + 1, 4.8F);
+        put("2.f", floatbytes(track));
+        track[60] = value;
+        put("1.f", floatbytes(track));
+        EXPECT_EQ(succeed("?.wav|?.f|?.c|?.v|--f0load=1|--indlist=1-2"),
+                  "1.wav\nError: 1.f holds " + text +
+                      " for frame 60; a log f0 must be from 2.7 to 8.98, or -1e+10 for "
+                      "unvoiced.\n2.wav\n");
+        EXPECT_TRUE(get("1.c") == "none" && get("1.v") == "none") << text;
+        EXPECT_EQ(get("1.f"), floatbytes(track));
+        EXPECT_EQ(values("2.c").size(), voiceframes * 40);
+    }
+}
+
+TEST_F(cli, anyloadedtrackwithintherangegivesfiniteoutputs) {
+    put("in.wav", wavbytes(voice()));
+    floats wild(voiceframes + 1, 4.8F);
     for (std::size_t k = 0;
-         const float v : {std::numeric_limits<float>::quiet_NaN(), infinite, -infinite, 1e38F,
-                          -1e38F, -9.9e9F, 1e-40F, 88.0F, 9.2F, 8.98F, 8.9F, -3.0F, 2.0F, 3.0F})
-        garbage[(k += 4)] = v;
+         const float v : {unvoiced, -1e38F, 8.98F, 8.9F, 2.7F, 3.4F, 8.3F, 7.0F, 3.7F})
+        wild[(k += 5)] = v;
+    wild[voiceframes] = 0.0F;  // behind the last frame, where nobody looks
     for (const char ccmeth : std::string("012345")) {
-        put("f", floatbytes(garbage));
+        put("f", floatbytes(wild));
         EXPECT_EQ(succeed("in.wav|f|c|v|--f0load=1|--f0acc=2|--ccmeth=" + std::string(1, ccmeth)),
                   "Warning: frames of in.wav with f0 below 15 Hz are analysed as unvoiced.\n");
         EXPECT_TRUE(allfinite(values("c")) && allfinite(values("v"))) << ccmeth;
@@ -304,6 +344,38 @@ TEST_F(cli, saysthatanoutputcannotbewrittenandgoeson) {
         EXPECT_EQ(succeed("in.wav|" + bad + "|" + bad + "/.|" + bad + "/"),
                   error + ".\n" + error + "/..\n" + error + "/.\n");
     }
+}
+
+// The disk takes no more than a block of any file.
+TEST_F(cli, removesafilethatcouldnotbewrittenwhole) {
+    put("in.wav", wavbytes(voice()));
+    put("c", "of an earlier run");
+    EXPECT_EQ(shell("trap '' XFSZ; ulimit -f 1; exec \"$0\" in.wav f c v"),
+              "Error: could not create c.\n");
+    EXPECT_TRUE(values("f").size() == voiceframes && values("v").size() == voiceframes);
+    EXPECT_EQ(get("c"), "none");
+}
+
+TEST_F(cli, closedstreamsneverreachanoutput) {
+    put("in.wav", wavbytes(shorts(3000, 5)));  // gives a warning
+    EXPECT_EQ(shell("\"$0\" in.wav f1 c1 v1 >said; exec \"$0\" in.wav f c v <&- >&- 2>&-"), "");
+    EXPECT_NE(get("said"), "");
+    EXPECT_TRUE(get("f") == get("f1") && get("c") == get("c1") && get("v") == get("v1"));
+}
+
+// 8.4 million frames of 512 values: more than a cepstral matrix can hold.
+TEST_F(cli, saysthatmemoryisshortandgoeson) {
+    wavheader header;
+    header.datasize = 2 * ((1U << 23) + 1);
+    put("1.wav", wavbytes({}, header));
+    std::filesystem::resize_file(folder_ / "1.wav", 44 + *header.datasize);
+    put("2.wav", wavbytes({1, 2, 3}));
+    const runresult result =
+        run("me|?.wav|?.f|?.c|--indlist=1-2|--lframe=1|--ccord=511|--ccmeth=3|--zfill=0");
+    EXPECT_EQ(result.out, "1.wav\nError: not enough memory to analyse 1.wav.\n2.wav\n");
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(get("1.c"), "none");
+    EXPECT_EQ(values("2.c").size(), 3 * 512U);
 }
 
 TEST_F(cli, tworunsonspeecharealikebyteforbyte) {

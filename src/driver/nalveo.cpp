@@ -1,6 +1,8 @@
 #include "driver/nalveo.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -28,8 +30,17 @@ constexpr const char *version = "0.99";
 constexpr double samplerate = 16000.0;  // Hz; the reader takes no other
 constexpr int failurestatus = -1;
 constexpr std::uint32_t mostrefinements = 5;
-constexpr int highestorder = 4095;      // beyond it, the solver's matrices alone take gigabytes
-constexpr double lowestsearched = 1.0;  // Hz; below it, a pitch window takes longer than any file
+
+// Ranges of option values; what lies outside would divide by zero, overflow or never end.
+constexpr int highestorder = 511;       // envelopes have 513 points: a cepstrum says no more
+constexpr double lowestsearched = 1.0;  // Hz; below it, one pitch window takes megabytes and more
+
+// Range of a loaded log f0, 14.9 to 7943 Hz. Further down, the harmonics of one frame would need
+// matrices of gigabytes and a window of seconds; further up, no harmonic lies below half the
+// sample rate. Tracks of another kind (Hz, log10) fall outside and are found out.
+constexpr double lowestlogf0 = 2.7;
+constexpr double highestlogf0 = 8.98;
+constexpr double unvoicedlogf0 = -1e10;
 
 struct settings {
     double f0min = 60.0;
@@ -118,34 +129,34 @@ settings readsettings(std::uint32_t count, char **list) {
     return set;
 }
 
-// Both say what is wrong with an option's value and return false when something is. The first looks
-// at what would leave nothing to compute, the second at what would compute without end or sense.
-bool checksizes(const settings &set) {
-    if (set.lframe < 1) {
-        std::puts("Error: lframe must be at least 1.");
-    } else if (set.ccord < 0) {
-        std::puts("Error: ccord must be at least 0.");
-    } else {
-        return true;
-    }
-    return false;
+// A number as short as it can be written.
+template <class Number>
+std::string written(Number number) {
+    std::array<char, 32> text;
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
+    return {text.data(), end};
 }
 
-bool checklimits(const settings &set) {
-    if (set.ccord > highestorder) {
-        std::printf("Error: ccord must be at most %d.\n", highestorder);
-    } else if (!std::isfinite(set.f0min) || !std::isfinite(set.f0max) ||
-               !std::isfinite(set.alpha)) {
-        std::puts("Error: f0min, f0max and alpha must be finite numbers.");
-    } else if (set.f0min > 0.0 && set.f0min < lowestsearched) {
-        std::printf("Error: f0min must be at least %.0f (0 or below stands for 60).\n",
-                    lowestsearched);
-    } else if (set.cctimeit < 0) {
-        std::puts("Error: cctimeit must be at least 0.");
-    } else {
-        return true;
-    }
-    return false;
+template <class Number>
+bool checkoption(bool allowed, const char *name, Number value, const std::string &range) {
+    if (!allowed)
+        std::printf("Error: %s is %s, but must be %s.\n", name, written(value).c_str(),
+                    range.c_str());
+    return allowed;
+}
+
+// Says which option's value cannot be computed with, and returns false then. Comparisons are so
+// that not-a-number fails them.
+bool checkoptions(const settings &set) {
+    const double f0min = set.f0min, f0max = set.f0max, alpha = set.alpha;
+    return checkoption(set.lframe >= 1, "lframe", set.lframe, "at least 1") &&
+           checkoption(set.ccord >= 0 && set.ccord <= highestorder, "ccord", set.ccord,
+                       "from 0 to " + written(highestorder)) &&
+           checkoption(alpha > -1.0 && alpha < 1.0, "alpha", alpha, "above -1 and below 1") &&
+           checkoption(std::isfinite(f0min) && (f0min <= 0.0 || f0min >= lowestsearched), "f0min",
+                       f0min, "at least " + written(lowestsearched) + ", or 0 or less for 60") &&
+           checkoption(std::isfinite(f0max), "f0max", f0max, "a finite number") &&
+           checkoption(set.cctimeit >= 0, "cctimeit", set.cctimeit, "at least 0");
 }
 
 // An index list needs a place for the index in every name: without one, each index would overwrite
@@ -161,9 +172,9 @@ bool checkindexfields(const filenames &names) {
 
 // f0 of a file's frames, in Hz.
 struct f0track {
-    readerarray values;
-    std::uint32_t nframes;
-    bool keepfile;  // the loaded file already says just this
+    readerarray values;  // null for a track that was refused
+    std::uint32_t nframes = 0;
+    bool keepfile = false;  // the loaded file already says just this
 };
 
 f0track estimatef0(const settings &set, const double *waveform, std::uint32_t nsamples,
@@ -175,14 +186,33 @@ f0track estimatef0(const settings &set, const double *waveform, std::uint32_t ns
     return {std::move(values), nframes, false};
 }
 
+// First of n values that is no log f0 to analyse with; n when all are.
+std::uint32_t findbadlogf0(const double *values, std::uint32_t n) {
+    const double *const bad = std::find_if_not(values, values + n, [](double v) {
+        const bool unvoiced = v <= unvoicedlogf0 && std::isfinite(v);
+        return unvoiced || (v >= lowestlogf0 && v <= highestlogf0);
+    });
+    return static_cast<std::uint32_t>(bad - values);
+}
+
 // A loaded track can shorten the analysis but not lengthen it. One that is too long is cut, in its
-// file too; one that cannot be read is replaced by an estimate.
+// file too; one that cannot be read is replaced by an estimate. One with a value out of range is
+// refused with a message: the result holds no values then.
 f0track obtainf0(const settings &set, const char *filef0, const double *waveform,
                  std::uint32_t nsamples, std::uint32_t nframes) {
     double *read = nullptr;
     const std::uint32_t loaded = set.f0load != 0 ? fdoubleread(filef0, &read) : 0;
     if (loaded == 0) return estimatef0(set, waveform, nsamples, nframes);
     f0track track{readerarray(read), std::min(loaded, nframes), loaded <= nframes};
+    const std::uint32_t bad = findbadlogf0(track.values.get(), track.nframes);
+    if (bad < track.nframes) {
+        std::printf(
+            "Error: %s holds %s for frame %u; a log f0 must be from %s to %s, or %s for "
+            "unvoiced.\n",
+            filef0, written(track.values[bad]).c_str(), bad, written(lowestlogf0).c_str(),
+            written(highestlogf0).c_str(), written(unvoicedlogf0).c_str());
+        return {};
+    }
     logf02f0(track.nframes, track.values.get());
     return track;
 }
@@ -209,6 +239,21 @@ void writetrack(const char *path, double *values, std::uint32_t count) {
         std::printf("Error: could not create %s.\n", path);
 }
 
+// The cepstral matrix of a file: by far the largest output, so it is taken before the work begins.
+std::vector<double> makematrix(std::uint32_t nframes, std::uint32_t ccord) {
+    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+    if (std::uint64_t{nframes} * (ccord + 1) > most) throw std::bad_alloc();
+    return std::vector<double>(getccsize(nframes, ccord));
+}
+
+void warnoflowf0(const f0track &f0, const char *wave) {
+    const double *const values = f0.values.get();
+    if (std::any_of(values, values + f0.nframes,
+                    [](double f) { return f > 0.0 && f < lowestmodelled; }))
+        std::printf("Warning: frames of %s with f0 below %.0f Hz are analysed as unvoiced.\n", wave,
+                    lowestmodelled);
+}
+
 void analysefile(settings &set, const filenames &names) {
     double *read = nullptr;
     const std::uint32_t nsamples = wavreadm1616(names.wave, &read);
@@ -222,13 +267,13 @@ void analysefile(settings &set, const filenames &names) {
         std::printf("Warning: zeros in %s have been filled with noise.\n", names.wave);
 
     const auto lframe = static_cast<std::uint32_t>(set.lframe);
-    f0track f0 =
-        obtainf0(set, names.f0, waveform.get(), nsamples, getnumframes(nsamples, lframe, 0));
+    const auto ccord = static_cast<std::uint32_t>(set.ccord);
+    const std::uint32_t ngrid = getnumframes(nsamples, lframe, 0);
+    std::vector<double> cc = makematrix(ngrid, ccord);
+    const f0track f0 = obtainf0(set, names.f0, waveform.get(), nsamples, ngrid);
+    if (!f0.values) return;
+    warnoflowf0(f0, names.wave);
     double *const f0values = f0.values.get();
-    if (std::any_of(f0values, f0values + f0.nframes,
-                    [](double f) { return f > 0.0 && f < lowestmodelled; }))
-        std::printf("Warning: frames of %s with f0 below %.0f Hz are analysed as unvoiced.\n",
-                    names.wave, lowestmodelled);
 
     std::vector<double> fv;
     if (names.fv != nullptr) {
@@ -242,12 +287,6 @@ void analysefile(settings &set, const filenames &names) {
         refinepitch(waveform.get(), nsamples, lframe, 0, f0.nframes, iterations, f0values,
                     fv.empty() ? nullptr : fv.data(), samplerate, set.f0min, set.f0max);
     }
-
-    const auto ccord = static_cast<std::uint32_t>(set.ccord);
-    if (std::uint64_t{f0.nframes} * (ccord + 1) > std::numeric_limits<std::uint32_t>::max())
-        throw std::bad_alloc();
-    const std::uint32_t ccsize = getccsize(f0.nframes, ccord);
-    std::vector<double> cc(ccsize);
     analysecepstra(set, waveform.get(), nsamples, f0, cc.data());
     if (set.htsscale == 1) htsadapteradhoc(cc.data(), ccord, f0.nframes);
     waveform.reset();
@@ -256,19 +295,24 @@ void analysefile(settings &set, const filenames &names) {
         f02logf0(f0.nframes, f0values);
         writetrack(names.f0, f0values, f0.nframes);
     }
-    writetrack(names.cc, cc.data(), ccsize);
+    writetrack(names.cc, cc.data(), getccsize(f0.nframes, ccord));
     if (names.fv != nullptr) writetrack(names.fv, fv.data(), f0.nframes);
 }
 
-void analyseguarded(settings &set, const filenames &names) {
+// Returns the exit status, which says no more than that there was enough memory.
+int analyseguarded(settings &set, const filenames &names) {
     try {
         analysefile(set, names);
-    } catch (const std::bad_alloc &) {  // the next file may well fit
+        return 0;
+    } catch (const std::bad_alloc &) {
         std::printf("Error: not enough memory to analyse %s.\n", names.wave);
+        return failurestatus;
     }
 }
 
-void analyseseries(settings &set, const filenames &names) {
+// A file that needs too much memory does not stop the batch: the next one may well fit.
+int analyseseries(settings &set, const filenames &names) {
+    int status = 0;
     for (const char *position = set.indlist; position != nullptr;
          position = strnumnextinterv(position)) {
         const std::uint32_t start = strnumintervstart(position);
@@ -278,9 +322,10 @@ void analyseseries(settings &set, const filenames &names) {
             for (char *name : {names.wave, names.f0, names.cc, names.fv})
                 if (name != nullptr) replacefileindex(name, static_cast<std::uint32_t>(i));
             std::puts(names.wave);
-            analyseguarded(set, names);
+            status = std::min(status, analyseguarded(set, names));
         }
     }
+    return status;
 }
 
 }  // namespace
@@ -306,20 +351,14 @@ int nalveomain(int argc, char **argv) {
         std::puts("Error: bad formatted indlist.");
         return failurestatus;
     }
-    if (!checksizes(set)) return failurestatus;
+    if (!checkoptions(set)) return failurestatus;
     if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
         argcerror(program);
         return failurestatus;
     }
-    if (!checklimits(set)) return failurestatus;
     const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
-    if (set.indlist == nullptr) {
-        analyseguarded(set, names);
-        return 0;
-    }
-    if (!checkindexfields(names)) return failurestatus;
-    analyseseries(set, names);
-    return 0;
+    if (set.indlist == nullptr) return analyseguarded(set, names);
+    return checkindexfields(names) ? analyseseries(set, names) : failurestatus;
 }
 
 int argcerror(const char *path) {

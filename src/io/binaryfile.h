@@ -28,6 +28,6 @@ using readerarray = std::unique_ptr<double[], mallocfree>;
 /// \param[in]     file       opened for binary reading, at the first value
 /// \param[in]     valuesize  bytes per value, at most the size of a double
 /// \param[in,out] count      in: most values to read, at least 1; out: values read completely
-/// \return array of at least count doubles whose first count valuesize bytes hold the values,
-///         or null when memory runs out
+/// \return array of at least count doubles whose first count valuesize bytes hold the values;
+///         throws std::bad_alloc when there is no memory for them
 readerarray readvalues(std::FILE *file, std::size_t valuesize, std::uint32_t *count);

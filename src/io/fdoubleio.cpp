@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
+#include <system_error>
 
 #include "io/binaryfile.h"
 
@@ -47,6 +49,15 @@ std::uint32_t countvalues(std::FILE *file) {
     return values <= most ? static_cast<std::uint32_t>(values) : 0;
 }
 
+// Removes a file that was not written whole: half a track would pass for a short one. What is no
+// plain file, such as a device or a link, stays.
+void discard(const char *path) {
+    std::error_code ignored;
+    if (std::filesystem::symlink_status(path, ignored).type() ==
+        std::filesystem::file_type::regular)
+        std::filesystem::remove(path, ignored);
+}
+
 }  // namespace
 
 std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count,
@@ -61,7 +72,9 @@ std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count
     const bool written = std::fwrite(floats, sizeof(float), count, file.get()) == count;
     // A full disk may show only when the last buffer is flushed.
     const bool closed = std::fclose(file.release()) == 0;
-    return written && closed ? count : 0;
+    if (written && closed) return count;
+    discard(path);
+    return 0;
 }
 
 std::uint32_t fdoubleread(const char *path, double **values) {
@@ -71,7 +84,7 @@ std::uint32_t fdoubleread(const char *path, double **values) {
     std::uint32_t count = countvalues(file.get());
     if (count == 0) return 0;
     readerarray track = readvalues(file.get(), sizeof(float), &count);
-    if (!track || count == 0 || std::ferror(file.get()) != 0) return 0;
+    if (count == 0 || std::ferror(file.get()) != 0) return 0;
     widen(track.get(), count);
     *values = track.release();
     return count;

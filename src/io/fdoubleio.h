@@ -13,7 +13,7 @@
 /// \param[in]     count   number of values
 /// \param[in]     copy    exactly 1 converts into a buffer of its own and leaves the track intact
 /// \return count, or 0 when the path is null, count is 0 (no file is made), the file cannot be
-///         created or not everything reached the disk
+///         created or not everything reached the disk; what did is removed then
 [[nodiscard]] std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count,
                                          std::int8_t copy);
 
@@ -22,5 +22,5 @@
 /// \param[in]  path    file name; null is a failure
 /// \param[out] values  on success a new array of the values; the caller releases it with free
 /// \return number of values, or 0 when there is none to be had; then *values is as it was and
-///         nothing is held
+///         nothing is held. Throws std::bad_alloc when there is no memory for the track
 [[nodiscard]] std::uint32_t fdoubleread(const char *path, double **values);

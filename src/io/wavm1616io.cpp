@@ -72,7 +72,7 @@ std::uint32_t wavreadm1616(const char *path, double **samples) {
     std::uint32_t count = claimed;
     readerarray waveform = readvalues(file.get(), sizeof(std::int16_t), &count);
     // The byte that an odd size ends with is of no use, but it has to be there all the same.
-    if (!waveform || count < claimed || !skip(file.get(), datasize % 2)) return 0;
+    if (count < claimed || !skip(file.get(), datasize % 2)) return 0;
     wavshort2double(count, reinterpret_cast<const std::int16_t *>(waveform.get()), waveform.get());
     *samples = waveform.release();
     return count;

@@ -15,7 +15,8 @@
 /// \param[in]  path     file name
 /// \param[out] samples  on success a new array of samples, -1 <= x < 1 (the 16-bit value / 32768);
 ///                      the caller releases it with free
-/// \return number of samples, or 0 on any failure; then *samples is as it was and nothing is held
+/// \return number of samples, or 0 on any failure; then *samples is as it was and nothing is held.
+///         Throws std::bad_alloc when there is no memory for the samples
 [[nodiscard]] std::uint32_t wavreadm1616(const char *path, double **samples);
 
 /// Converts 16-bit samples to doubles, value / 32768. Returns 0.
