@@ -1,0 +1,203 @@
+#include "numeric/elementary.h"
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "numeric/rotation.h"
+#include "numeric/vectors.h"
+
+namespace {
+
+constexpr double notanumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinite = std::numeric_limits<double>::infinity();
+constexpr double smallestnormal = std::numeric_limits<double>::min();
+
+// ln 2 in two pieces; a multiple of the first by an exponent is exact.
+constexpr double ln2high = 0x1.62e42fee00000p-1;
+constexpr double ln2low = 1.9082149292705877e-10;
+
+// Sum of c[0] + c[1] z + ..., by Horner's rule.
+template <std::size_t n>
+[[gnu::always_inline]] inline double series(const std::array<double, n> &c, double z) {
+    double sum = c[n - 1];
+    for (std::size_t i = n - 1; i-- > 0;) sum = sum * z + c[i];
+    return sum;
+}
+
+// pi / 2 in three pieces; multiples of the first two by integers below 2^20 are exact.
+constexpr double halfpi1 = 0x1.921fb54400000p+0;
+constexpr double halfpi2 = 0x1.0b4611a600000p-34;
+constexpr double halfpi3 = 2.0222662487959506e-21;
+constexpr double largestangle = 1e6;
+
+// x = quarter pi / 2 + (angle + rest), |angle| up to pi / 4, rest below its last place.
+struct reducedangle {
+    std::int64_t quarter;
+    double angle;
+    double rest;
+};
+
+reducedangle reduce(double x) {
+    const double n = std::floor(x / halfpi1 + 0.5);
+    const double a = x - n * halfpi1;
+    const double b = n * halfpi2;
+    const double high = a - b;
+    const double low = ((a - high) - b) - n * halfpi3;
+    const double angle = high + low;
+    return {static_cast<std::int64_t>(n), angle, (high - angle) + low};
+}
+
+// sin(r + t) = r + (r^3 (-1/3! + r^2/5! - ...) + t)
+double sineseries(double r, double t) {
+    static constexpr std::array c{
+        -1.0 / 6,        1.0 / 120,        -1.0 / 5040,          1.0 / 362880,
+        -1.0 / 39916800, 1.0 / 6227020800, -1.0 / 1307674368000, 1.0 / 355687428096000};
+    const double z = r * r;
+    return r + (r * z * series(c, z) + t);
+}
+
+// cos(r + t) = 1 - r^2/2 + (r^4 (1/4! - r^2/6! + ...) - r t), with the rounding error of the first
+// difference put back.
+double cosineseries(double r, double t) {
+    static constexpr std::array c{
+        1.0 / 24,        -1.0 / 720,         1.0 / 40320,         -1.0 / 3628800,
+        1.0 / 479001600, -1.0 / 87178291200, 1.0 / 20922789888000};
+    const double z = r * r;
+    const double half = 0.5 * z;
+    const double first = 1.0 - half;
+    return first + (((1.0 - first) - half) + (z * z * series(c, z) - r * t));
+}
+
+// Sine of an angle that is quarters more than the reduced one.
+double turnedsine(const reducedangle &reduced, std::int64_t quarters) {
+    const std::int64_t quarter = (reduced.quarter + quarters) & 3;
+    const double value = quarter % 2 == 0 ? sineseries(reduced.angle, reduced.rest)
+                                          : cosineseries(reduced.angle, reduced.rest);
+    return quarter < 2 ? value : -value;
+}
+
+// Arc tangents of i / 8, each as a double and what that leaves.
+constexpr std::array<std::array<double, 2>, 9> eighths{
+    {{0.0, 0.0},
+     {0.12435499454676144, -3.1253241424539383e-18},
+     {0.24497866312686414, 1.0698755618734451e-17},
+     {0.35877067027057225, -2.4623815582638635e-17},
+     {0.4636476090008061, 2.2698777452961687e-17},
+     {0.5585993153435624, -5.4556305485916264e-18},
+     {0.6435011087932844, 1.5834785051444286e-17},
+     {0.7188299996216245, -2.1478388444456983e-17},
+     {0.7853981633974483, 3.061616997868383e-17}}};
+
+// Adds two doubles and their small rests.
+double addpairs(double high1, double low1, double high2, double low2) {
+    const double sum = high1 + high2;
+    return sum + ((high2 - (sum - high1)) + (low1 + low2));
+}
+
+// Natural logarithm of a positive normal or subnormal number, by blends and no branches so that
+// loops become vectors. x = 2^k m, sqrt(1/2) <= m < sqrt(2), f = m - 1, s = f / (2 + f):
+//   ln m = 2 artanh(s) = f - (f^2/2 - s (f^2/2 + r)), r = 2 s^2 (1/3 + s^2/5 + s^4/7 + ...).
+[[gnu::always_inline]] inline double positivelogarithm(double x) {
+    constexpr std::array c{2.0 / 3,  2.0 / 5,  2.0 / 7,  2.0 / 9,  2.0 / 11, 2.0 / 13,
+                           2.0 / 15, 2.0 / 17, 2.0 / 19, 2.0 / 21, 2.0 / 23};
+    constexpr std::uint64_t roothalf = 0x3fe6a09e667f3bcd;  // bits of sqrt(1/2)
+    constexpr std::uint64_t one = 0x3ff0000000000000;
+    constexpr std::uint64_t twoto52 = 0x4330000000000000;
+    const bool subnormal = x < smallestnormal;
+    const auto bits =
+        __builtin_bit_cast(std::uint64_t, subnormal ? x * 0x1p54 : x) + (one - roothalf);
+    // An integer below 2^52 that is written into the fraction of 2^52 becomes a double there.
+    const double biased = __builtin_bit_cast(double, twoto52 | bits >> 52) - 0x1p52;
+    const double k = biased - (subnormal ? 1023.0 + 54.0 : 1023.0);
+    const double m = __builtin_bit_cast(double, (bits & 0x000fffffffffffff) + roothalf);
+    const double f = m - 1.0;
+    const double s = f / (2.0 + f);
+    const double z = s * s;
+    double sum = c[c.size() - 1];
+    for (std::size_t i = c.size() - 1; i-- > 0;) sum = sum * z + c[i];
+    const double r = z * sum;
+    const double half = 0.5 * f * f;
+    return k * ln2high - ((half - (s * (half + r) + k * ln2low)) - f);
+}
+
+[[gnu::always_inline]] inline double anylogarithm(double x) {
+    const double value = positivelogarithm(x);
+    const double special = x == 0.0 ? -infinite : x == infinite ? infinite : notanumber;
+    return x > 0.0 && x < infinite ? value : special;
+}
+
+[[gnu::always_inline]] inline void logarithmkernel(double *values, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) values[i] = anylogarithm(values[i]);
+}
+
+}  // namespace
+
+double sine(double x) {
+    if (!(std::abs(x) <= largestangle)) return notanumber;
+    return turnedsine(reduce(x), 0);
+}
+
+double cosine(double x) {
+    if (!(std::abs(x) <= largestangle)) return notanumber;
+    return turnedsine(reduce(x), 1);
+}
+
+double arctangent(double y, double x) {
+    const double a = std::abs(x);
+    const double b = std::abs(y);
+    if (!(a < infinite && b < infinite)) return notanumber;
+    const double larger = a > b ? a : b;
+    const double smaller = a > b ? b : a;
+    // atan t = atan c + atan u, c the nearest eighth to t, u = (t - c) / (1 + c t), |u| <= 1/16;
+    // atan u = u - u^3/3 + u^5/5 - ...
+    static constexpr std::array c{-1.0 / 3, 1.0 / 5, -1.0 / 7, 1.0 / 9, -1.0 / 11, 1.0 / 13};
+    const double t = larger > 0.0 ? smaller / larger : 0.0;
+    const auto i = static_cast<std::size_t>(t * 8.0 + 0.5);
+    const double eighth = static_cast<double>(i) / 8.0;
+    const double u = i == 0 ? t : (smaller - eighth * larger) / (larger + eighth * smaller);
+    const double z = u * u;
+    double high = eighths[i][0];
+    double low = eighths[i][1] + u * z * series(c, z);
+    if (i == 0) {
+        high = u;
+    } else {
+        const double sum = high + u;
+        low += u - (sum - high);
+        high = sum;
+    }
+    constexpr double halfpihigh = 1.5707963267948966;
+    constexpr double halfpilow = 6.123233995736766e-17;
+    double angle = high + low;
+    if (b > a) {
+        angle = std::signbit(x) ? addpairs(halfpihigh, halfpilow, high, low)
+                                : addpairs(halfpihigh, halfpilow, -high, -low);
+    } else if (std::signbit(x)) {
+        angle = addpairs(2.0 * halfpihigh, 2.0 * halfpilow, -high, -low);
+    }
+    return std::copysign(angle, y);
+}
+
+double exponential(double x) {
+    if (!(x < 710.0)) return x != x ? x : infinite;
+    if (x < -746.0) return 0.0;
+    // x = k ln 2 + r, |r| <= ln(2) / 2; e^r = 1 + (r + (r^2/2! + r^3/3! + ...)).
+    static constexpr std::array c{1.0 / 2,       1.0 / 6,        1.0 / 24,        1.0 / 120,
+                                  1.0 / 720,     1.0 / 5040,     1.0 / 40320,     1.0 / 362880,
+                                  1.0 / 3628800, 1.0 / 39916800, 1.0 / 479001600, 1.0 / 6227020800};
+    constexpr double log2e = 1.4426950408889634;
+    const double k = std::floor(x * log2e + 0.5);
+    const double high = x - k * ln2high;
+    const double low = k * ln2low;
+    const double r = high - low;
+    const double rest = (high - r) - low;
+    const double value = 1.0 + (r + (r * r * series(c, r) + rest));
+    return std::ldexp(value, static_cast<int>(k));
+}
+
+double logarithm(double x) { return anylogarithm(x); }
+
+void logarithms(double *values, std::size_t n) { runwidest<logarithmkernel>(values, n); }
+
+double power(double x, double p) { return exponential(p * logarithm(x)); }

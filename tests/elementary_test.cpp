@@ -1,0 +1,74 @@
+#include "numeric/elementary.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "testsignals.h"
+
+namespace {
+
+constexpr double infinite = std::numeric_limits<double>::infinity();
+
+// Distance from the exact value, here one of 64 bits, in units in the last place of a double.
+double errorof(double value, long double exact) {
+    int exponent = 0;
+    std::frexp(static_cast<double>(exact), &exponent);
+    const long double unit = std::ldexp(1.0L, std::max(exponent - 53, -1074));
+    return static_cast<double>(std::abs(value - exact) / unit);
+}
+
+}  // namespace
+
+TEST(elementary, iswithinaunitinthelastplace) {
+    testrandom random(1);
+    double worst[5] = {};
+    const auto see = [&](double &most, double value, long double exact) {
+        most = std::max(most, errorof(value, exact));
+    };
+    for (int i = 0; i < 200000; ++i) {
+        const double u = random.uniform(), v = random.uniform(), scale = i % 3 == 0 ? 1e-3 : 1.0;
+        const double angle = u * (i % 4 == 0 ? 1e6 : 10.0);
+        see(worst[0], sine(angle), std::sin(static_cast<long double>(angle)));
+        see(worst[1], cosine(angle), std::cos(static_cast<long double>(angle)));
+        see(worst[2], arctangent(u * scale, v), std::atan2(u * scale, static_cast<long double>(v)));
+        const double x = i % 2 == 0 ? u : 709.0 * u;
+        see(worst[3], exponential(x), std::exp(static_cast<long double>(x)));
+        const double positive = i % 2 == 0 ? 1.0 + 0.5 * u : std::exp(744.0 * u);
+        see(worst[4], logarithm(positive), std::log(static_cast<long double>(positive)));
+    }
+    for (const double error : worst) EXPECT_GT(error, 0.45);  // the measure measures
+    for (const double error : {worst[0], worst[1], worst[3], worst[4]}) EXPECT_LT(error, 1.0);
+    EXPECT_LT(worst[2], 1.5);
+}
+
+TEST(elementary, specialvaluesareasanywhere) {
+    EXPECT_TRUE(logarithm(1.0) == 0.0 && exponential(0.0) == 1.0 && cosine(0.0) == 1.0);
+    EXPECT_TRUE(logarithm(0.0) == -infinite && logarithm(infinite) == infinite);
+    EXPECT_TRUE(exponential(710.0) == infinite && exponential(-infinite) == 0.0);
+    EXPECT_TRUE(power(0.0, 8.5) == 0.0 && power(1.0, 8.5) == 1.0);
+    EXPECT_NEAR(power(0.92, 8.31295041412083), 0.5, 1e-15);  // ln 0.5 / ln 0.92
+    for (const double y : {0.0, -0.0, 1.0, -1.0})
+        for (const double x : {0.0, -0.0, 2.0, -2.0}) {
+            EXPECT_EQ(arctangent(y, x), std::atan2(y, x)) << y << ' ' << x;
+            EXPECT_EQ(std::signbit(arctangent(y, x)), std::signbit(y));
+        }
+    const double nan = std::nan("");
+    for (const double value : {logarithm(-1.0), logarithm(nan), exponential(nan), sine(nan),
+                               sine(infinite), cosine(1e7), arctangent(nan, 1.0)})
+        EXPECT_TRUE(std::isnan(value));
+}
+
+TEST(elementary, manylogarithmsareasonebyone) {
+    for (std::size_t n = 0; n < 40; ++n) {
+        std::vector<double> values(n);
+        for (std::size_t i = 0; i < n; ++i)
+            values[i] = std::ldexp(static_cast<double>(i), 1 - 20 * static_cast<int>(i));
+        std::vector<double> logs = values;
+        logarithms(logs.data(), n);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(logs[i], logarithm(values[i])) << i;
+    }
+}
