@@ -1,4 +1,4 @@
-/// What a fuzzer needs: a property that ends the run, and a file that lives in memory.
+/// What a fuzzer needs: a property that ends the run, and files that live in memory.
 
 #pragma once
 
@@ -16,12 +16,31 @@ inline void require(bool holds, const char *property) {
     std::abort();
 }
 
-/// Path of a file in memory that holds these bytes; the next call replaces them.
-inline const char *memoryfile(const std::string &bytes) {
-    static const int file = memfd_create("fuzz", 0);
-    static const std::string path = "/proc/self/fd/" + std::to_string(file);
-    const auto size = static_cast<ssize_t>(bytes.size());
-    require(ftruncate(file, 0) == 0 && pwrite(file, bytes.data(), bytes.size(), 0) == size,
-            "a file can be made");
-    return path.c_str();
-}
+/// A file in memory, with a path for those who open files by name.
+class memoryfile {
+   public:
+    memoryfile() = default;
+    ~memoryfile() { close(file_); }
+    memoryfile(const memoryfile &) = delete;
+    memoryfile &operator=(const memoryfile &) = delete;
+
+    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
+
+    /// Makes these bytes the file's contents. Returns the path.
+    std::string put(const std::string &bytes) {
+        const auto size = static_cast<ssize_t>(bytes.size());
+        require(ftruncate(file_, 0) == 0 && pwrite(file_, bytes.data(), bytes.size(), 0) == size,
+                "a file can be made");
+        return path();
+    }
+
+    std::string get() const {
+        std::string bytes(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)), '\0');
+        const auto size = static_cast<ssize_t>(bytes.size());
+        require(pread(file_, bytes.data(), bytes.size(), 0) == size, "a file can be read");
+        return bytes;
+    }
+
+   private:
+    int file_ = memfd_create("fuzz", 0);
+};

@@ -33,8 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x80\x3e\0\0\0\x7d\0\0\2\0\x10\0data\4\0\0\0", 44);
     bytes.resize(size);
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(bytes[i] ^ data[i]);
+    static memoryfile file;
     double untouched = 0.0, *read = &untouched;
-    const std::uint32_t count = wavreadm1616(memoryfile(bytes), &read);
+    const std::uint32_t count = wavreadm1616(file.put(bytes).c_str(), &read);
     require(count == expectedcount(bytes), "the count is what the header says and the file has");
     require((count == 0) == (read == &untouched), "only success stores a result");
     const readerarray samples(count == 0 ? nullptr : read);

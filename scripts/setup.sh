@@ -2,8 +2,8 @@
 # Installs what the build needs, on Debian 12 or later and its relatives.
 #
 #   scripts/setup.sh        compiler, CMake, Ninja, GoogleTest: enough for the program and its tests
-#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind and Google Benchmark:
-#                           what .ci/run and the presets clang, bench and fuzz need
+#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation and
+#                           Google Benchmark: what .ci/run and the presets clang, bench and fuzz need
 #
 # Asks nothing, and leaves apt alone when all is there, so that it works without a network then.
 set -euo pipefail
@@ -11,7 +11,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build libgtest-dev)
 case "${1-}" in
 '') ;;
-full) packages+=(clang clang-format clang-tidy valgrind libbenchmark-dev) ;;
+full) packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev) ;;
 *)
     echo "usage: $0 [full]" >&2
     exit 2

@@ -3,7 +3,8 @@
 #include "driver/nalveo.h"
 
 int main(int argc, char **argv) {
-    // Line by line, so that a log is up to date whatever happens to a long batch.
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    // Line by line, so that a log is up to date whatever happens to a long batch. If that is not to
+    // be had, lines come later.
+    static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ));
     return nalveomain(argc, argv);
 }

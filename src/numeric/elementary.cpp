@@ -154,7 +154,7 @@ double arctangent(double y, double x) {
     // atan u = u - u^3/3 + u^5/5 - ...
     static constexpr std::array c{-1.0 / 3, 1.0 / 5, -1.0 / 7, 1.0 / 9, -1.0 / 11, 1.0 / 13};
     const double t = larger > 0.0 ? smaller / larger : 0.0;
-    const auto i = static_cast<std::size_t>(t * 8.0 + 0.5);
+    const auto i = static_cast<std::size_t>(std::floor(t * 8.0 + 0.5));
     const double eighth = static_cast<double>(i) / 8.0;
     const double u = i == 0 ? t : (smaller - eighth * larger) / (larger + eighth * smaller);
     const double z = u * u;

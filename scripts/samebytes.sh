@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# One input gives the same bytes, whatever compiled the program and whatever processor runs it:
+# builds it with gcc and clang at -O0, -O2 and -O3 and with the sanitizers, runs each, and one of
+# them under valgrind, on emulated processors with and without AVX2 and FMA, and with the C library
+# told to leave these alone; then compares all outputs of all methods.
+#
+#   scripts/samebytes.sh                the sample recording
+#   scripts/samebytes.sh FILE.wav ...   other recordings; the emulators take minutes for each
+#   scripts/samebytes.sh presets        the sample recording, by the builds of the presets release,
+#                                       clang and asan, which .ci/run has made
+#
+# Needs what "scripts/setup.sh full" installs. Exit status 1 when any byte differs.
+set -euo pipefail
+presets=
+if [[ ${1-} == presets ]]; then
+    presets=yes
+    shift
+fi
+files=()
+for file in "$@"; do files+=("$(realpath -- "$file")"); done
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+[[ ${#files[@]} -gt 0 ]] || files=("$PWD/examples/sample.wav")
+top=$PWD/build/samebytes
+mkdir -p "$top"
+
+# A frame per 50 ms: every routine runs, and the emulators come to an end.
+options=("--ccmeth=0" "--ccmeth=1" "--ccmeth=1 --f0acc=5" "--ccmeth=2 --f0acc=1" "--ccmeth=3"
+    "--ccmeth=4" "--ccmeth=1 --ccord=24 --alpha=0.35 --f0min=45 --f0max=700 --htsscale=0")
+
+# Checksums of all that one way of running the program writes and says.
+run() {
+    local folder file set
+    folder=$(mktemp -d)
+    for file in "${files[@]}"; do
+        for set in "${options[@]}"; do
+            # shellcheck disable=SC2086  # several options in one string
+            (cd "$folder" && "$@" "$file" lf0 mcc mvf --lframe=800 $set 2>/dev/null)
+            sha256sum <"$folder/lf0"
+            sha256sum <"$folder/mcc"
+            sha256sum <"$folder/mvf"
+            rm -f "$folder"/*
+        done
+    done
+    rmdir "$folder"
+}
+
+reference='' differing=0
+# Compares one way with the first one.
+check() {
+    local name=$1 sums verdict=same
+    shift
+    sums=$(run "$@")
+    reference=${reference:-$sums}
+    if [[ $sums != "$reference" ]]; then
+        verdict="DIFFERENT: $(diff <(echo "$reference") <(echo "$sums") | grep -c '^>') outputs"
+        differing=1
+    fi
+    printf '%-48s %s\n' "$name" "$verdict"
+}
+
+build() {
+    local name=$1 compiler=$2 flags=$3
+    cmake -G Ninja -S . -B "$top/$name" -DCMAKE_CXX_COMPILER="$compiler" -DNALVEO_TESTS=OFF \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="$flags" >"$top/$name.log"
+    cmake --build "$top/$name" --parallel "$(nproc)" --target nalveo16 >>"$top/$name.log"
+}
+
+if [[ $presets ]]; then
+    program=build/release/nalveo16
+    for preset in release clang asan; do check "preset $preset" "$PWD/build/$preset/nalveo16"; done
+else
+    program=build/samebytes/g++-O3/nalveo16
+    for compiler in g++ clang++; do
+        for level in -O3 -O2 -O0; do
+            build "$compiler$level" "$compiler" "$level"
+            check "$compiler $level" "$top/$compiler$level/nalveo16"
+        done
+        build "$compiler-sanitized" "$compiler" \
+            '-O1 -fsanitize=address,undefined -fno-sanitize-recover=all'
+        check "$compiler -O1 with sanitizers" "$top/$compiler-sanitized/nalveo16"
+    done
+fi
+
+program=$PWD/$program
+hwcaps=glibc.cpu.hwcaps
+off=-AVX2,-AVX2_Usable,-FMA,-FMA_Usable,-FMA4,-FMA4_Usable,-AVX512F,-AVX512F_Usable
+check 'C library without AVX2 and FMA' env GLIBC_TUNABLES="$hwcaps=$off" "$program"
+check 'emulated: no AVX, no FMA' qemu-x86_64 -cpu qemu64 "$program"
+if [[ ! $presets ]]; then
+    check 'valgrind: AVX2, no AVX-512' valgrind --quiet "$program"
+    check 'emulated: AVX2 and FMA, no AVX-512' qemu-x86_64 -cpu max "$program"
+fi
+if grep -qw avx512dq /proc/cpuinfo; then
+    echo 'This processor has AVX-512, which the builds above have used.'
+fi
+exit "$differing"
