@@ -1,0 +1,121 @@
+#!/usr/bin/python3
+"""Times whole runs of the program over a recording, files in and out included, and prints a table.
+
+    bench/table.py RECORDING.wav PROGRAM [OTHER] [-n ROUNDS] [-w WORDS]
+
+The columns are CPU seconds (user and system) per second of audio, the least of the rounds; the
+aim on one core of a server processor of 2026, for real speech of which about half is voiced; and
+the peak memory. A second program runs in turn with the first, round by round, since the speed of
+a machine drifts: `faster` is the median over the rounds of its time divided by the first one's.
+The last rows are a recording of one second and the start alone (the help text), in milliseconds
+of elapsed time.
+
+-n sets the rounds (default 3); -w picks the rows whose names contain a text, such as "method 2".
+
+Peak memory is what the system reports and holds at least that of this script, some 12 MB.
+Outputs go to a temporary directory. Takes nothing but Python.
+"""
+
+import argparse
+import os
+import statistics
+import sys
+import tempfile
+import time
+import wave
+
+# Name of the work, files written, options, and the aim in CPU seconds per second of audio.
+ROWS = (
+    ("method 1, three files", 2, ("--ccmeth=1",), 0.0065),
+    ("method 1, four files", 3, ("--ccmeth=1",), 0.0090),
+    ("method 0, four files", 3, ("--ccmeth=0",), 0.0090),
+    ("method 3, four files", 3, ("--ccmeth=3",), 0.0075),
+    ("method 4, four files", 3, ("--ccmeth=4",), 0.0075),
+    ("method 2, four files", 3, ("--ccmeth=2",), 0.12),
+    ("method 1, four files, f0acc=5", 3, ("--ccmeth=1", "--f0acc=5"), 0.040),
+)
+MEMORY_AIM = 64  # MB for a minute of speech
+START_AIM = 5  # ms for one second of speech
+TRACKS = ("f0", "cc", "fv")
+
+
+def run(program, arguments, folder):
+    """Runs a program; returns its CPU seconds, elapsed seconds and peak memory in MB."""
+    silence = [(os.POSIX_SPAWN_OPEN, 1, os.devnull, os.O_WRONLY, 0)]
+    here = os.getcwd()
+    os.chdir(folder)
+    began = time.perf_counter()
+    child = os.posix_spawn(program, [program, *arguments], os.environ, file_actions=silence)
+    _, status, usage = os.wait4(child, 0)
+    elapsed = time.perf_counter() - began
+    os.chdir(here)
+    if status != 0:
+        sys.exit(f"table: {program} failed with {' '.join(arguments)}")
+    return usage.ru_utime + usage.ru_stime, elapsed, usage.ru_maxrss / 1024
+
+
+def rounds(programs, arguments, folder, count):
+    """The runs of every program, taken in turn."""
+    runs = [[] for _ in programs]
+    for _ in range(count):
+        for program, taken in zip(programs, runs):
+            taken.append(run(program, arguments, folder))
+    return runs
+
+
+def row(name, runs, which, scale, aim):
+    """Prints a row of figure `which` of the runs, times `scale`."""
+    times = [[taken[which] * scale for taken in program] for program in runs]
+    print(f"{name:30s}", *(f"{min(taken):9.5f}" for taken in times), end="")
+    if len(times) == 2:
+        ratio = statistics.median(other / first for first, other in zip(*times))
+        print(f" {ratio:7.2f}x", end="")
+    print(f" {aim:9.4f}" if aim else " " * 10, end="")
+    print("".join(f" {max(taken[2] for taken in program):7.1f}" for program in runs), flush=True)
+
+
+def firstsecond(recording, path):
+    with wave.open(recording) as whole, wave.open(path, "wb") as part:
+        part.setparams(whole.getparams())
+        part.writeframes(whole.readframes(whole.getframerate()))
+
+
+def main():
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawTextHelpFormatter
+    )
+    parser.add_argument("recording", metavar="RECORDING.wav")
+    parser.add_argument("programs", metavar="PROGRAM", nargs="+", help="one or two programs")
+    parser.add_argument("-n", dest="rounds", type=int, default=3)
+    parser.add_argument("-w", dest="words", default="")
+    args = parser.parse_args()
+    if len(args.programs) > 2 or args.rounds < 1:
+        parser.error("one or two programs, and at least one round")
+    recording = os.path.abspath(args.recording)
+    programs = [os.path.abspath(program) for program in args.programs]
+    with wave.open(recording) as whole:
+        seconds = whole.getnframes() / whole.getframerate()
+
+    letters = "AB"[: len(programs)]
+    print(f"{seconds:.1f} s of audio, least of {args.rounds} rounds")
+    for letter, program in zip(letters, programs):
+        print(f"{letter}: {program}")
+    head = [f"{'CPU seconds per second':30s}", *(f"{letter:>9s}" for letter in letters)]
+    head += ["  faster"] * (len(letters) - 1) + [f"{'aim':>9s}", "peak MB"]
+    print(*head)
+    with tempfile.TemporaryDirectory(prefix="table") as folder:
+        for name, files, options, aim in ROWS:
+            if args.words in name:
+                arguments = [recording, *TRACKS[:files], *options]
+                runs = rounds(programs, arguments, folder, args.rounds)
+                row(name, runs, 0, 1 / seconds, aim)
+        short = os.path.join(folder, "second.wav")
+        firstsecond(recording, short)
+        for name, arguments in (("one second, ms", [short, *TRACKS]), ("start alone, ms", [])):
+            if args.words in name:
+                runs = rounds(programs, arguments, folder, 10 * args.rounds)
+                row(name, runs, 1, 1000, START_AIM if arguments else 0)
+
+
+if __name__ == "__main__":
+    main()
