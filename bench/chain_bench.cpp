@@ -107,7 +107,8 @@ struct material {
 };
 
 // Every row's benchmark works on the one recording that `speech` points to. An aim of 0 is none.
-void add(const std::string &name, const material *speech, double aim, std::function<void()> work) {
+void add(const std::string &name, const material *speech, double aim,
+         const std::function<void()> &work) {
     const double seconds = speech->nsamples / fs;
     benchmark::RegisterBenchmark(name.c_str(), [seconds, aim, work](benchmark::State &state) {
         for (auto _ : state) {
