@@ -106,6 +106,15 @@ track circular(const track &w, int longest) {
     return r;
 }
 
+TEST(autocorrelation, iscircular) {
+    const track x = whitenoise(64, 1.0, 5), wanted = circular(x, 63);
+    track pairs;
+    for (const double v : x) pairs.insert(pairs.end(), {v, 0.0});
+    EXPECT_EQ(autocorrelation(64, pairs.data()), 0);
+    for (int lag = 0; lag < 64; ++lag)
+        EXPECT_NEAR(at(pairs, 2 * lag) / pairs[0], at(wanted, lag), 1e-14) << lag;
+}
+
 std::vector<candidate> bestcandidates(const track &r, int from, int to, double f0min) {
     std::vector<candidate> list;
     for (int lag = from; lag <= to; ++lag) {

@@ -11,9 +11,11 @@
 #include <vector>
 
 #include "analysis/harmonicanalysis.h"
+#include "numeric/aligned.h"
 #include "numeric/dft.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
+#include "numeric/vectors.h"
 #include "numeric/windowing.h"
 
 namespace {
@@ -49,35 +51,85 @@ struct trackersetup {
     std::uint32_t taumin;  // shortest and longest lag searched
     std::uint32_t taumax;
     std::uint32_t h;  // half length of the window
-    std::int32_t nfft;
+    std::uint32_t nfft;
     std::uint32_t m;  // half-width of the local peak, half that of the local mean
     double globalpeak;
-    std::vector<double> window;      // [2h + 1]
-    std::vector<double> correction;  // autocorrelation of the window, lag 0 = 1; lags to taumax + 1
+    alignedreals window;      // [2h + 1]
+    alignedreals correction;  // autocorrelation of the window, lag 0 = 1; lags to taumax + 1
 };
 
-double largestmagnitude(const double *x, std::size_t n) {
-    double peak = 0.0;
-    for (std::size_t i = 0; i < n; ++i) peak = std::max(peak, std::abs(x[i]));
-    return peak;
+// What one frame needs.
+struct trackerscratch {
+    alignedreals raw;    // [2h + 1] the signal around the centre
+    alignedreals frame;  // [nfft] the same, weighted, with zeros behind it
+    alignedreals re;     // [nfft / 2 + 1]
+    alignedreals im;
+    // Autocorrelation at lags 0 .. nfft - 1, not scaled. Behind it there are zeros up to the
+    // neighbour of the longest lag, where a search range beyond all pitch makes the window shorter
+    // than that.
+    alignedreals lags;
+    alignedreals
+        corrected;  // autocorrelation over that of the window, lags taumin - 1 .. taumax + 1
+
+    explicit trackerscratch(const trackersetup &t)
+        : raw(t.window.size()),
+          frame(t.nfft),
+          re(t.nfft / 2 + 1),
+          im(t.nfft / 2 + 1),
+          lags(std::max<std::size_t>(t.nfft, t.taumax + 2)),
+          corrected(t.taumax + 2) {}
+};
+
+// Largest magnitude of the differences from an offset, 0 for none.
+[[gnu::always_inline]] inline void peakkernel(const double *x, std::size_t n, double offset,
+                                              double *peak) {
+    vector peaks{};
+    std::size_t i = 0;
+    for (; i + vectorlength <= n; i += vectorlength) {
+        const vector d = vectorload(x + i) - offset;
+        const vector magnitude = d < 0.0 ? -d : d;
+        peaks = magnitude > peaks ? magnitude : peaks;
+    }
+    *peak = 0.0;
+    for (std::size_t lane = 0; lane < vectorlength; ++lane) *peak = std::max(*peak, peaks[lane]);
+    for (; i < n; ++i) *peak = std::max(*peak, std::abs(x[i] - offset));
 }
 
-// The buffer holds the whole transform, and enough for the neighbours of the longest lag where a
-// search range beyond all pitch makes the window shorter than that.
-std::size_t buffersize(const trackersetup &t) {
-    const std::size_t lags = std::max<std::size_t>(static_cast<std::size_t>(t.nfft), t.taumax + 2);
-    return 2 * lags;
+// Sum by eight partial sums.
+[[gnu::always_inline]] inline double sumof(const double *x, std::size_t n) {
+    vector partial{};
+    std::size_t i = 0;
+    for (; i + vectorlength <= n; i += vectorlength) partial += vectorload(x + i);
+    double sum = 0.0;
+    for (std::size_t lane = 0; lane < vectorlength; ++lane) sum += partial[lane];
+    for (; i < n; ++i) sum += x[i];
+    return sum;
 }
 
 // Hann window, each cosine by itself. The windows of single frames come from a recurrence, which is
 // as good to rounding; but the f0 of an exactly periodic signal is an exact number of samples to
 // rounding, and later roundings of window lengths and harmonic counts hang on its last bit.
-std::vector<double> trackerwindow(std::uint32_t length) {
-    std::vector<double> window(length, 1.0);
+alignedreals trackerwindow(std::uint32_t length) {
+    alignedreals window(length, 1.0);
     const double step = twopi / (length - 1);
     for (std::uint32_t i = 0; length > 1 && i < length; ++i)
         window[i] = 0.5 - 0.5 * std::cos(step * i);
     return window;
+}
+
+[[gnu::always_inline]] inline void powerkernel(std::size_t n, double *re, double *im) {
+    for (std::size_t k = 0; k < n; ++k) {
+        re[k] = re[k] * re[k] + im[k] * im[k];
+        im[k] = 0.0;
+    }
+}
+
+// Autocorrelation of the weighted frame: the transform of its power spectrum.
+void correlateframe(const trackersetup &t, trackerscratch &s) {
+    const auto size = static_cast<std::int32_t>(t.nfft);
+    fftreal(size, s.frame.data(), s.re.data(), s.im.data());
+    runwidest<powerkernel>(s.re.size(), s.re.data(), s.im.data());
+    ifftreal(size, s.re.data(), s.im.data(), s.lags.data());
 }
 
 trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, double f0min,
@@ -90,39 +142,54 @@ trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, do
     t.taumax = static_cast<std::uint32_t>(std::floor(fs / f0min));
     const std::uint32_t lwin = getwinlengthnperiodsodd(3.0, f0min, fs);
     t.h = lwin / 2;
-    t.nfft = static_cast<std::int32_t>(getwinlengthceilpot2(lwin));
+    t.nfft = std::max(2u, getwinlengthceilpot2(lwin));
     t.m = getwinlengthnperiodsodd(0.5, f0min, fs);
-    t.globalpeak = largestmagnitude(filtered, n);
+    runwidest<peakkernel>(filtered, std::size_t{n}, 0.0, &t.globalpeak);
     t.window = trackerwindow(lwin);
 
-    std::vector<double> buffer(buffersize(t));
-    for (std::uint32_t i = 0; i < lwin; ++i) buffer[2 * std::size_t{i}] = t.window[i];
-    autocorrelation(t.nfft, buffer.data());
-    t.correction.resize(std::size_t{t.taumax} + 2);
+    trackerscratch s(t);
+    std::copy(t.window.begin(), t.window.end(), s.frame.begin());
+    correlateframe(t, s);
+    t.correction.resize(s.corrected.size());
     for (std::size_t tau = 0; tau < t.correction.size(); ++tau)
-        t.correction[tau] = buffer[2 * tau] / buffer[0];
+        t.correction[tau] = s.lags[tau] / s.lags[0];
     return t;
 }
 
-// Removes the local mean over about two periods, weights the frame and puts it into the transform
-// buffer. Returns the local peak, over about one period.
-double loadframe(const trackersetup &t, const double *signal, std::uint32_t n, std::uint32_t centre,
-                 double *frame, std::vector<double> &buffer) {
-    getwindowedsamples(signal, n, centre, frame, t.h, nullptr);
+// Removes the local mean over about two periods and weights the frame. The peak is the local one,
+// over about one period.
+[[gnu::always_inline]] inline void weightkernel(const trackersetup *t, const double *raw,
+                                                double *frame, double *peak) {
     // Search ranges in the kilohertz, beyond all pitch, have windows shorter than the span of the
     // mean: what is outside the window counts as 0.
-    const std::uint32_t hmean = std::min(2 * t.m, t.h);
-    double mean = 0.0;
-    for (std::size_t i = t.h - hmean; i <= std::size_t{t.h} + hmean; ++i) mean += frame[i];
-    mean /= 4 * t.m + 1;
+    const std::size_t hmean = std::min(2 * t->m, t->h);
+    const double mean = sumof(raw + t->h - hmean, 2 * hmean + 1) / (4 * t->m + 1);
+    const std::size_t hpeak = std::min(t->m, t->h);
+    peakkernel(raw + t->h - hpeak, 2 * hpeak + 1, mean, peak);
+    const double *const window = t->window.data();
+    for (std::size_t i = 0; i < 2 * std::size_t{t->h} + 1; ++i)
+        frame[i] = (raw[i] - mean) * window[i];
+}
 
-    const std::uint32_t hpeak = std::min(t.m, t.h);
-    const std::size_t lwin = t.window.size();
+// Divides the autocorrelation of the frame by its own lag 0 and by that of the window.
+[[gnu::always_inline]] inline void correctkernel(const trackersetup *t, const double *lags,
+                                                 double *corrected) {
+    const double *const correction = t->correction.data();
+    const double energy = lags[0];
+    for (std::size_t tau = t->taumin - 1; tau <= std::size_t{t->taumax} + 1; ++tau) {
+        const double v = lags[tau] / energy / correction[tau];
+        corrected[tau] = v > 0.0 ? v : 0.0;  // 0 also for the 0 / 0 of a silent frame
+    }
+}
+
+// Corrected autocorrelation of a frame. Returns the frame's local peak.
+double analyseframe(const trackersetup &t, const double *signal, std::uint32_t n,
+                    std::uint32_t centre, trackerscratch &s) {
     double peak = 0.0;
-    for (std::size_t i = t.h - hpeak; i <= std::size_t{t.h} + hpeak; ++i)
-        peak = std::max(peak, std::abs(frame[i] - mean));
-    std::fill(buffer.begin(), buffer.end(), 0.0);
-    for (std::size_t i = 0; i < lwin; ++i) buffer[2 * i] = (frame[i] - mean) * t.window[i];
+    getwindowedsamples(signal, n, centre, s.raw.data(), t.h, nullptr);
+    runwidest<weightkernel>(&t, s.raw.data(), s.frame.data(), &peak);
+    correlateframe(t, s);
+    runwidest<correctkernel>(&t, s.lags.data(), s.corrected.data());
     return peak;
 }
 
@@ -293,22 +360,14 @@ int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std:
     const trackersetup t = setuptracker(filtered.get(), n, fs, f0min, f0max);
     const transitioncosts transition(fs * 0.01 / lframe);
 
-    std::vector<double> buffer(buffersize(t));
-    std::vector<double> frame(t.window.size());
-    std::vector<double> r(t.correction.size());  // corrected autocorrelation of the frame
+    trackerscratch scratch(t);
     std::vector<framecandidates> frames(nframes);
     slotvalues cost{};
     for (std::uint32_t k = 0; k < nframes; ++k) {
-        const double peak =
-            loadframe(t, filtered.get(), n, first + k * lframe, frame.data(), buffer);
-        autocorrelation(t.nfft, buffer.data());
-        for (std::size_t tau = t.taumin - 1; tau <= std::size_t{t.taumax} + 1; ++tau) {
-            const double v = buffer[2 * tau] / buffer[0] / t.correction[tau];
-            r[tau] = v > 0.0 ? v : 0.0;  // 0 also for the 0 / 0 of a silent frame
-        }
+        const double peak = analyseframe(t, filtered.get(), n, first + k * lframe, scratch);
         slotvalues strength{};
         strength[unvoicedslot] = unvoicedstrength(t, peak);
-        collectcandidates(t, r.data(), frames[k].freq, strength);
+        collectcandidates(t, scratch.corrected.data(), frames[k].freq, strength);
         if (k == 0) {
             for (std::size_t s = 0; s < nslots; ++s) cost[s] = -strength[s];
         } else {
