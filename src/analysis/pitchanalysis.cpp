@@ -295,7 +295,7 @@ double jumpratio(double island, double neighbour) {
     return ratio < 1.0 ? 1.0 / ratio : ratio;
 }
 
-// Amplitude responses of a gain curve on bins 0 .. nt / 2, mirrored to the whole transform.
+// Amplitude responses of a gain curve on bins 0 .. nt / 2.
 void samplegaincurve(const double *freqs, const double *gains, double fs, std::size_t nt,
                      double *response) {
     constexpr double decibel = 0.1151292546497023;  // ln 10 / 20
@@ -310,28 +310,30 @@ void samplegaincurve(const double *freqs, const double *gains, double fs, std::s
         const double intercept = gains[segment] - freqs[segment] * slope;
         response[k] = std::exp((slope * f + intercept) * decibel);
     }
-    for (std::size_t k = 1; k < nt / 2; ++k) response[nt - k] = response[k];
 }
 
-// Turns a sampled response into that of a filter of nt / 2 + 1 taps: the impulse response is cut to
-// nt / 4 taps either side of tap 0 and tapered by the halves of a Hamming window.
-void truncateresponse(std::size_t nt, double *response, double *imag) {
+// Turns a sampled response, bins 0 .. nt / 2, into that of a filter of nt / 2 + 1 taps: the impulse
+// response is cut to nt / 4 taps either side of tap 0 and tapered by the halves of a Hamming window.
+void truncateresponse(std::size_t nt, double *response) {
     const auto size = static_cast<std::int32_t>(nt);
     const std::size_t reach = nt / 4;
-    std::fill(imag, imag + nt, 0.0);
-    ifftr(size, response, imag);
+    std::vector<double> imag(nt / 2 + 1);
+    std::vector<double> taps(nt);
+    ifftreal(size, response, imag.data(), taps.data());
     const phasor step = unitphasor(pi / static_cast<double>(reach));
     phasor w{1.0, 0.0};
     for (std::size_t k = 1; k <= reach; ++k) {
         w.rotate(step);
         const double taper = 0.54 + 0.46 * w.re;
-        response[k] *= taper;
-        response[nt - k] *= taper;
+        taps[k] *= taper;
+        taps[nt - k] *= taper;
     }
-    std::fill(response + reach + 1, response + nt - reach, 0.0);
-    std::fill(imag, imag + nt, 0.0);
-    fftr(size, response, imag);
-    for (std::size_t k = 0; k < nt; ++k) response[k] *= 1.0 / static_cast<double>(nt);
+    std::fill(taps.begin() + static_cast<std::ptrdiff_t>(reach + 1),
+              taps.end() - static_cast<std::ptrdiff_t>(reach), 0.0);
+    fftreal(size, taps.data(), response, imag.data());
+    // One pair of unscaled transforms is behind the response, another is to come.
+    const double scale = 1.0 / static_cast<double>(nt);
+    for (std::size_t k = 0; k <= nt / 2; ++k) response[k] *= scale * scale;
 }
 
 // Lowest f0 that refinement can come to analyse. It starts from a track value and goes down by at
@@ -455,11 +457,12 @@ int fftfilter(const double *input, double *output, std::uint32_t n, std::uint32_
     const std::size_t half = nt / 2;
     const std::size_t reach = nt / 4;
     const std::size_t count = n;
-    std::vector<double> response(nt);
-    std::vector<double> re(nt);
-    std::vector<double> im(nt);
+    alignedreals response(half + 1);
+    alignedreals re(half + 1);
+    alignedreals im(half + 1);
+    alignedreals block(nt);
     samplegaincurve(freqs, gains, fs, nt, response.data());
-    truncateresponse(nt, response.data(), im.data());
+    truncateresponse(nt, response.data());
 
     // Overlap-add, nt / 2 samples at a time: a block's response reaches nt / 4 samples back into
     // the output before it, where the circular convolution has wrapped it to the end, and as many
@@ -468,24 +471,22 @@ int fftfilter(const double *input, double *output, std::uint32_t n, std::uint32_
     const auto size = static_cast<std::int32_t>(nt);
     for (std::size_t s = 0; s < count; s += half) {
         const std::size_t have = std::min(half, count - s);
-        std::copy(input + s, input + s + have, re.begin());
-        std::fill(re.begin() + static_cast<std::ptrdiff_t>(have), re.end(), 0.0);
-        std::fill(im.begin(), im.end(), 0.0);
-        fftr(size, re.data(), im.data());
-        for (std::size_t k = 0; k < nt; ++k) {
+        std::copy(input + s, input + s + have, block.begin());
+        std::fill(block.begin() + static_cast<std::ptrdiff_t>(have), block.end(), 0.0);
+        fftreal(size, block.data(), re.data(), im.data());
+        for (std::size_t k = 0; k <= half; ++k) {
             re[k] *= response[k];
             im[k] *= response[k];
         }
-        ifftr(size, re.data(), im.data());
+        ifftreal(size, re.data(), im.data(), block.data());
         if (s > 0)
-            for (std::size_t j = 0; j < reach; ++j) output[s - reach + j] += re[nt - reach + j];
+            for (std::size_t j = 0; j < reach; ++j) output[s - reach + j] += block[nt - reach + j];
         for (std::size_t j = 0; j < std::min(reach, have); ++j) {
-            output[s + j] = carry[j] + re[j];
-            carry[j] = re[half + j];
+            output[s + j] = carry[j] + block[j];
+            carry[j] = block[half + j];
         }
-        for (std::size_t j = reach; j < have; ++j) output[s + j] = re[j];
+        for (std::size_t j = reach; j < have; ++j) output[s + j] = block[j];
     }
-    for (std::size_t i = 0; i < count; ++i) output[i] *= 1.0 / nt;
     return 0;
 }
 
