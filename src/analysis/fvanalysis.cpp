@@ -1,16 +1,19 @@
 #include "analysis/fvanalysis.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
 #include <vector>
 
 #include "analysis/harmonicanalysis.h"
+#include "numeric/aligned.h"
 #include "numeric/dft.h"
 #include "numeric/matvect.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
+#include "numeric/vectors.h"
 #include "numeric/windowing.h"
 
 namespace {
@@ -42,30 +45,37 @@ struct bandframe {
 
 // Scratch of one call, sized for the lowest f0.
 struct fvscratch {
-    std::vector<double> spectrum;   // [2 nfft] interleaved
-    std::vector<double> logpower;   // [nfft / 2 + 1]
+    alignedreals signal;  // [nfft]
+    alignedreals re;      // [nfft + 1] the upper half of the bins only as far as used, and
+    alignedreals im;      //   a vector more, so that one may begin at any bin
+    alignedreals power;   // [nfft / 2 + 1]
     std::vector<double> frequency;  // one per harmonic, Hz; 0 = dropped
     std::vector<double> match;      // one per harmonic; becomes its voicing probability
     std::vector<double> boundary;   // one per harmonic: probability that voicing ends below it
 
     explicit fvscratch(const bandframe &largest)
-        : spectrum(2 * std::size_t{largest.nfft}),
-          logpower(largest.nfft / 2 + 1),
+        : signal(largest.nfft),
+          re(std::size_t{largest.nfft} + 1 + vectorlength),
+          im(re.size()),
+          power(largest.nfft / 2 + 1),
           frequency(largest.nfft / 2),
           match(largest.nfft / 2),
           boundary(largest.nfft / 2),
           windows(largest.a + 1) {}
 
-    // Right half of the Hann window of half length a, peak 2: cos(pi i / a) + 1. Made at the first
-    // use of its length and kept for the run, each cosine by itself: a frame that holds a lone
-    // click has a flat spectrum, and the last bit of the window decides where its local maxima are.
-    const std::vector<double> &windowof(std::uint32_t a) {
+    // Hann window of half length a, peak 2: cos(pi i / a) + 1, i = -a .. a. Made at the first use
+    // of its length and kept for the run, each cosine by itself: a frame that holds a lone click
+    // has a flat spectrum, and the last bit of the window decides where its local maxima are.
+    const double *windowof(std::uint32_t a) {
         std::vector<double> &window = windows[a];
         if (window.empty()) {
-            window.assign(std::size_t{a} + 1, 2.0);
-            for (std::uint32_t i = 1; i <= a; ++i) window[i] = std::cos(pi * i / a) + 1.0;
+            window.assign(2 * std::size_t{a} + 1, 2.0);
+            for (std::size_t i = 1; i <= a; ++i) {
+                window[a + i] = std::cos(pi * static_cast<double>(i) / a) + 1.0;
+                window[a - i] = window[a + i];
+            }
         }
-        return window;
+        return window.data();
     }
 
    private:
@@ -78,40 +88,174 @@ struct spectralpeak {
     double frequency;
 };
 
+[[gnu::always_inline]] inline void powerkernel(std::size_t n, const double *re, const double *im,
+                                               double *power) {
+    for (std::size_t i = 0; i < n; ++i) power[i] = re[i] * re[i] + im[i] * im[i];
+}
+
 // Hann-windowed frame with its centre at time 0, so that a sinusoid's line has one phase
-// throughout, transformed; then its log power.
+// throughout, transformed; then its power.
 void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const bandframe &frame,
                   fvscratch &scratch) {
-    const std::vector<double> &window = scratch.windowof(frame.a);
-    double *const spectrum = scratch.spectrum.data();
-    std::fill(spectrum, spectrum + 2 * std::size_t{frame.nfft}, 0.0);
-    spectrum[0] = 2.0 * x[centre];
-    for (std::size_t i = 1; i <= frame.a; ++i) {
-        if (centre + i < n) spectrum[2 * i] = x[centre + i] * window[i];
-        if (centre >= i) spectrum[2 * (frame.nfft - i)] = x[centre - i] * window[i];
-    }
-    fftc(static_cast<std::int32_t>(frame.nfft), spectrum);
-    for (std::size_t i = 0; i <= frame.nfft / 2; ++i) {
-        const double re = spectrum[2 * i];
-        const double im = spectrum[2 * i + 1];
-        scratch.logpower[i] = std::log(re * re + im * im);
+    const double *const window = scratch.windowof(frame.a);
+    const framespan span = getframespan(n, centre, frame.a);
+    const std::size_t a = frame.a;
+    const std::size_t half = frame.nfft / 2;
+    double *const signal = scratch.signal.data();
+    std::fill(signal, signal + frame.nfft, 0.0);
+    for (std::size_t k = span.first; k < a; ++k)
+        signal[frame.nfft - a + k] = x[centre + k - a] * window[k];
+    for (std::size_t k = a; k < span.end; ++k) signal[k - a] = x[centre + k - a] * window[k];
+
+    double *const re = scratch.re.data();
+    double *const im = scratch.im.data();
+    fftreal(static_cast<std::int32_t>(frame.nfft), signal, re, im);
+    runwidest<powerkernel>(half + 1, re, im, scratch.power.data());
+    // The line of a harmonic close to fs / 2 reaches beyond.
+    for (std::size_t i = 1; i <= frame.halfband; ++i) {
+        re[half + i] = re[half - i];
+        im[half + i] = -im[half - i];
     }
 }
 
-// Highest local maximum among bins from .. to - 1, the first of equal ones; without any, the bin
-// nearest to the harmonic itself.
-spectralpeak findpeak(const std::vector<double> &s, std::uint32_t from, std::uint32_t to,
+// Whether ln p > ln q in doubles. Powers that differ by less than some ulps can have one logarithm,
+// powers further apart cannot.
+bool islouder(double p, double q) {
+    return p > q && (p > q * (1.0 + 1e-12) || std::log(p) > std::log(q));
+}
+
+// Highest local maximum of the log power spectrum among bins from .. to - 1, the first of equal
+// ones; without any, the bin nearest to the harmonic itself.
+spectralpeak findpeak(const alignedreals &power, std::uint32_t from, std::uint32_t to,
                       double harmonic, double spacing) {
     std::uint32_t bin = 0;
     for (std::uint32_t i = from; i < to; ++i)
-        if (s[i] > s[i - 1] && s[i] > s[i + 1] && (bin == 0 || s[i] > s[bin])) bin = i;
+        if (islouder(power[i], power[i - 1]) && islouder(power[i], power[i + 1]) &&
+            (bin == 0 || islouder(power[i], power[bin])))
+            bin = i;
     if (bin == 0) {
         const auto nearest = static_cast<std::uint32_t>(std::floor(harmonic / spacing + 0.5));
-        return {nearest, s[nearest], nearest * spacing};
+        return {nearest, std::log(power[nearest]), nearest * spacing};
     }
     parabola p;
-    parabfitpoints(&p, s[bin - 1], s[bin], s[bin + 1]);
+    parabfitpoints(&p, std::log(power[bin - 1]), std::log(power[bin]), std::log(power[bin + 1]));
     return {bin, parabexty(&p), (bin + parabextx(&p)) * spacing};
+}
+
+// A spectral line on bins i at u = i ratio: the Hann window's transform W(t) at the distance
+// t = u - position from the line and from its mirror image.
+struct spectralline {
+    double ratio;
+    double position;
+    double mirror;
+
+    // lwin and f / fs in the units that turn frequencies into distances: lwin f / fs. The mirror
+    // image is at -f or, seen from the top of the band, at fs - f.
+    spectralline(std::uint32_t lwin, std::uint32_t nfft, double f, double fs)
+        : ratio(static_cast<double>(lwin) / nfft),
+          position(lwin * f / fs),
+          mirror(f < fs / 4.0 ? -position : lwin - position) {}
+};
+
+// Sums over the bins of a line: of the squared model, of the power, and of the spectrum's parts
+// times the model.
+struct linesums {
+    double model2;
+    double power;
+    double re;
+    double im;
+};
+
+// Power series of W(t) = sin(pi t) / (pi t (1 - t^2)) in t^2: the terms of the sine's, divided by
+// 1 - t^2, are its partial sums, which are the negative rests, as the whole is sin(pi) = 0. For
+// |t| <= 1 it is exact to rounding.
+constexpr std::size_t nterms = 14;
+constexpr std::array<double, nterms> makelineseries() {
+    constexpr int last = 24;
+    std::array<double, nterms> c{};
+    double rest = 0.0;
+    for (int k = last; k > 0; --k) {
+        double term = k % 2 == 0 ? -1.0 : 1.0;
+        for (int i = 1; i <= k; ++i) term *= pi * pi / (2 * i * (2 * i + 1));
+        rest += term;
+        if (k <= static_cast<int>(nterms)) c[static_cast<std::size_t>(k - 1)] = rest;
+    }
+    return c;
+}
+constexpr std::array<double, nterms> lineseries = makelineseries();
+
+// W(t) up to scale, W(0) = 1, as a quotient. With d = t less the nearest even number the sines of t
+// and d are equal, so that W(t) = W(d) d (1 - d^2) / (t (1 - t^2)). No accuracy is lost where the
+// sine is 0, which is where the quotient is 0 / 0, t = 0 and +-1, or close.
+struct quotient {
+    vector numerator;
+    vector denominator;
+};
+
+[[gnu::always_inline]] inline quotient linevalue(const vector &t) {
+    constexpr double integers = 6755399441055744.0;  // 1.5 2^52: next to it a unit is the last bit
+    const vector d = t - 2.0 * ((t * 0.5 + integers) - integers);
+    const vector d2 = d * d;
+    vector w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
+    for (std::size_t k = nterms - 2; k-- > 0;) w = w * d2 + lineseries[k];
+    const vector denominator = t * (1.0 - t * t);
+    return {denominator == 0.0 ? w : w * d * (1.0 - d2),
+            denominator == 0.0 ? vector{} + 1.0 : denominator};
+}
+
+// Bin `lane` of a vector is at stride lane; the split layout is read to the end of the vector.
+template <std::size_t stride>
+[[gnu::always_inline]] inline vector loadbins(const double *x, std::size_t count) {
+    if constexpr (stride == 1) {
+        return vectorload(x);
+    } else {
+        vector v{};
+        for (std::size_t lane = 0; lane < std::min(count, vectorlength); ++lane)
+            v[lane] = x[stride * lane];
+        return v;
+    }
+}
+
+template <std::size_t stride>
+[[gnu::always_inline]] inline void linekernel(const double *re, const double *im,
+                                              const spectralline *line, std::size_t from,
+                                              std::size_t count, linesums *sums) {
+    constexpr vector lanes = {0, 1, 2, 3, 4, 5, 6, 7};
+    vector model2{}, power{}, sumre{}, sumim{};
+    for (std::size_t k = 0; k < count; k += vectorlength) {
+        const vector u = (lanes + static_cast<double>(from + k)) * line->ratio;
+        const quotient direct = linevalue(u - line->position);
+        const quotient mirror = linevalue(u - line->mirror);
+        const vector both =
+            (direct.numerator * mirror.denominator + mirror.numerator * direct.denominator) /
+            (direct.denominator * mirror.denominator);
+        const auto inside = lanes < static_cast<double>(count - k);
+        const vector m = inside ? both : vector{};
+        const vector xre = inside ? loadbins<stride>(re + stride * k, count - k) : vector{};
+        const vector xim = inside ? loadbins<stride>(im + stride * k, count - k) : vector{};
+        model2 += m * m;
+        power += xre * xre + xim * xim;
+        sumre += xre * m;
+        sumim += xim * m;
+    }
+    *sums = {};
+    for (std::size_t lane = 0; lane < vectorlength; ++lane) {
+        sums->model2 += model2[lane];
+        sums->power += power[lane];
+        sums->re += sumre[lane];
+        sums->im += sumim[lane];
+    }
+}
+
+// Correlation of a line with bins from .. from + count - 1 of a spectrum; re and im point to the
+// first of them.
+template <std::size_t stride>
+double matchline(const double *re, const double *im, const spectralline &line, std::size_t from,
+                 std::size_t count) {
+    linesums sums;
+    runwidest<linekernel<stride>>(re, im, &line, from, count, &sums);
+    const double energies = sums.model2 * sums.power;
+    return energies > 0.0 ? std::sqrt((sums.re * sums.re + sums.im * sums.im) / energies) : 0.0;
 }
 
 // Frequencies and match values of the harmonics, in order. Returns how many bands there are.
@@ -124,15 +268,18 @@ std::size_t matchharmonics(const bandframe &frame, double fs, fvscratch &scratch
         const double edge = (h + 0.5) * frame.f0;
         const auto to = static_cast<std::uint32_t>(std::ceil(edge / frame.spacing));
         const spectralpeak peak =
-            findpeak(scratch.logpower, bin, to, edge - 0.5 * frame.f0, frame.spacing);
+            findpeak(scratch.power, bin, to, edge - 0.5 * frame.f0, frame.spacing);
         bin = to;
         // A peak 15 dB below its predecessor is no harmonic of the same voice. One 15 dB above
         // shows that the predecessor was none. Either way the next is compared with this one.
         scratch.frequency[count] = 0.0;
         if (previous - peakdrop <= peak.height) {
             scratch.frequency[count] = peak.frequency;
-            scratch.match[count] = slm(scratch.spectrum.data(), frame.nfft, frame.lwin, peak.bin,
-                                       frame.halfband, fs, peak.frequency);
+            const std::size_t from = peak.bin - frame.halfband;
+            scratch.match[count] =
+                matchline<1>(scratch.re.data() + from, scratch.im.data() + from,
+                             spectralline(frame.lwin, frame.nfft, peak.frequency, fs), from,
+                             2 * std::size_t{frame.halfband} + 1);
             if (count > 0 && previous < peak.height - peakdrop) scratch.frequency[count - 1] = 0.0;
         }
         previous = peak.height;
@@ -180,20 +327,6 @@ double findboundary(std::size_t count, fvscratch &scratch) {
     return boundary;
 }
 
-// Transform of the Hann window up to scale, W(x) = sin(x) (1/x - (1/(pi + x) + 1/(x - pi)) / 2),
-// with its limits where a quotient has none. sine is sin(x) by rotation; close to the zeros of the
-// denominators its rounding error would be blown up, so there it is computed afresh.
-double windowkernel(double x, double sine) {
-    constexpr double close = 0.01;
-    const double magnitude = std::abs(x);
-    if (magnitude < close || std::abs(magnitude - pi) < close) {
-        if (x == 0.0) return 1.0;
-        if (magnitude == pi) return 0.5;
-        sine = std::sin(x);
-    }
-    return sine * (1.0 / x - 0.5 * (1.0 / (pi + x) + 1.0 / (x - pi)));
-}
-
 }  // namespace
 
 int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
@@ -216,39 +349,9 @@ int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, s
 
 double slm(const double *spectrum, std::uint32_t nfft, std::uint32_t lwin, std::uint32_t bin,
            std::uint32_t halfband, double fs, double f) {
-    const double ratio = static_cast<double>(lwin) / nfft;
-    const double line = lwin * f / fs;  // where the line is, in the kernel's own unit
-    const std::uint32_t from = bin - halfband;
-    const std::uint32_t to = bin + halfband;
-    // The line of -f, or seen from the top of the band that of fs - f.
-    const bool lower = f < fs / 4.0;
-    const auto distance = [=](double u) { return pi * (u - line); };
-    const auto mirrordistance = [=](double u) {
-        return lower ? pi * (u + line) : pi * (u - lwin + line);
-    };
-    const phasor step = unitphasor(pi * ratio);
-    phasor z = unitphasor(distance(from * ratio));
-    phasor mirror = unitphasor(mirrordistance(from * ratio));
-
-    double model2 = 0.0;
-    double power = 0.0;
-    double re = 0.0;
-    double im = 0.0;
-    for (std::size_t i = from; i <= to; ++i) {
-        const double u = static_cast<double>(i) * ratio;
-        const double m =
-            windowkernel(distance(u), z.im) + windowkernel(mirrordistance(u), mirror.im);
-        const double xre = spectrum[2 * i];
-        const double xim = spectrum[2 * i + 1];
-        model2 += m * m;
-        power += xre * xre + xim * xim;
-        re += xre * m;
-        im += xim * m;
-        z.rotate(step);
-        mirror.rotate(step);
-    }
-    const double energies = model2 * power;
-    return energies > 0.0 ? std::sqrt((re * re + im * im) / energies) : 0.0;
+    const std::size_t from = bin - halfband;
+    return matchline<2>(spectrum + 2 * from, spectrum + 2 * from + 1,
+                        spectralline(lwin, nfft, f, fs), from, 2 * std::size_t{halfband} + 1);
 }
 
 int medianfilt(double *track, std::uint32_t nframes, std::uint32_t length) {
