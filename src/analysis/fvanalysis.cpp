@@ -13,6 +13,7 @@
 #include "numeric/matvect.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
+#include "numeric/sums.h"
 #include "numeric/vectors.h"
 #include "numeric/windowing.h"
 
@@ -238,13 +239,7 @@ template <std::size_t stride>
         sumre += xre * m;
         sumim += xim * m;
     }
-    *sums = {};
-    for (std::size_t lane = 0; lane < vectorlength; ++lane) {
-        sums->model2 += model2[lane];
-        sums->power += power[lane];
-        sums->re += sumre[lane];
-        sums->im += sumim[lane];
-    }
+    *sums = {sumof(model2), sumof(power), sumof(sumre), sumof(sumim)};
 }
 
 // Correlation of a line with bins from .. from + count - 1 of a spectrum; re and im point to the

@@ -15,6 +15,7 @@
 #include "numeric/dft.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
+#include "numeric/sums.h"
 #include "numeric/vectors.h"
 #include "numeric/windowing.h"
 
@@ -93,17 +94,6 @@ struct trackerscratch {
     *peak = 0.0;
     for (std::size_t lane = 0; lane < vectorlength; ++lane) *peak = std::max(*peak, peaks[lane]);
     for (; i < n; ++i) *peak = std::max(*peak, std::abs(x[i] - offset));
-}
-
-// Sum by eight partial sums.
-[[gnu::always_inline]] inline double sumof(const double *x, std::size_t n) {
-    vector partial{};
-    std::size_t i = 0;
-    for (; i + vectorlength <= n; i += vectorlength) partial += vectorload(x + i);
-    double sum = 0.0;
-    for (std::size_t lane = 0; lane < vectorlength; ++lane) sum += partial[lane];
-    for (; i < n; ++i) sum += x[i];
-    return sum;
 }
 
 // Hann window, each cosine by itself. The windows of single frames come from a recurrence, which is

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <memory>
 
 #include "numeric/dft.h"
 #include "numeric/rotation.h"
+#include "numeric/sums.h"
+#include "numeric/vectors.h"
 #include "numeric/windowing.h"
 
 namespace {
@@ -19,8 +22,12 @@ struct offsetframe {
     const double *samples;  // sample at position span.first
     double offset;
 
-    double at(std::size_t i) const { return samples[i - span.first] - offset; }
+    std::size_t size() const { return span.end - span.first; }
 };
+
+[[gnu::always_inline]] inline void sumkernel(const double *x, std::size_t n, double *sum) {
+    *sum = sumof(x, n);
+}
 
 // Finds a frame and its mean. Deliberate: the sum is divided by the full length of the window also
 // where the signal's ends cut it short.
@@ -29,11 +36,36 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
     const std::uint32_t h = lwin / 2;
     offsetframe frame{getframespan(nsamples, centre, h), nullptr, 0.0};
     frame.samples = x + (std::size_t{centre} + frame.span.first - h);
-    double sum = 0.0;
-    for (std::size_t i = frame.span.first; i < frame.span.end; ++i)
-        sum += frame.samples[i - frame.span.first];
-    frame.offset = sum / lwin;
+    runwidest<sumkernel>(frame.samples, frame.size(), &frame.offset);
+    frame.offset /= lwin;
     return frame;
+}
+
+// Correlates a frame with e^(j omega i), i = 0, 1, .. from its first sample. Eight phasors, for as
+// many samples in a row, turn by eight samples at a time.
+[[gnu::always_inline]] inline void correlatekernel(const offsetframe *frame, const phasor *first,
+                                                   phasor step, phasor *result) {
+    vector re{}, im{}, sumre{}, sumim{};
+    for (std::size_t lane = 0; lane < vectorlength; ++lane) {
+        re[lane] = first[lane].re;
+        im[lane] = first[lane].im;
+    }
+    const std::size_t n = frame->size();
+    std::size_t i = 0;
+    for (; i + vectorlength <= n; i += vectorlength) {
+        const vector x = vectorload(frame->samples + i) - frame->offset;
+        sumre += x * re;
+        sumim += x * im;
+        const vector turned = re * step.re - im * step.im;
+        im = im * step.re + re * step.im;
+        re = turned;
+    }
+    *result = {sumof(sumre), sumof(sumim)};
+    for (std::size_t lane = 0; i < n; ++i, ++lane) {
+        const double x = frame->samples[i] - frame->offset;
+        result->re += x * re[lane];
+        result->im += x * im[lane];
+    }
 }
 
 // Finds a frame of a voiced signal. Deliberate: what is taken off is not the mean but the mean less
@@ -43,35 +75,57 @@ offsetframe fundamentalframe(const double *x, std::uint32_t nsamples, std::uint3
                              std::uint32_t lwin, double f0, double fs) {
     offsetframe frame = meanframe(x, nsamples, centre, lwin);
     const phasor step = unitphasor(twopi * f0 / fs);
+    phasor first[vectorlength];
     phasor z{1.0, 0.0};
-    double re = 0.0;
-    double im = 0.0;
-    for (std::size_t i = frame.span.first; i < frame.span.end; ++i) {
-        re += frame.at(i) * z.re;
-        im += frame.at(i) * z.im;
+    for (phasor &lane : first) {
+        lane = z;
         z.rotate(step);
     }
-    re /= lwin;
-    im /= lwin;
-    frame.offset -= std::sqrt(re * re + im * im);
+    phasor sum{};
+    runwidest<correlatekernel>(&frame, first, z, &sum);
+    sum.re /= lwin;
+    sum.im /= lwin;
+    frame.offset -= std::sqrt(sum.re * sum.re + sum.im * sum.im);
     return frame;
 }
 
-// Windowed frame from position 0 on, zeros beyond the signal and behind the window, transformed.
-void transformframe(const offsetframe &frame, const double *window, std::uint32_t nfft, double *re,
-                    double *im) {
-    std::fill(re, re + frame.span.first, 0.0);
-    for (std::size_t i = frame.span.first; i < frame.span.end; ++i) re[i] = frame.at(i) * window[i];
-    std::fill(re + frame.span.end, re + nfft, 0.0);
-    std::fill(im, im + nfft, 0.0);
-    fftr(static_cast<std::int32_t>(nfft), re, im);
+[[gnu::always_inline]] inline void windowkernel(const offsetframe *frame, const double *window,
+                                                double *windowed) {
+    for (std::size_t i = 0; i < frame->size(); ++i)
+        windowed[i] = (frame->samples[i] - frame->offset) * window[i];
 }
 
-// Plain Hann window scaled for the number of its samples that are not 0.
-void periodicwindow(double *window, std::uint32_t lwin) {
-    winhanning(window, lwin, 0);
-    const double scale = 2.0 * lwin / (lwin - 1);
-    for (std::size_t i = 0; i < lwin; ++i) window[i] *= scale;
+[[gnu::always_inline]] inline void powerkernel(std::size_t n, const double *re, const double *im,
+                                               double *power) {
+    for (std::size_t k = 0; k < n; ++k) power[k] = re[k] * re[k] + im[k] * im[k];
+}
+
+// Power spectrum, bins 0 .. nfft / 2, of a windowed frame with zeros beyond the signal and behind
+// the window.
+void transformframe(const offsetframe &frame, const double *window, std::uint32_t nfft,
+                    const namem &record, double *power) {
+    const std::size_t first = frame.span.first;
+    double *const windowed = record.frame;
+    std::fill(windowed, windowed + first, 0.0);
+    runwidest<windowkernel>(&frame, window + first, windowed + first);
+    std::fill(windowed + frame.span.end, windowed + nfft, 0.0);
+    fftreal(static_cast<std::int32_t>(nfft), windowed, record.real, record.imag);
+    runwidest<powerkernel>(nfft / 2 + std::size_t{1}, record.real, record.imag, power);
+}
+
+// Plain Hann window, scaled for the number of its samples that are not 0, and its complement behind
+// it.
+const double *periodicwindows(namem &record, std::uint32_t lwin) {
+    if (record.periodic.size() <= lwin / 2) record.periodic.resize(lwin / 2 + 1);
+    std::vector<double> &windows = record.periodic[lwin / 2];
+    if (windows.empty()) {
+        windows.resize(2 * std::size_t{lwin});
+        winhanning(windows.data(), lwin, 0);
+        const double scale = 2.0 * lwin / (lwin - 1);
+        for (std::size_t i = 0; i < lwin; ++i) windows[i] *= scale;
+        wincomplementary(windows.data(), windows.data() + lwin, lwin);
+    }
+    return windows.data();
 }
 
 // Second half of the spectrum from the first.
@@ -85,47 +139,70 @@ void replaceends(double *spectrum, std::size_t nfft) {
     spectrum[nfft / 2] = spectrum[nfft / 2 - 1];
 }
 
-// Straight line from one bin to another, without the last.
-void drawline(double *spectrum, std::size_t from, std::size_t to) {
-    const double start = spectrum[from];
-    const double rise = spectrum[to] - start;
+// Log spectrum of powers that have a floor and a scale.
+struct logpower {
+    const double *power;
+    double lowest;
+    double scale;
+
+    double at(std::size_t k) const {
+        return 0.5 * std::log((power[k] > lowest ? power[k] : lowest) / scale);
+    }
+    // Whether bin i is above bin j. Powers that differ by less than some ulps can have one
+    // logarithm, powers further apart cannot.
+    bool above(std::size_t i, std::size_t j) const {
+        const double p = std::max(power[i], lowest);
+        const double q = std::max(power[j], lowest);
+        return p > q && (p > q * (1.0 + 1e-12) || at(i) > at(j));
+    }
+    // Highest bin of from .. to, the first of equal ones.
+    std::size_t highest(std::size_t from, std::size_t to) const {
+        std::size_t p = from;
+        for (std::size_t k = from + 1; k <= to; ++k)
+            if (above(k, p)) p = k;
+        return p;
+    }
+};
+
+// Draws a straight line from one bin to another, without the last.
+void drawline(double *spectrum, std::size_t from, double start, std::size_t to, double end) {
+    const double rise = end - start;
     const auto length = static_cast<double>(to - from);
     for (std::size_t i = from; i < to; ++i)
         spectrum[i] = start + static_cast<double>(i - from) * rise / length;
 }
 
-// Replaces a log spectrum, bins 0 .. last, by the lines between its harmonic peaks, one peak per
-// search interval of about `spacing` bins. Only bins behind the search are overwritten.
-void peakenvelope(double *spectrum, std::size_t last, double spacing) {
+// Draws the lines between the harmonic peaks of a log spectrum, bins 0 .. last, one peak per search
+// interval of about `spacing` bins. Logarithms are taken of the peaks alone.
+void peakenvelope(const logpower &spectrum, std::size_t last, double spacing, double *envelope) {
     const auto a = static_cast<std::size_t>(std::ceil(spacing / 2.0));
     // At least a bin, or a spacing below half a bin would never get to the end.
     const auto b = std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(spacing + 0.5)));
     const auto c = static_cast<std::size_t>(std::floor(1.5 * spacing));
+    double level = spectrum.at(0);
     for (std::size_t j = 0; j < last;) {
         if (j + a >= last) {
-            std::fill(spectrum + j, spectrum + last + 1, spectrum[j]);
-            return;
-        }
-        const double *const from = spectrum + j + a;
-        if (j + c >= last) {  // the last interval is cut off by fs / 2; any maximum serves
-            const auto p = static_cast<std::size_t>(
-                std::max_element(from, static_cast<const double *>(spectrum + last + 1)) -
-                spectrum);
-            drawline(spectrum, j, p);
-            std::fill(spectrum + p, spectrum + last + 1, spectrum[p]);
+            std::fill(envelope + j, envelope + last + 1, level);
             return;
         }
         std::size_t p = j + b;
-        if (c > a) {
-            const auto highest = static_cast<std::size_t>(
-                std::max_element(from, static_cast<const double *>(spectrum + j + c + 1)) -
-                spectrum);
+        if (j + c >= last) {  // the last interval is cut off by fs / 2; any maximum serves
+            p = spectrum.highest(j + a, last);
+        } else if (c > a) {
+            const std::size_t highest = spectrum.highest(j + a, j + c);
             // A maximum at an end of the interval is a slope, not a peak.
             if (highest != j + a && highest != j + c) p = highest;
         }
-        drawline(spectrum, j, p);
+        const double next = spectrum.at(p);
+        drawline(envelope, j, level, p, next);
+        level = next;
+        if (j + c >= last) {
+            std::fill(envelope + p, envelope + last + 1, level);
+            return;
+        }
         j = p;
     }
+    envelope[last] = level;
 }
 
 }  // namespace
@@ -135,10 +212,14 @@ std::uint32_t naframesize(double fs) { return getwinlengthdurodd(0.025, fs); }
 namem *nameminitialize(std::uint32_t lwin, std::uint32_t nfft) {
     auto record = std::make_unique<namem>();
     record->lwin = lwin;
-    record->data = std::make_unique_for_overwrite<double[]>(lwin + 3 * std::size_t{nfft});
-    record->window = record->data.get();
-    record->imag = record->window + lwin;
-    record->periodic = record->imag + nfft;
+    // The arrays behind the window begin on cache lines.
+    const std::size_t window = (lwin / vectorlength + 1) * vectorlength;
+    record->data.resize(window + 4 * std::size_t{nfft});
+    record->window = record->data.data();
+    record->imag = record->window + window;
+    record->real = record->imag + nfft;
+    record->frame = record->real + nfft;
+    record->power = record->frame + nfft;
     winhamming(record->window, lwin, 1);
     return record.release();
 }
@@ -155,16 +236,10 @@ int namemdestroy(namem *record) {
 int getnoiselogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
                         std::uint32_t nfft, double *spectrum, namem *record, double fs) {
     const std::uint32_t lwin = record->lwin;
-    const double *const im = record->imag;
-    transformframe(meanframe(x, nsamples, centre, lwin), record->window, nfft, spectrum,
-                   record->imag);
-    const double lowest = lwin * powerfloor;
-    const double scale = lwin * fs;
-    for (std::size_t k = 1; k < nfft / 2; ++k) {
-        double power = spectrum[k] * spectrum[k] + im[k] * im[k];
-        if (power < lowest) power = lowest;
-        spectrum[k] = std::log(std::sqrt(power / scale));
-    }
+    transformframe(meanframe(x, nsamples, centre, lwin), record->window, nfft, *record,
+                   record->power);
+    const logpower spectrumof{record->power, lwin * powerfloor, lwin * fs};
+    for (std::size_t k = 1; k < nfft / 2; ++k) spectrum[k] = spectrumof.at(k);
     replaceends(spectrum, nfft);
     mirror(spectrum, nfft);
     return 0;
@@ -175,26 +250,16 @@ int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     const std::uint32_t lwin = f0 == 0.0 ? 0 : getwinlengthnperiodsodd(2.0, f0, fs);
     if (lwin < shortestwindow)
         return getnoiselogspectrum(x, nsamples, centre, nfft, buffer, record, fs);
-    double *const first = buffer;
-    double *const second = buffer + nfft;
-    double *const im = record->imag;
-    double *const window = record->periodic;
-    double *const complement = window + lwin;
-    periodicwindow(window, lwin);
-    wincomplementary(window, complement, lwin);
-
+    const double *const windows = periodicwindows(*record, lwin);
     const offsetframe frame = fundamentalframe(x, nsamples, centre, lwin, f0, fs);
-    transformframe(frame, window, nfft, first, im);
-    for (std::size_t k = 0; k <= nfft / 2; ++k) first[k] = first[k] * first[k] + im[k] * im[k];
-    transformframe(frame, complement, nfft, second, im);
-    const double lowest = lwin * powerfloor;
-    const double scale = lwin * lwin * f0;
-    for (std::size_t k = 1; k < nfft / 2; ++k) {
-        const double power = second[k] * second[k] + im[k] * im[k] + first[k];
-        first[k] = 0.5 * std::log(std::max(power, lowest) / scale);
-    }
-    replaceends(first, nfft);
-    mirror(first, nfft);
+    double *const second = buffer + nfft;
+    transformframe(frame, windows, nfft, *record, record->power);
+    transformframe(frame, windows + lwin, nfft, *record, second);
+    for (std::size_t k = 1; k < nfft / 2; ++k) record->power[k] += second[k];
+    const logpower spectrum{record->power, lwin * powerfloor, lwin * lwin * f0};
+    for (std::size_t k = 1; k < nfft / 2; ++k) buffer[k] = spectrum.at(k);
+    replaceends(buffer, nfft);
+    mirror(buffer, nfft);
     return 0;
 }
 
@@ -204,18 +269,11 @@ int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     const std::uint32_t lwin = f0 == 0.0 ? 0 : getwinlengthnperiodsodd(3.0, f0, fs);
     if (lwin < shortestwindow)
         return getnoiselogspectrum(x, nsamples, centre, nfft, spectrum, record, fs);
-    const double *const im = record->imag;
-    periodicwindow(record->periodic, lwin);
-    transformframe(fundamentalframe(x, nsamples, centre, lwin, f0, fs), record->periodic, nfft,
-                   spectrum, record->imag);
-    const double lowest = lwin * powerfloor;
-    const double scale = lwin * lwin * f0;
-    for (std::size_t k = 0; k <= nfft / 2; ++k) {
-        const double power = spectrum[k] * spectrum[k] + im[k] * im[k];
-        spectrum[k] = 0.5 * std::log((power > lowest ? power : lowest) / scale);
-    }
+    transformframe(fundamentalframe(x, nsamples, centre, lwin, f0, fs),
+                   periodicwindows(*record, lwin), nfft, *record, record->power);
     // A spacing beyond the grid is as good as one of all of it.
-    peakenvelope(spectrum, nfft / 2, std::min(nfft * f0 / fs, static_cast<double>(nfft)));
+    peakenvelope({record->power, lwin * powerfloor, lwin * lwin * f0}, nfft / 2,
+                 std::min(nfft * f0 / fs, static_cast<double>(nfft)), spectrum);
     mirror(spectrum, nfft);
     return 0;
 }

@@ -5,16 +5,24 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <vector>
+
+#include "numeric/aligned.h"
 
 /// Scratch of the envelope routines, made once per run.
 struct namem {
     std::uint32_t lwin;  // length L of the noise window in samples, odd
     double *window;      // [L] Hamming window of mean square 1
     double *imag;        // [nfft] imaginary half of the transform; keeps nothing between frames
-    double *periodic;    // [2 nfft] pitch-synchronous windows of the current frame
+    double *real;        // [nfft] its real half
+    double *frame;       // [nfft] windowed frame
+    double *power;       // [nfft] power spectrum
 
-    std::unique_ptr<double[]> data;  // holds all of the above
+    // [2 L] Hann window of L samples and its complement, for pitch-synchronous frames, by L / 2.
+    // Made at the first use of a length.
+    std::vector<std::vector<double>> periodic;
+
+    alignedreals data;  // holds the arrays above
 };
 
 /// Length of the noise window: 25 ms, odd, in samples (401 at 16 kHz).
