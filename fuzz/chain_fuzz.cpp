@@ -107,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const auto loaded = input.ConsumeIntegralInRange<std::size_t>(0, 80);
         std::string track;
         for (std::size_t k = 0; k < loaded; ++k)
-            track += littleendian(static_cast<float>(realoption(input, 2.5, 9.2)));
+            track += littleendian(static_cast<float>(realoption(input, 3.4, 9.2)));
         f0.put(track);
     }
     wave.put(wavbytes(signalof(input, n)));
