@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "numeric/dft.h"
+#include "numeric/elementary.h"
 #include "numeric/rotation.h"
 #include "numeric/sums.h"
 #include "numeric/vectors.h"
@@ -133,12 +134,6 @@ void mirror(double *spectrum, std::size_t nfft) {
     for (std::size_t k = 1; k < nfft / 2; ++k) spectrum[nfft - k] = spectrum[k];
 }
 
-// The bins at 0 Hz and fs / 2 take the values of their neighbours.
-void replaceends(double *spectrum, std::size_t nfft) {
-    spectrum[0] = spectrum[1];
-    spectrum[nfft / 2] = spectrum[nfft / 2 - 1];
-}
-
 // Log spectrum of powers that have a floor and a scale.
 struct logpower {
     const double *power;
@@ -163,6 +158,24 @@ struct logpower {
         return p;
     }
 };
+
+[[gnu::always_inline]] inline void ratiokernel(const logpower *spectrum, std::size_t n,
+                                               double *ratio) {
+    for (std::size_t k = 0; k < n; ++k) {
+        const double power = spectrum->power[k];
+        ratio[k] = (power > spectrum->lowest ? power : spectrum->lowest) / spectrum->scale;
+    }
+}
+
+// Fills bins 0 .. nfft / 2; those at 0 Hz and fs / 2 take the values of their neighbours.
+void fillspectrum(const logpower &from, std::size_t nfft, double *spectrum) {
+    const std::size_t half = nfft / 2;
+    runwidest<ratiokernel>(&from, half, spectrum);
+    logarithms(spectrum, half);
+    for (std::size_t k = 1; k < half; ++k) spectrum[k] *= 0.5;
+    spectrum[0] = spectrum[1];
+    spectrum[half] = spectrum[half - 1];
+}
 
 // Draws a straight line from one bin to another, without the last.
 void drawline(double *spectrum, std::size_t from, double start, std::size_t to, double end) {
@@ -238,9 +251,7 @@ int getnoiselogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t c
     const std::uint32_t lwin = record->lwin;
     transformframe(meanframe(x, nsamples, centre, lwin), record->window, nfft, *record,
                    record->power);
-    const logpower spectrumof{record->power, lwin * powerfloor, lwin * fs};
-    for (std::size_t k = 1; k < nfft / 2; ++k) spectrum[k] = spectrumof.at(k);
-    replaceends(spectrum, nfft);
+    fillspectrum({record->power, lwin * powerfloor, lwin * fs}, nfft, spectrum);
     mirror(spectrum, nfft);
     return 0;
 }
@@ -256,9 +267,7 @@ int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     transformframe(frame, windows, nfft, *record, record->power);
     transformframe(frame, windows + lwin, nfft, *record, second);
     for (std::size_t k = 1; k < nfft / 2; ++k) record->power[k] += second[k];
-    const logpower spectrum{record->power, lwin * powerfloor, lwin * lwin * f0};
-    for (std::size_t k = 1; k < nfft / 2; ++k) buffer[k] = spectrum.at(k);
-    replaceends(buffer, nfft);
+    fillspectrum({record->power, lwin * powerfloor, lwin * lwin * f0}, nfft, buffer);
     mirror(buffer, nfft);
     return 0;
 }
