@@ -9,6 +9,7 @@
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
 #include "numeric/dft.h"
+#include "numeric/lanes.h"
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
 #include "numeric/windowing.h"
@@ -50,10 +51,53 @@ std::size_t rdcworkspace(std::size_t k, std::size_t ccord) {
     return k * unknowns + (1 + 2 * unknowns) * unknowns;
 }
 
+// One step of the warping: d is the state of the chain of first-order all-pass sections after g
+// when x comes in,
+//   d(0) = alpha g(0) + x,  d(1) = alpha g(1) + (1 - alpha^2) g(0),
+//   d(j) = alpha (g(j) - d(j-1)) + g(j-1),  j = 2 .. p.
+void warpstep(const double *g, double x, double *d, std::uint32_t p, double alpha) {
+    d[0] = alpha * g[0] + x;
+    if (p > 0) d[1] = alpha * g[1] + (1.0 - alpha * alpha) * g[0];
+    for (std::uint32_t j = 2; j <= p; ++j) d[j] = alpha * (g[j] - d[j - 1]) + g[j - 1];
+}
+
+// Makes sure that the warping matrix is that of these orders and alpha. Row i is the warped
+// cepstrum of a single 1 at quefrency i: what a 1 in the chain has become i steps later.
+void makewarpmatrix(warpmatrix &warp, std::uint32_t m, std::uint32_t p, double alpha) {
+    if (warp.rows && warp.m == m && warp.p == p && warp.alpha == alpha) return;
+    const std::size_t stride = wholevectors(std::size_t{p} + 1);
+    warp.rows = std::make_unique<double[]>(stride * (std::size_t{m} + 1));
+    warp.m = m;
+    warp.p = p;
+    warp.alpha = alpha;
+    warp.rows[0] = 1.0;
+    for (std::size_t i = 1; i <= m; ++i) {
+        double *const row = warp.rows.get() + i * stride;
+        warpstep(row - stride, 0.0, row, p, alpha);
+    }
+}
+
+// Warps c(0) .. c(m) of a cepstrum of transform size nfft, as ccwarp does. The warping is linear:
+// with the matrix of the run it is a product, which unlike the recursion need not wait for itself.
+// Orders above that of the cepstrum, for which the matrix would grow large, take the recursion.
+void warpcepstrum(const double *c, std::uint32_t m, std::uint32_t nfft, double *out,
+                  std::uint32_t p, double *scratch, ccmem *memory, double alpha) {
+    const std::uint32_t longest = nfft / 2;
+    if (p > longest || alpha == 0.0 || !(alpha > -1.0 && alpha < 1.0)) {
+        ccwarp(c, m, out, p, scratch, alpha);
+        return;
+    }
+    makewarpmatrix(memory->warp, longest, p, alpha);
+    const std::size_t order = std::size_t{p} + 1;
+    const std::size_t columns = wholevectors(order);
+    vecbymat(c, memory->warp.rows.get(), std::size_t{m} + 1, columns, scratch);
+    std::copy(scratch, scratch + order, out);
+}
+
 // From a log spectrum in the first half of the buffer to a warped cepstrum. Only quefrencies up to
 // m enter the warping.
 void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::uint32_t ccord,
-                    double *out, double alpha) {
+                    double *out, ccmem *memory, double alpha) {
     double *const scratch = buffer + nfft;
     const double scale = 1.0 / nfft;
     for (std::size_t k = 0; k < nfft; ++k) buffer[k] *= scale;
@@ -62,7 +106,7 @@ void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::ui
     // The warping works on the one-sided cepstrum, in which all but the ends stand for two.
     buffer[nfft / 2] *= 0.5;
     buffer[0] *= 0.5;
-    ccwarp(buffer, m, out, ccord, scratch, alpha);
+    warpcepstrum(buffer, m, nfft, out, ccord, scratch, memory, alpha);
     out[0] *= 2.0;
 }
 
@@ -70,7 +114,7 @@ int noise2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std:
              double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
              double alpha) {
     getnoiselogspectrum(x, nsamples, centre, nfft, buffer, memory->noise, fs);
-    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, memory, alpha);
     return 0;
 }
 
@@ -183,18 +227,13 @@ int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, doubl
         for (std::uint32_t i = 0; i < p; ++i) out[i] = i < m ? c[i] : 0.0;
         return 0;
     }
-    // The coefficients pass, from c(m) down to c(0), through a chain of first-order all-pass
-    //   sections, d(0) = alpha g(0) + c(i),  d(1) = alpha g(1) + (1 - alpha^2) g(0),
-    //   d(j) = alpha (g(j) - d(j-1)) + g(j-1),  j = 2 .. p,
-    // where g is the state before the step and d after it. They swap, so no step copies.
-    const double beta = 1.0 - alpha * alpha;
+    // The coefficients pass from c(m) down to c(0) through the chain. The states before and after a
+    // step swap, so no step copies.
     double *g = out;
     double *d = scratch;
     std::fill(out, out + p + 1, 0.0);
     for (std::uint32_t i = m + 1; i-- > 0;) {
-        d[0] = alpha * g[0] + c[i];
-        if (p > 0) d[1] = alpha * g[1] + beta * g[0];
-        for (std::uint32_t j = 2; j <= p; ++j) d[j] = alpha * (g[j] - d[j - 1]) + g[j - 1];
+        warpstep(g, c[i], d, p, alpha);
         std::swap(g, d);
     }
     if (g != out) std::copy(g, g + p + 1, out);
@@ -230,7 +269,7 @@ int getharmmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, s
     if (f0 == 0.0 || getlogspectrumfromharms(x, nsamples, centre, nfft, buffer, memory->harmonic, 0,
                                              fs, f0) != 0)
         return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
-    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, memory, alpha);
     return 0;
 }
 
@@ -259,7 +298,7 @@ int getwwcmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, st
     std::uint32_t m = nfft / 2;
     // Of a voiced frame, quefrencies beyond two thirds of a period would bring the pitch in.
     if (f0 > 0.0) m = static_cast<std::uint32_t>(std::min<double>(m, std::floor(fs / (1.5 * f0))));
-    logspectrum2cc(nfft, buffer, m, ccord, out, alpha);
+    logspectrum2cc(nfft, buffer, m, ccord, out, memory, alpha);
     return 0;
 }
 
@@ -267,6 +306,6 @@ int getseemcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, st
                double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
                double f0, double alpha) {
     getseevoclogspectrum(x, nsamples, centre, nfft, buffer, memory->noise, fs, f0);
-    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, alpha);
+    logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, memory, alpha);
     return 0;
 }

@@ -8,14 +8,25 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 struct hamem;
 struct namem;
+
+/// The warping of cepstra of order m to order p, a fixed linear map, as a matrix: row i is the
+/// warped image of quefrency i.
+struct warpmatrix {
+    std::uint32_t m;
+    std::uint32_t p;
+    double alpha;
+    std::unique_ptr<double[]> rows;  // [(m + 1) x (p + 1, rounded up to whole vectors)]
+};
 
 /// Scratch of the cepstral methods. It owns both records.
 struct ccmem {
     hamem *harmonic;  // null for the methods that do without
     namem *noise;
+    warpmatrix warp;  // made at first use
 };
 
 /// Fills the cepstral matrix of a waveform.

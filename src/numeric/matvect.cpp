@@ -6,12 +6,33 @@
 #include <memory>
 #include <utility>
 
+#include "numeric/vectors.h"
+
 namespace {
 
 // y -= s x over columns 0 .. n - 1.
 inline void subtractscaled(double *__restrict y, const double *__restrict x, std::size_t n,
                            double s) {
     for (std::size_t i = 0; i < n; ++i) y[i] -= x[i] * s;
+}
+
+// out += x^T A for `rows` rows of A. Every element is summed in ascending order of the rows.
+template <std::size_t rows>
+[[gnu::always_inline]] inline void addrows(const double *x, const double *a, std::size_t n,
+                                           double *out) {
+    for (std::size_t j = 0; j < n; j += vectorlength) {
+        vector sum = vectorload(out + j);
+        for (std::size_t i = 0; i < rows; ++i) sum += x[i] * vectorload(a + i * n + j);
+        vectorstore(out + j, sum);
+    }
+}
+
+[[gnu::always_inline]] inline void vecbymatkernel(const double *x, const double *a, std::size_t m,
+                                                  std::size_t n, double *out) {
+    for (std::size_t j = 0; j < n; ++j) out[j] = 0.0;
+    std::size_t i = 0;
+    for (; i + 8 <= m; i += 8) addrows<8>(x + i, a + i * n, n, out);
+    for (; i < m; ++i) addrows<1>(x + i, a + i * n, n, out);
 }
 
 // One row of a product C = A B, columns 0 .. ncols - 1. Every element is summed over k in ascending
@@ -216,6 +237,10 @@ int copymatwtr(double *destination, const double *source, std::uint32_t rows, st
         for (std::size_t j = 0; j < cols; ++j)
             destination[i * cols + j] = scale * source[j * rows + i];
     return 0;
+}
+
+void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out) {
+    runwidest<vecbymatkernel>(x, a, m, n, out);
 }
 
 int simprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,

@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// Sets count elements to a value. Returns 0.
@@ -41,6 +42,15 @@ int addmat(double *destination, const double *source, std::uint32_t count, doubl
 /// \param[in]  scale        exactly 0 clears, exactly -1 negates, anything else multiplies
 int copymatwtr(double *destination, const double *source, std::uint32_t rows, std::uint32_t cols,
                std::uint8_t transpose, double scale);
+
+/// Product of a row vector and a matrix, out(j) = sum over i of x(i) a(i, j), i in ascending order.
+///
+/// \param[in]  x    [m]
+/// \param[in]  a    [m x n]
+/// \param[in]  m    length of x, rows of A
+/// \param[in]  n    columns of A, a multiple of vectorlength
+/// \param[out] out  [n]; must not overlap x or a
+void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out);
 
 /// Product C = A B that is known to be symmetric or antisymmetric. Returns 0.
 ///

@@ -1,0 +1,52 @@
+/// What the elements (lanes) of a vector do among themselves: their sum, and phasors that run side
+/// by side, one in each lane.
+
+#pragma once
+
+#include <cstddef>
+
+#include "numeric/rotation.h"
+#include "numeric/vectors.h"
+
+/// Smallest multiple of the vector length that is not below n.
+constexpr std::size_t wholevectors(std::size_t n) {
+    return (n + vectorlength - 1) / vectorlength * vectorlength;
+}
+
+/// Sum of the eight lanes, always in the same order: halves, then quarters, then the last two.
+[[gnu::always_inline]] inline double vectorsum(const vector &v) {
+    return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7]));
+}
+
+/// Eight points of the complex plane.
+struct phasorlanes {
+    vector re;
+    vector im;
+
+    /// Turns every phasor by its own step: the complex products of the two.
+    [[gnu::always_inline]] void rotate(const phasorlanes &step) {
+        const vector turned = re * step.re - im * step.im;
+        im = im * step.re + re * step.im;
+        re = turned;
+    }
+};
+
+/// The same phasor in every lane.
+[[gnu::always_inline]] inline phasorlanes samephasors(const phasor &z) {
+    return {vector{} + z.re, vector{} + z.im};
+}
+
+/// Phasors 1, z, z^2, .. z^7, each the one before it turned by z.
+[[gnu::always_inline]] inline phasorlanes powersof(const phasor &z) {
+    phasorlanes powers;
+    double re = 1.0;
+    double im = 0.0;
+    for (std::size_t n = 0; n < vectorlength; ++n) {
+        powers.re[n] = re;
+        powers.im[n] = im;
+        const double turned = re * z.re - im * z.im;
+        im = im * z.re + re * z.im;
+        re = turned;
+    }
+    return powers;
+}
