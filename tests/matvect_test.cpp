@@ -106,6 +106,34 @@ TEST_P(inverses, gauss) {
     expectclose(inverse, wanted, 1e-7);  // no pivoting for size: digits are lost
 }
 
+// The solvers take the last columns of a product by an inverse without the inverse.
+TEST_P(inverses, solverswithoutthem) {
+    const std::uint32_t n = GetParam() | 1u, k = n / 2;
+    reals t = whitenoise(n, 1.0, 9), even = whitenoise(n, 1.0, 10), odd = whitenoise(n, 1.0, 11);
+    t[0] = 2.0 * n;
+    odd[k] = 0.0;
+    for (std::size_t i = 0; i < k; ++i) {
+        even[i] = even[n - 1 - i];
+        odd[i] = -odd[n - 1 - i];
+    }
+    const reals a = toeplitz(t), re = densesolve(a, even, n), im = densesolve(a, odd, n);
+    reals foundre(even.begin() + k, even.end()), foundim(odd.begin() + k, odd.end());
+    reals work(toeplitzworkspace(k), nan);
+    ASSERT_EQ(toeplitzsolve(k, t.data(), foundre.data(), foundim.data(), work.data()), 0);
+    expectclose(foundre, reals(re.begin() + k, re.end()), 1e-14);
+    expectclose(foundim, reals(im.begin() + k, im.end()), 1e-14);
+
+    const std::size_t stride = (n + 8) / 8 * 8;  // leaves room for the right-hand side
+    reals augmented(n * stride), x(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        std::copy_n(a.begin() + static_cast<std::ptrdiff_t>(i * n), n, &augmented[i * stride]);
+        std::fill_n(&augmented[i * stride], i, 99.0);  // not to count
+        augmented[i * stride + n] = even[i];
+    }
+    EXPECT_GT(choleskysolve(n, augmented.data(), stride, x.data()), 0.0);
+    expectclose(x, re, 1e-14);
+}
+
 INSTANTIATE_TEST_SUITE_P(orders, inverses, testing::Values(1, 2, 3, 4, 7, 53, 120));
 
 TEST(inverses, failwheretheyshould) {
@@ -127,6 +155,12 @@ TEST(inverses, failwheretheyshould) {
     EXPECT_EQ(toeplitzsiminv(3, toeplitz({1, -1, 0}).data(), out), 0);
     EXPECT_EQ(toeplitzsiminv(2, minus.data(), out), 0);
     EXPECT_FALSE(std::isfinite(out[0]));
+    reals ones(3, 1.0), centre(2), wide(16, 1.0), work(toeplitzworkspace(1));
+    EXPECT_EQ(toeplitzsolve(1, ones.data(), centre.data(), centre.data(), work.data()), -1);
+    EXPECT_EQ(choleskysolve(0, none.data(), 8, out), 0.0);
+    EXPECT_EQ(choleskysolve(2, wide.data(), 8, out), 0.0);
+    wide[0] = -1.0;
+    EXPECT_EQ(choleskysolve(2, wide.data(), 8, out), 0.0);
     EXPECT_EQ(simgaussinv(0, none.data(), out), -1);
     EXPECT_EQ(simgaussinv(1, none.data(), out), -1);
     EXPECT_EQ(simgaussinv(3, column.data(), out), -1);

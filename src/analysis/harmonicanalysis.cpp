@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "numeric/lanes.h"
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
 #include "numeric/windowing.h"
@@ -285,6 +286,153 @@ void project(const double *y, const double *e, const framesize &size, double sig
     mirrorconjugate(b, size);
 }
 
+// ---- harmonic model without a design matrix ----
+
+// What the HA model needs of a frame: with theta = 2 pi f0 / fs and t in samples from the centre,
+//   re(k) = sum of w(t) y(t) cos(k theta t),  im(k) = sum of w(t) y(t) sin(k theta t),
+//   normal(j) = sum of w(t)^2 cos(j theta t),  j = 0 .. 2K, the first row of the normal matrix.
+// All sums run over half the frame, folded onto itself, with eight harmonics side by side, each
+// rotating from sample to sample. Harmonics above K are not made: normal(K +- k) are sums of
+// products of the phasors of K and k.
+struct harmonicsums {
+    double *even;    // [h + 1] w(t) (y(t) + y(-t)), at t = 0 half of it
+    double *odd;     // [h + 1] w(t) (y(t) - y(-t))
+    double *topcos;  // [h + 1] w(t)^2 cos(K theta t), at t = 0 half of it
+    double *topsin;  // [h + 1] w(t)^2 sin(K theta t)
+    double *re;      // [K + 1] and whole vectors, as are the next three
+    double *im;
+    double *coscos;  // sums of topcos(t) cos(k theta t)
+    double *sinsin;  // sums of topsin(t) sin(k theta t)
+    double *normal;  // [2K + 1]
+    double *work;    // for toeplitzsolve
+
+    static std::size_t size(std::size_t h, std::size_t k) {
+        return 4 * wholevectors(h + 1) + 4 * wholevectors(k + 1) + 2 * k + 1 +
+               toeplitzworkspace(static_cast<std::uint32_t>(k));
+    }
+
+    harmonicsums(double *scratch, const framesize &size)
+        : even(scratch),
+          odd(even + wholevectors(size.h + 1)),
+          topcos(odd + wholevectors(size.h + 1)),
+          topsin(topcos + wholevectors(size.h + 1)),
+          re(topsin + wholevectors(size.h + 1)),
+          im(re + wholevectors(size.k + 1)),
+          coscos(im + wholevectors(size.k + 1)),
+          sinsin(coscos + wholevectors(size.k + 1)),
+          normal(sinsin + wholevectors(size.k + 1)),
+          work(normal + 2 * size.k + 1) {}
+};
+
+// First and eighth powers of a phasor: what eight consecutive ones and the next eight start from.
+struct phasorpowers {
+    phasor first;
+    phasor eighth;
+
+    explicit phasorpowers(double theta)
+        : first(unitphasor(theta)), eighth(unitphasor(8.0 * theta)) {}
+};
+
+// Folds the frame and weights the top harmonic.
+[[gnu::always_inline]] inline void foldframe(const harmonicsums &sums, const double *w,
+                                             const double *y, std::size_t h,
+                                             const phasorpowers &top) {
+    const double *const weight = w + h;
+    const double *const centre = y + h;
+    const double *mirror = centre;
+    for (std::size_t t = 0; t <= h; ++t, --mirror) {
+        sums.even[t] = weight[t] * (centre[t] + *mirror);
+        sums.odd[t] = weight[t] * (centre[t] - *mirror);
+    }
+    sums.even[0] *= 0.5;
+    phasorlanes z = powersof(top.first);
+    const phasorlanes step = samephasors(top.eighth);
+    for (std::size_t t = 0; t <= h; t += vectorlength, z.rotate(step)) {
+        vectorstore(sums.topcos + t, z.re);
+        vectorstore(sums.topsin + t, z.im);
+    }
+    for (std::size_t t = 0; t <= h; ++t) {
+        const double square = weight[t] * weight[t];
+        sums.topcos[t] *= square;
+        sums.topsin[t] *= square;
+    }
+    sums.topcos[0] *= 0.5;
+}
+
+// The sums of `count` times eight harmonics from harmonic k on; step holds the phasors of the first
+// eight and turns to those of the next.
+template <std::size_t count>
+[[gnu::always_inline]] inline void sumharmonics(const harmonicsums &sums, std::size_t h,
+                                                std::size_t k, phasorlanes &step,
+                                                const phasorlanes &eighth) {
+    phasorlanes steps[count];
+    phasorlanes z[count];
+    vector re[count] = {};
+    vector im[count] = {};
+    vector coscos[count] = {};
+    vector sinsin[count] = {};
+    for (std::size_t c = 0; c < count; ++c) {
+        steps[c] = step;
+        step.rotate(eighth);
+        z[c] = samephasors({1.0, 0.0});
+    }
+    for (std::size_t t = 0; t <= h; ++t) {
+        for (std::size_t c = 0; c < count; ++c) {
+            re[c] += sums.even[t] * z[c].re;
+            im[c] += sums.odd[t] * z[c].im;
+            coscos[c] += sums.topcos[t] * z[c].re;
+            sinsin[c] += sums.topsin[t] * z[c].im;
+            z[c].rotate(steps[c]);
+        }
+    }
+    for (std::size_t c = 0; c < count; ++c) {
+        const std::size_t entry = k + c * vectorlength;
+        vectorstore(sums.re + entry, re[c]);
+        vectorstore(sums.im + entry, im[c]);
+        vectorstore(sums.coscos + entry, coscos[c]);
+        vectorstore(sums.sinsin + entry, sinsin[c]);
+    }
+}
+
+[[gnu::always_inline]] inline void harmonicsumskernel(const harmonicsums *sums, const double *w,
+                                                      const double *y, std::size_t h,
+                                                      std::size_t harmonics,
+                                                      const phasorpowers *fundamental,
+                                                      const phasorpowers *top) {
+    foldframe(*sums, w, y, h, *top);
+    phasorlanes step = powersof(fundamental->first);
+    const phasorlanes eighth = samephasors(fundamental->eighth);
+    std::size_t k = 0;
+    for (; k + vectorlength <= harmonics; k += 2 * vectorlength)
+        sumharmonics<2>(*sums, h, k, step, eighth);
+    if (k <= harmonics) sumharmonics<1>(*sums, h, k, step, eighth);
+    for (k = 0; k <= harmonics; ++k) {
+        sums->normal[harmonics - k] = 2.0 * (sums->coscos[k] + sums->sinsin[k]);
+        sums->normal[harmonics + k] = 2.0 * (sums->coscos[k] - sums->sinsin[k]);
+    }
+}
+
+// Fits the HA model to the record's frame. The solution is as hasqhalscsolve leaves it.
+int solveharmonics(hamem *record, const framesize &size, double f0, double fs) {
+    const harmonicsums sums(record->scratch, size);
+    const double theta = twopi * f0 / fs;
+    const phasorpowers fundamental(theta);
+    const phasorpowers top(theta * static_cast<double>(size.k));
+    runwidest<harmonicsumskernel>(&sums, record->window, record->frame, size.h, size.k,
+                                  &fundamental, &top);
+    if (toeplitzsolve(static_cast<std::uint32_t>(size.k), sums.normal, sums.re, sums.im,
+                      sums.work) != 0)
+        return -1;
+    for (std::size_t k = 0; k <= size.k; ++k) {
+        double *const plus = record->solution + 2 * (size.k + k);
+        double *const minus = record->solution + 2 * (size.k - k);
+        plus[0] = minus[0] = sums.re[k];
+        plus[1] = -sums.im[k];
+        minus[1] = sums.im[k];
+    }
+    return 0;
+}
+
 // ---- estimators ----
 
 // Cuts and windows the frame. Returns false when it is silent.
@@ -403,7 +551,9 @@ hamem *haqhameminitialize(std::uint8_t type, double fs, double fmax, double f0mi
     const std::size_t normalsize = std::max(m * m, projectionroom + 2 * m);
 
     auto record = std::make_unique<hamem>();
-    record->size = 2 * n + 2 * m * n + normalsize + m * m + 2 * (n + 1);
+    const std::size_t scratchsize =
+        std::max(2 * (n + 1), harmonicsums::size(n / 2, exponentials / 2));
+    record->size = 2 * n + 2 * m * n + normalsize + m * m + scratchsize;
     record->data = std::make_unique_for_overwrite<double[]>(record->size);
     record->window = record->data.get();
     record->frame = record->window + n;
@@ -542,8 +692,7 @@ int getharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std::
     if (f0 == 0.0 || k == 0) return -1;
     const std::uint32_t n = haframesize(fs, f0);
     if (!loadframe(record, x, len, centre, n)) return -1;
-    hahalfrows(record->design, framesize(n, k), record->window, f0, fs);
-    if (hasqhalscsolve(record, n, 2 * k + 1, 1) != 0) return -1;
+    if (solveharmonics(record, framesize(n, k), f0, fs) != 0) return -1;
     polarform(record, k, amp, phase);
     return 0;
 }

@@ -38,7 +38,7 @@ struct hamem {
     double *inverse;     // [M x M] its inverse; for QHA the four blocks of the inverse
     double *projection;  // [M] complex; lies over the normal matrix, dead once it is inverted
     double *solution;    // [M] complex; lies behind the projection, over the normal matrix too
-    double *scratch;     // [2 (N + 1)] rows that a kernel needs beside the regions above
+    double *scratch;     // at least [2 (N + 1)]: rows and sums of a kernel beside the regions above
 
     std::unique_ptr<double[]> data;  // holds all of the above
     std::size_t size;                // its length

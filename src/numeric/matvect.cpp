@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "numeric/lanes.h"
 #include "numeric/vectors.h"
 
 namespace {
@@ -181,6 +182,159 @@ void trenchfill(double *s, std::size_t n, std::size_t stride) {
     }
 }
 
+// `count` vectors, from column j on, of `rows` rows from row i on of an augmented matrix, less the
+// rows of the factor above them.
+template <std::size_t rows, std::size_t count>
+[[gnu::always_inline]] inline void subtractabove(double *a, std::size_t stride, std::size_t i,
+                                                 std::size_t j) {
+    vector sums[rows][count];
+    for (std::size_t r = 0; r < rows; ++r)
+        for (std::size_t v = 0; v < count; ++v)
+            sums[r][v] = vectorload(a + (i + r) * stride + j + v * vectorlength);
+    for (std::size_t k = 0; k < i; ++k) {
+        const double *const above = a + k * stride;
+        for (std::size_t v = 0; v < count; ++v) {
+            const vector u = vectorload(above + j + v * vectorlength);
+            for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= u * above[i + r];
+        }
+    }
+    for (std::size_t r = 0; r < rows; ++r)
+        for (std::size_t v = 0; v < count; ++v)
+            vectorstore(a + (i + r) * stride + j + v * vectorlength, sums[r][v]);
+}
+
+// Rows i .. i + rows - 1 of the factor. Returns false for a negative pivot.
+template <std::size_t rows>
+[[gnu::always_inline]] inline bool factorrows(double *a, std::size_t stride, std::size_t i,
+                                              double *determinant) {
+    const std::size_t start = i / vectorlength * vectorlength;
+    std::size_t j = start;
+    for (; j + 3 * vectorlength <= stride; j += 3 * vectorlength)
+        subtractabove<rows, 3>(a, stride, i, j);
+    for (; j < stride; j += vectorlength) subtractabove<rows, 1>(a, stride, i, j);
+    for (std::size_t r = i; r < i + rows; ++r) {
+        double *const row = a + r * stride;
+        for (std::size_t k = i; k < r; ++k) {
+            const double *const above = a + k * stride;
+            const double factor = above[r];
+            for (j = start; j < stride; j += vectorlength)
+                vectorstore(row + j, vectorload(row + j) - vectorload(above + j) * factor);
+        }
+        const double pivot = row[r];
+        if (pivot < 0.0) return false;
+        *determinant *= pivot;
+        const double scale = 1.0 / std::sqrt(pivot);
+        for (j = start; j < stride; j += vectorlength)
+            vectorstore(row + j, vectorload(row + j) * scale);
+        row[r] = scale;
+    }
+    return true;
+}
+
+// Cholesky factor U of A = U^T U, in place, its diagonal inverted. What follows A in a row, a
+// right-hand side b, becomes U^-T b. Vectors begin at whole multiples of their length, so they
+// cover some elements to the left of the diagonal, which are never read.
+[[gnu::always_inline]] inline void choleskyrowskernel(std::size_t n, double *a, std::size_t stride,
+                                                      double *determinant) {
+    *determinant = 1.0;
+    std::size_t i = 0;
+    bool positive = true;
+    for (; i + 2 <= n && positive; i += 2) positive = factorrows<2>(a, stride, i, determinant);
+    if (i < n && positive) positive = factorrows<1>(a, stride, i, determinant);
+    if (!positive) *determinant = 0.0;
+}
+
+// Scratch of toeplitzsolve. Behind each array there is room for the rest of a vector, which stays
+// at 0, or where it is t is multiplied by 0.
+struct levinsonarrays {
+    double *t;         // first row of T
+    double *reversed;  // its last row
+    double *x;         // solution of T x = (1, 0, .., 0) for the current order
+    double *y;         // x reversed; it begins one entry earlier at every order
+    double *even;      // real parts from the centre on, the centre itself halved
+    double *odd;       // imaginary parts
+
+    static std::size_t length(std::size_t k) { return wholevectors(2 * k + 1) + vectorlength; }
+    static std::size_t size(std::size_t k) { return 4 * length(k) + 2 * wholevectors(k + 1); }
+
+    levinsonarrays(double *work, std::size_t k)
+        : t(work),
+          reversed(t + length(k)),
+          x(reversed + length(k)),
+          y(x + length(k)),
+          even(y + length(k)),
+          odd(even + wholevectors(k + 1)) {}
+};
+
+// Carries the solution on from the 2j - 1 entries around the centre to 2j + 1. Solutions for unit
+// vectors at both ends are sums and differences of x and y; they take away what the shorter
+// solution, padded with zeros, leaves of the right-hand side there.
+[[gnu::always_inline]] inline void widensolution(const levinsonarrays &mem, const double *x,
+                                                 const double *y, const double *reversed,
+                                                 std::size_t j, double re, double im) {
+    vector evensum{};
+    vector oddsum{};
+    for (std::size_t i = 0; i < j; i += vectorlength) {
+        const vector near = vectorload(reversed + i);
+        const vector far = vectorload(mem.t + j + i);
+        evensum += vectorload(mem.even + i) * (near + far);
+        oddsum += vectorload(mem.odd + i) * (near - far);
+    }
+    const vector evenstep = vector{} + (re - vectorsum(evensum));
+    const vector oddstep = vector{} + (im - vectorsum(oddsum));
+    vector weight = {0.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    for (std::size_t i = 0; i <= j; i += vectorlength) {
+        const vector a = vectorload(x + i);
+        const vector b = vectorload(y + i);
+        vectorstore(mem.even + i, vectorload(mem.even + i) + evenstep * ((a + b) * weight));
+        vectorstore(mem.odd + i, vectorload(mem.odd + i) - oddstep * (a - b));
+        weight = vector{} + 1.0;
+    }
+}
+
+[[gnu::always_inline]] inline void toeplitzsolvekernel(std::size_t k, const double *t, double *re,
+                                                       double *im, double *work, int *result) {
+    const std::size_t last = 2 * k;
+    const levinsonarrays mem(work, k);
+    for (std::size_t i = 0; i < levinsonarrays::size(k); ++i) work[i] = 0.0;
+    for (std::size_t i = 0; i <= last; ++i) mem.t[i] = mem.reversed[last - i] = t[i];
+    mem.x[0] = mem.y[last] = 1.0 / t[0];
+    mem.even[0] = 0.5 * (re[0] * mem.x[0]);
+
+    // With e the residual that x, padded with a zero, leaves in the next row,
+    //   x' = (x - e y) / (1 - e^2),  y' = (y - e x) / (1 - e^2),
+    // x' meets the row after that at once.
+    *result = -1;
+    double e = last > 0 ? mem.x[0] * t[1] : 0.0;
+    for (std::size_t m = 1; m <= last; ++m) {
+        if (e == 1.0) return;
+        const double g = 1.0 / (1.0 - e * e);
+        const double h = -e * g;
+        double *const y = mem.y + (last - m);
+        const double *const row = mem.reversed + (m < last ? last - m - 1 : 0);
+        vector sum{};
+        for (std::size_t i = 0; i <= m; i += vectorlength) {
+            const vector a = vectorload(mem.x + i);
+            const vector b = vectorload(y + i);
+            const vector next = a * g + b * h;
+            vectorstore(mem.x + i, next);
+            vectorstore(y + i, b * g + a * h);
+            sum += next * vectorload(row + i);
+        }
+        e = vectorsum(sum);
+        if (m % 2 != 0) continue;
+        const std::size_t j = m / 2;
+        widensolution(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j], im[j]);
+    }
+    *result = 0;
+    re[0] = 2.0 * mem.even[0];
+    im[0] = 0.0;
+    for (std::size_t i = 1; i <= k; ++i) {
+        re[i] = mem.even[i];
+        im[i] = mem.odd[i];
+    }
+}
+
 // First row below the diagonal with something in column i; n when there is none. A NaN counts.
 std::size_t pivotrow(std::size_t n, const double *a, std::size_t i) {
     std::size_t r = i + 1;
@@ -308,6 +462,27 @@ double choleskyinvdet(std::uint32_t n, double *a, double *inverse, std::int16_t 
         for (std::size_t r = 0; r < c; ++r) inverse[r * n + c] = inverse[c * n + r];
     }
     return determinant;
+}
+
+double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x) {
+    if (n == 0) return 0.0;
+    double determinant;
+    runwidest<choleskyrowskernel>(std::size_t{n}, a, stride, &determinant);
+    if (determinant == 0.0) return 0.0;
+    for (std::size_t i = 0; i < n; ++i) x[i] = a[i * stride + n];
+    for (std::size_t i = n; i-- > 0;) {
+        x[i] *= a[i * stride + i];
+        for (std::size_t r = 0; r < i; ++r) x[r] -= a[r * stride + i] * x[i];
+    }
+    return determinant;
+}
+
+std::size_t toeplitzworkspace(std::uint32_t k) { return levinsonarrays::size(k); }
+
+int toeplitzsolve(std::uint32_t k, const double *t, double *re, double *im, double *work) {
+    int result;
+    runwidest<toeplitzsolvekernel>(std::size_t{k}, t, re, im, work, &result);
+    return result;
 }
 
 int toeplitzsiminv(std::uint32_t n, const double *t, double *inverse) {

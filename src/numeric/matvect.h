@@ -114,6 +114,36 @@ double medianelem(double *a, std::uint32_t n);
 [[nodiscard]] double choleskyinvdet(std::uint32_t n, double *a, double *inverse,
                                     std::int16_t keepinput);
 
+/// Solution of A x = b for a symmetric positive-definite A, by Cholesky factors.
+///
+/// \param[in]     n       order
+/// \param[in,out] a       [n x stride] rows of A, of which the diagonal and the upper triangle
+///                        count, with b in column n; destroyed. Every element must be a number
+/// \param[in]     stride  columns of the array, a multiple of vectorlength and above n
+/// \param[out]    x       [n]
+/// \return the determinant of A, or 0 when n is 0, a pivot is negative or the determinant is
+///         exactly 0; x is then as it was
+[[nodiscard]] double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x);
+
+/// Solution of T x = b for a symmetric Toeplitz matrix of odd order 2k + 1 and a right-hand side
+/// that is conjugate-symmetric about its centre, as the solution then is.
+///
+/// Levinson's recursion over the leading submatrices, with the same failure test as toeplitzsiminv.
+/// Each second order embeds the problem of one entry more on either side of the centre, so that the
+/// real parts stay even, the imaginary parts odd, and only entries from the centre on are kept.
+///
+/// \param[in]     k     entries on each side of the centre
+/// \param[in]     t     [2k + 1] first row of T
+/// \param[in,out] re    [k + 1] real parts of b, then of x, from the centre on
+/// \param[in,out] im    [k + 1] imaginary parts; entry 0 counts as 0
+/// \param[out]    work  [toeplitzworkspace(k)] scratch
+/// \return 0, or -1 when a reflection coefficient is exactly +1; re and im are then unusable
+[[nodiscard]] int toeplitzsolve(std::uint32_t k, const double *t, double *re, double *im,
+                                double *work);
+
+/// Doubles of scratch that toeplitzsolve needs.
+std::size_t toeplitzworkspace(std::uint32_t k);
+
 /// Inverse of a symmetric Toeplitz matrix.
 ///
 /// The first column of the inverse comes from Levinson's recursion over the leading submatrices,
