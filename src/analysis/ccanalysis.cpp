@@ -44,12 +44,110 @@ std::uint32_t transformsize(double fs, std::uint32_t noisewindow, double f0min) 
     return std::max(size, getwinlengthceilpot2(longest));
 }
 
-// Doubles that the discrete-cepstrum methods borrow from the harmonic record: the basis for k
-// frequencies, and behind it the workspace of the least-squares solver.
-std::size_t rdcworkspace(std::size_t k, std::size_t ccord) {
-    const std::size_t unknowns = ccord + 1;
-    return k * unknowns + (1 + 2 * unknowns) * unknowns;
+// ---- discrete cepstrum ----
+
+// What the fit of a discrete cepstrum borrows from the harmonic record: arrays for k frequencies w
+// on the warped axis and order p.
+struct rdcarrays {
+    static constexpr std::size_t powerslength = 2 * vectorlength + 2;
+
+    double *powers;      // [k x 18] cos(m w), m = 0 .. 7, then sin(m w), then cos(8 w), sin(8 w)
+    double *cosines;     // [2p + 1 and whole vectors] sums over the frequencies of cos(m w)
+    double *projection;  // [p + 1 and whole vectors] sums of level times cos(m w)
+    double *normal;      // [(p + 1) x stride] normal matrix, its right-hand side in column p + 1
+    std::size_t stride;
+
+    static std::size_t size(std::size_t k, std::size_t p) {
+        return k * powerslength + wholevectors(2 * p + 1) + wholevectors(p + 1) +
+               (p + 1) * wholevectors(p + 2);
+    }
+
+    rdcarrays(double *data, std::size_t k, std::size_t p)
+        : powers(data),
+          cosines(powers + k * powerslength),
+          projection(cosines + wholevectors(2 * p + 1)),
+          normal(projection + wholevectors(p + 1)),
+          stride(wholevectors(p + 2)) {}
+};
+
+// e^(i fwarp(omega)), but for the sign of its sine, from e^(i omega). Only that sign tells alpha
+// from 1 / alpha, and the smaller of the two has a square.
+phasor warpedphasor(const phasor &z, double alpha) {
+    const double a = std::abs(alpha) > 1.0 ? 1.0 / alpha : alpha;
+    const double re = (1.0 + a * a) * z.re - 2.0 * a;
+    const double im = (1.0 - a * a) * z.im;
+    const double length = std::sqrt(re * re + im * im);
+    return length > 0.0 ? phasor{re / length, im / length} : phasor{1.0, 0.0};
 }
+
+// Phasors of the warped frequencies: those in Hz, or the multiples of f0 when freqs is null.
+void fillpowers(const rdcarrays &mem, std::uint32_t k, const double *freqs, double f0, double fs,
+                double alpha) {
+    const phasor fundamental = unitphasor(twopi * f0 / fs);
+    phasor harmonic = fundamental;
+    for (std::size_t i = 0; i < k; ++i, harmonic.rotate(fundamental)) {
+        const phasor z = freqs != nullptr ? unitphasor(freqs[i] * (twopi / fs)) : harmonic;
+        const phasor step = warpedphasor(z, alpha);
+        double *const powers = mem.powers + i * rdcarrays::powerslength;
+        phasor power{1.0, 0.0};
+        for (std::size_t m = 0; m < vectorlength; ++m, power.rotate(step)) {
+            powers[m] = power.re;
+            powers[vectorlength + m] = power.im;
+        }
+        powers[2 * vectorlength] = power.re;
+        powers[2 * vectorlength + 1] = power.im;
+    }
+}
+
+// Adds `count` frequencies to the sums; eight multiples m of each run side by side.
+template <std::size_t count>
+[[gnu::always_inline]] inline void addfrequencies(const rdcarrays &mem, const double *powers,
+                                                  const double *levels, std::size_t p) {
+    phasorlanes z[count];
+    phasorlanes step[count];
+    for (std::size_t i = 0; i < count; ++i, powers += rdcarrays::powerslength) {
+        z[i] = {vectorload(powers), vectorload(powers + vectorlength)};
+        step[i] = samephasors({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
+    }
+    for (std::size_t m = 0; m <= 2 * p; m += vectorlength) {
+        vector sum = vectorload(mem.cosines + m);
+        for (std::size_t i = 0; i < count; ++i) sum += z[i].re;
+        vectorstore(mem.cosines + m, sum);
+        if (m <= p) {
+            vector weighted = vectorload(mem.projection + m);
+            for (std::size_t i = 0; i < count; ++i) weighted += levels[i] * z[i].re;
+            vectorstore(mem.projection + m, weighted);
+        }
+        for (std::size_t i = 0; i < count; ++i) z[i].rotate(step[i]);
+    }
+}
+
+// Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
+// cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
+// upper triangle is filled; to its left there are zeros.
+[[gnu::always_inline]] inline void normalequationskernel(const rdcarrays *arrays, std::size_t k,
+                                                         const double *levels, std::size_t p) {
+    const rdcarrays &mem = *arrays;
+    for (double *d = mem.cosines; d < mem.normal + (p + 1) * mem.stride; ++d) *d = 0.0;
+    std::size_t i = 0;
+    for (; i + 4 <= k; i += 4)
+        addfrequencies<4>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+    for (; i < k; ++i)
+        addfrequencies<1>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+
+    const double *const c = mem.cosines;
+    for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
+    mem.normal[0] = c[0];
+    mem.normal[p + 1] = mem.projection[0];
+    for (i = 1; i <= p; ++i) {
+        double *const row = mem.normal + i * mem.stride;
+        for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
+        row[i] += smoothnesspenalty * static_cast<double>(i * i);
+        row[p + 1] = 2.0 * mem.projection[i];
+    }
+}
+
+// ---- mel cepstrum ----
 
 // One step of the warping: d is the state of the chain of first-order all-pass sections after g
 // when x comes in,
@@ -130,15 +228,16 @@ bool loglevels(double *amp, std::size_t k, double f0) {
 }
 
 // Fits the discrete cepstrum to K harmonics: log levels at the given frequencies, or at the
-// multiples of f0 when freqs is null. Returns false when the fit fails.
+// multiples of f0 when freqs is null, as solveleastsquares would with the basis of ccmatrixcreate
+// and the smoothness penalty. Returns false when the fit fails.
 bool fitcepstrum(const double *levels, std::uint32_t k, const double *freqs, std::uint32_t ccord,
                  double *out, hamem *record, double fs, double f0, double alpha) {
     // The harmonics are known and the next frame begins afresh, so the record is free to be
     // borrowed.
-    double *const basis = record->data.get();
-    double *const work = basis + std::size_t{k} * (ccord + 1);
-    ccmatrixcreate(ccord, k, freqs, basis, nullptr, f0, fs, alpha);
-    return solveleastsquares(basis, levels, out, k, ccord + 1, 1, work, 1) == 0;
+    const rdcarrays mem(record->data.get(), k, ccord);
+    fillpowers(mem, k, freqs, f0, fs, alpha);
+    runwidest<normalequationskernel>(&mem, std::size_t{k}, levels, std::size_t{ccord});
+    return choleskysolve(ccord + 1, mem.normal, mem.stride, out) != 0.0;
 }
 
 // Discrete cepstrum of a voiced frame. With an array for measured frequencies the quasi-harmonic
@@ -174,7 +273,7 @@ int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, s
     // The borrowed part of the record fits any sensible order many times over; a high one gets
     // more.
     if (memory->harmonic != nullptr)
-        hamemreserve(memory->harmonic, rdcworkspace(hanoharms(fs, fs, f0min), ccord));
+        hamemreserve(memory->harmonic, rdcarrays::size(hanoharms(fs, fs, f0min), ccord));
     const auto buffer =
         std::make_unique_for_overwrite<double[]>(nfft + std::max<std::size_t>(nfft, row));
     ccmethod *const method = findmethod(ccmeth).method;

@@ -593,8 +593,8 @@ int solveleastsquares(const double *a, const double *b, double *x, std::uint32_t
     for (std::size_t i = 0; i < n; ++i)
         for (std::size_t j = 0; j < i; ++j) g[j * n + i] = g[i * n + j];
     if (regularise == 1) {
-        constexpr double penalty = 0.015791367;  // 8 pi^2 0.0002
-        for (std::size_t i = 0; i < n; ++i) g[i * n + i] += penalty * static_cast<double>(i * i);
+        for (std::size_t i = 0; i < n; ++i)
+            g[i * n + i] += smoothnesspenalty * static_cast<double>(i * i);
     }
     if (choleskyinvdet(n, g, inverse, 0) == 0.0) return -1;
     for (std::size_t i = 0; i < n; ++i) {

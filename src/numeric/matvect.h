@@ -172,10 +172,14 @@ std::size_t toeplitzworkspace(std::uint32_t k);
 ///         diagonal down; the inverse is then unusable
 [[nodiscard]] int simgaussinv(std::uint32_t n, double *a, double *inverse);
 
+/// Smoothness penalty of the regularised discrete cepstrum, 8 pi^2 0.0002: times i^2, what is added
+/// to element i of the diagonal of its normal matrix.
+constexpr double smoothnesspenalty = 0.015791367;
+
 /// Linear least squares by the normal equations, with an optional smoothness penalty.
 ///
-/// With the penalty this is the solver of the regularised discrete cepstrum: unknown i is charged
-/// 8 pi^2 0.0002 i^2, so the element with index 0 goes free. Cappé & Moulines, "Regularization
+/// With the penalty this is the solver of the regularised discrete cepstrum, in which the element
+/// with index 0 goes free. Cappé & Moulines, "Regularization
 /// techniques for discrete cepstrum estimation", IEEE SPL 3(4), 1996.
 ///
 /// \param[in]  a           [m x n] one row per equation
