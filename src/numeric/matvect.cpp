@@ -36,28 +36,50 @@ template <std::size_t rows>
     for (; i < m; ++i) addrows<1>(x + i, a + i * n, n, out);
 }
 
-// One row of a product C = A B, columns 0 .. ncols - 1. Every element is summed over k in ascending
-// order; a row of B at a time lets the elements of the row grow side by side.
-void productrow(const double *__restrict arow, const double *__restrict b, double *__restrict crow,
-                std::size_t m, std::size_t bcols, std::size_t ncols) {
-    std::fill(crow, crow + ncols, 0.0);
-    std::size_t k = 0;
-    for (; k + 4 <= m; k += 4) {
-        const double a0 = arow[k];
-        const double a1 = arow[k + 1];
-        const double a2 = arow[k + 2];
-        const double a3 = arow[k + 3];
-        const double *const b0 = b + k * bcols;
-        const double *const b1 = b0 + bcols;
-        const double *const b2 = b1 + bcols;
-        const double *const b3 = b2 + bcols;
-        for (std::size_t j = 0; j < ncols; ++j)
-            crow[j] = (((crow[j] + a0 * b0[j]) + a1 * b1[j]) + a2 * b2[j]) + a3 * b3[j];
+// Tile of a product C = A B: four rows from row i on and two vectors of columns from column j on.
+// Every element is summed over k in ascending order.
+[[gnu::always_inline]] inline void producttile(const double *a, const double *b, double *c,
+                                               std::size_t m, std::size_t n, std::size_t i,
+                                               std::size_t j) {
+    vector sums[4][2] = {};
+    const double *const arow = a + i * m;
+    for (std::size_t k = 0; k < m; ++k) {
+        const vector left = vectorload(b + k * n + j);
+        const vector right = vectorload(b + k * n + j + vectorlength);
+        for (std::size_t r = 0; r < 4; ++r) {
+            sums[r][0] += arow[r * m + k] * left;
+            sums[r][1] += arow[r * m + k] * right;
+        }
     }
-    for (; k < m; ++k) {
-        const double ak = arow[k];
-        const double *const bk = b + k * bcols;
-        for (std::size_t j = 0; j < ncols; ++j) crow[j] += ak * bk[j];
+    for (std::size_t r = 0; r < 4; ++r) {
+        vectorstore(c + (i + r) * n + j, sums[r][0]);
+        vectorstore(c + (i + r) * n + j + vectorlength, sums[r][1]);
+    }
+}
+
+// The first rows of a product C = A B with n columns, or the lower triangle of those rows at least.
+// The last tiles of a row and of a column are moved back to end with the matrix, so that some
+// elements are computed twice. Matrices below the size of a tile are done by single elements.
+[[gnu::always_inline]] inline void productkernel(const double *a, const double *b, double *c,
+                                                 std::size_t n, std::size_t m, std::size_t rows,
+                                                 bool triangle) {
+    constexpr std::size_t width = 2 * vectorlength;
+    if (n < width || rows < 4) {
+        for (std::size_t i = 0; i < rows; ++i) {
+            for (std::size_t j = 0; j < n; ++j) {
+                double sum = 0.0;
+                for (std::size_t k = 0; k < m; ++k) sum += a[i * m + k] * b[k * n + j];
+                c[i * n + j] = sum;
+            }
+        }
+        return;
+    }
+    for (std::size_t j = 0; j < n; j += width) {
+        const std::size_t first = std::min(j, n - width);
+        for (std::size_t i = 0; i < rows; i += 4) {
+            const std::size_t row = std::min(i, rows - 4);
+            if (!triangle || first <= row + 3) producttile(a, b, c, m, n, row, first);
+        }
     }
 }
 
@@ -335,6 +357,140 @@ struct levinsonarrays {
     }
 }
 
+// ---- Gauss-Jordan elimination in place ----
+// Column i of A is done with when column i of the inverse begins, so both share one array: row r
+// holds the inverse's elements to the left of the diagonal and A's from there on. A pivot stays
+// where it is, and stands for a 1 of the inverse until its row is finished.
+
+// `count` vectors, from column j on, of `rows` rows less multiples of other rows,
+//   target(r) -= sum over p of factor(r, p) source(p), p in ascending order.
+// Of each vector, lanes below `from` are left alone.
+template <std::size_t rows, std::size_t count>
+[[gnu::always_inline]] inline void subtractrows(double *target, std::size_t n, std::size_t j,
+                                                const double *source, std::ptrdiff_t sourcestep,
+                                                std::size_t nsources, const double *factors,
+                                                std::size_t factorstride, std::ptrdiff_t factorstep,
+                                                double from) {
+    vector sums[rows][count];
+    for (std::size_t r = 0; r < rows; ++r)
+        for (std::size_t v = 0; v < count; ++v)
+            sums[r][v] = vectorload(target + r * n + j + v * vectorlength);
+    const double *row = source + j;
+    const double *factor = factors;
+    for (std::size_t p = 0; p < nsources; ++p, row += sourcestep, factor += factorstep) {
+        for (std::size_t v = 0; v < count; ++v) {
+            const vector x = vectorload(row + v * vectorlength);
+            for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= x * factor[r * factorstride];
+        }
+    }
+    const vector lanes = {0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0};
+    for (std::size_t r = 0; r < rows; ++r) {
+        for (std::size_t v = 0; v < count; ++v) {
+            double *const place = target + r * n + j + v * vectorlength;
+            if (from > 0.0) sums[r][v] = lanes < from ? vectorload(place) : sums[r][v];
+            vectorstore(place, sums[r][v]);
+        }
+    }
+}
+
+// The same for columns 0 .. columns - 1 and some more up to a whole vector; n is at least a vector.
+template <std::size_t rows>
+[[gnu::always_inline]] inline void subtractwiderows(double *target, std::size_t n,
+                                                    std::size_t columns, const double *source,
+                                                    std::ptrdiff_t sourcestep, std::size_t nsources,
+                                                    const double *factors, std::size_t factorstride,
+                                                    std::ptrdiff_t factorstep) {
+    std::size_t j = 0;
+    for (; j + vectorlength < columns && j + 2 * vectorlength <= n; j += 2 * vectorlength)
+        subtractrows<rows, 2>(target, n, j, source, sourcestep, nsources, factors, factorstride,
+                              factorstep, 0.0);
+    if (j < columns && j + vectorlength <= n) {
+        subtractrows<rows, 1>(target, n, j, source, sourcestep, nsources, factors, factorstride,
+                              factorstep, 0.0);
+        j += vectorlength;
+    }
+    if (j < columns)  // the last vector ends with the row and overlaps the one before
+        subtractrows<rows, 1>(target, n, n - vectorlength, source, sourcestep, nsources, factors,
+                              factorstride, factorstep,
+                              static_cast<double>(j - (n - vectorlength)));
+}
+
+// Eliminates columns p .. p + pivots - 1 from `rows` rows from row r on. A column's factor is known
+// when those before it have been dealt with, so these columns go first, by themselves.
+template <std::size_t rows, std::size_t pivots>
+[[gnu::always_inline]] inline void eliminate(double *a, std::size_t n, std::size_t r,
+                                             std::size_t p) {
+    double factors[rows][pivots];
+    double columns[rows][pivots];
+    double *const target = a + r * n;
+    const double *const source = a + p * n;
+    for (std::size_t i = 0; i < rows; ++i)
+        for (std::size_t k = 0; k < pivots; ++k) columns[i][k] = target[i * n + p + k];
+    for (std::size_t k = 0; k < pivots; ++k) {
+        const double *const row = source + k * n + p;
+        for (std::size_t i = 0; i < rows; ++i) {
+            const double factor = columns[i][k] / row[k];
+            factors[i][k] = factor;
+            for (std::size_t c = 0; c < pivots; ++c) columns[i][c] -= row[c] * factor;
+            columns[i][k] = -factor;
+        }
+    }
+    subtractwiderows<rows>(target, n, n, source, static_cast<std::ptrdiff_t>(n), pivots, factors[0],
+                           pivots, 1);
+    for (std::size_t i = 0; i < rows; ++i)
+        for (std::size_t k = 0; k < pivots; ++k) target[i * n + p + k] = columns[i][k];
+}
+
+// Forward elimination of `rows` rows from row r, all columns before the diagonal in ascending
+// order. Returns false when a pivot is exactly 0.
+template <std::size_t rows>
+[[gnu::always_inline]] inline bool eliminaterows(double *a, std::size_t n, std::size_t r) {
+    std::size_t p = 0;
+    for (; p + 4 <= r; p += 4) eliminate<rows, 4>(a, n, r, p);
+    for (std::size_t i = r; i < r + rows; ++i) {
+        for (std::size_t k = p; k < i; ++k) eliminate<1, 1>(a, n, i, k);
+        if (a[i * n + i] == 0.0) return false;
+    }
+    return true;
+}
+
+// Back substitution of `rows` rows from row r, given all rows below; only the lower triangle and
+// the diagonal are of use. Above the diagonal, upper holds what a held after the elimination.
+template <std::size_t rows>
+[[gnu::always_inline]] inline void substituterows(double *a, const double *upper, std::size_t n,
+                                                  std::size_t r) {
+    double *const target = a + r * n;
+    const auto step = -static_cast<std::ptrdiff_t>(n);
+    for (std::size_t i = 0; i < rows; ++i) target[i * n + r + i] = 1.0;
+    subtractwiderows<rows>(target, n, r + rows, a + (n - 1) * n, step, n - r - rows,
+                           upper + r * n + n - 1, n, -1);
+    for (std::size_t i = rows; i-- > 0;) {
+        double *const row = target + i * n;
+        const double *const above = upper + (r + i) * n;
+        for (std::size_t k = rows; --k > i;)
+            for (std::size_t c = 0; c <= r + i; ++c) row[c] -= target[k * n + c] * above[r + k];
+        const double scale = 1.0 / above[r + i];
+        for (std::size_t c = 0; c <= r + i; ++c) row[c] *= scale;
+    }
+}
+
+// Inverse in place, lower triangle and diagonal; n is at least a vector. Sets done to whether every
+// pivot was other than 0. scratch [n x n] is used only then.
+[[gnu::always_inline]] inline void gausskernel(std::size_t n, double *a, double *scratch,
+                                               bool *done) {
+    *done = false;
+    const std::size_t blocks = n / 4 * 4;
+    std::size_t r = 0;
+    for (; r < blocks; r += 4)
+        if (!eliminaterows<4>(a, n, r)) return;
+    for (; r < n; ++r)
+        if (!eliminaterows<1>(a, n, r)) return;
+    *done = true;
+    for (std::size_t i = 0; i < n * n; ++i) scratch[i] = a[i];
+    for (; r > blocks; --r) substituterows<1>(a, scratch, n, r - 1);
+    for (; r > 0; r -= 4) substituterows<4>(a, scratch, n, r - 4);
+}
+
 // First row below the diagonal with something in column i; n when there is none. A NaN counts.
 std::size_t pivotrow(std::size_t n, const double *a, std::size_t i) {
     std::size_t r = i + 1;
@@ -400,10 +556,9 @@ void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, do
 int simprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,
                std::int8_t symmetric) {
     const double sign = symmetric == 1 ? 1.0 : -1.0;
-    for (std::size_t i = 0; i < n; ++i) {
-        productrow(a + i * m, b, c + i * n, m, n, i + 1);
+    runwidest<productkernel>(a, b, c, std::size_t{n}, std::size_t{m}, std::size_t{n}, true);
+    for (std::size_t i = 0; i < n; ++i)
         for (std::size_t j = 0; j < i; ++j) c[j * n + i] = sign * c[i * n + j];
-    }
     return 0;
 }
 
@@ -412,8 +567,8 @@ int simpmprodmat(const double *a, const double *b, double *c, std::uint32_t n, s
     const double sign = symmetric == 1 ? 1.0 : -1.0;
     const std::size_t count = std::size_t{n} * n;
     const std::size_t half = (count + 1) / 2;  // elements to compute, the centre included
-    for (std::size_t i = 0; i * n < half; ++i)
-        productrow(a + i * m, b, c + i * n, m, n, std::min<std::size_t>(n, half - i * n));
+    const std::size_t rows = (std::size_t{n} + 1) / 2;
+    runwidest<productkernel>(a, b, c, std::size_t{n}, std::size_t{m}, rows, false);
     for (std::size_t p = 0; p < half; ++p) c[count - 1 - p] = sign * c[p];
     return 0;
 }
@@ -526,6 +681,13 @@ int simgaussinv(std::uint32_t n, double *a, double *inverse) {
     if (n == 0) return -1;
     if (n == 1) return invertnumber(a, inverse);
 
+    if (n >= vectorlength) {
+        std::copy(a, a + std::size_t{n} * n, inverse);
+        bool done;
+        runwidest<gausskernel>(std::size_t{n}, inverse, a, &done);
+        if (done) return repltriangmat(inverse, n);
+    }
+    // Rows must be exchanged (or there are few): from the start, with the inverse apart.
     identmat(inverse, n);
     std::size_t width = 0;  // highest column of the inverse that can be anything but 0
     for (std::size_t i = 0; i < n; ++i) {
