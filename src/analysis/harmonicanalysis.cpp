@@ -424,12 +424,93 @@ int solveharmonics(hamem *record, const framesize &size, double f0, double fs) {
                       sums.work) != 0)
         return -1;
     for (std::size_t k = 0; k <= size.k; ++k) {
-        double *const plus = record->solution + 2 * (size.k + k);
-        double *const minus = record->solution + 2 * (size.k - k);
-        plus[0] = minus[0] = sums.re[k];
-        plus[1] = -sums.im[k];
-        minus[1] = sums.im[k];
+        double *const entry = record->solution + 2 * (size.k - k);
+        entry[0] = sums.re[k];
+        entry[1] = sums.im[k];
     }
+    mirrorconjugate(record->solution, size);
+    return 0;
+}
+
+// ---- simplified quasi-harmonic model in real numbers ----
+
+// About the centre, cosines under the window are even and sines are odd, so that they fit the even
+// and the odd part of the frame each by itself: over t = 0 .. h, with half the weight at t = 0,
+//   (y(t) + y(-t)) / 2 = w(t) (c + sum of u(k) cos(omega(k) t)),
+//   (y(t) - y(-t)) / 2 = w(t) sum of v(k) sin(omega(k) t),  a(k) = (u(k) - i v(k)) / 2.
+// The part of the frame stands as one more column behind the basis; the inner products of the
+// columns then are the normal equations with their right-hand side.
+struct sqhaarrays {
+    std::size_t stride;  // of all rows
+    std::size_t rows;    // of the normal equations
+    double *cosines;     // [(h + 1) x stride] columns for harmonics 1 .. K, the constant, the frame
+    double *sines;       // [(h + 1) x stride] columns for harmonics 1 .. K, the frame
+    double *normal;      // [rows x stride]
+    double *re;          // [stride] first cos(omega), then u and c
+    double *im;          // [stride] first sin(omega), then v
+
+    static std::size_t stridefor(std::size_t k) { return wholevectors((k + 3) / 2) * 2; }
+    static std::size_t size(std::size_t h, std::size_t k) {
+        return stridefor(k) * (2 * (h + 1) + (k + 4) + 2);
+    }
+
+    sqhaarrays(double *data, const framesize &size)
+        : stride(stridefor(size.k)),
+          rows((size.k + 4) / 4 * 4),
+          cosines(data),
+          sines(cosines + (size.h + 1) * stride),
+          normal(sines + (size.h + 1) * stride),
+          re(normal + rows * stride),
+          im(re + stride) {}
+};
+
+[[gnu::always_inline]] inline void sqhabasiskernel(const sqhaarrays *arrays, const double *w,
+                                                   const double *y, std::size_t h, std::size_t k) {
+    constexpr double sqrthalf = 0.7071067811865476;
+    const sqhaarrays &mem = *arrays;
+    for (std::size_t column = 0; column < mem.stride; column += vectorlength) {
+        const phasorlanes step{vectorload(mem.re + column), vectorload(mem.im + column)};
+        phasorlanes z = samephasors({1.0, 0.0});
+        for (std::size_t t = 0; t <= h; ++t, z.rotate(step)) {
+            const double weight = t == 0 ? sqrthalf * w[h] : w[h + t];
+            vectorstore(mem.cosines + t * mem.stride + column, z.re * weight);
+            vectorstore(mem.sines + t * mem.stride + column, z.im * weight);
+        }
+    }
+    // A step of 1 has made the column of the constant.
+    const double *mirror = y + h;
+    for (std::size_t t = 0; t <= h; ++t, --mirror) {
+        const double share = t == 0 ? 0.5 * sqrthalf : 0.5;
+        mem.cosines[t * mem.stride + k + 1] = share * (y[h + t] + *mirror);
+        mem.sines[t * mem.stride + k] = share * (y[h + t] - *mirror);
+    }
+}
+
+// Fits the SQHA model at the frequencies fk to the record's frame. The solution is as
+// hasqhalscsolve leaves it.
+int solvesqharmonics(hamem *record, const framesize &size, const double *fk, double fs) {
+    const sqhaarrays mem(record->design, size);
+    const auto k = static_cast<std::uint32_t>(size.k);
+    std::fill(mem.re, mem.re + mem.stride, 1.0);
+    std::fill(mem.im, mem.im + mem.stride, 0.0);
+    for (std::size_t m = 0; m < size.k; ++m) {
+        const phasor step = unitphasor(twopi * fk[m] / fs);
+        mem.re[m] = step.re;
+        mem.im[m] = step.im;
+    }
+    runwidest<sqhabasiskernel>(&mem, record->window, record->frame, size.h, size.k);
+    grammatrix(mem.cosines, size.h + 1, mem.stride, mem.rows, mem.normal);
+    if (choleskysolve(k + 1, mem.normal, mem.stride, mem.re) == 0.0) return -1;
+    grammatrix(mem.sines, size.h + 1, mem.stride, mem.rows, mem.normal);
+    if (choleskysolve(k, mem.normal, mem.stride, mem.im) == 0.0) return -1;
+
+    record->solution[2 * size.k] = mem.re[size.k];
+    for (std::size_t m = 0; m < size.k; ++m) {  // harmonic m + 1, of which -(m + 1) comes first
+        double *const entry = record->solution + 2 * (size.k - 1 - m);
+        entry[0] = 0.5 * mem.re[m];
+        entry[1] = 0.5 * mem.im[m];
+    }
+    mirrorconjugate(record->solution, size);
     return 0;
 }
 
@@ -553,12 +634,13 @@ hamem *haqhameminitialize(std::uint8_t type, double fs, double fmax, double f0mi
     auto record = std::make_unique<hamem>();
     const std::size_t scratchsize =
         std::max(2 * (n + 1), harmonicsums::size(n / 2, exponentials / 2));
-    record->size = 2 * n + 2 * m * n + normalsize + m * m + scratchsize;
+    const std::size_t designsize = std::max(2 * m * n, sqhaarrays::size(n / 2, exponentials / 2));
+    record->size = 2 * n + designsize + normalsize + m * m + scratchsize;
     record->data = std::make_unique_for_overwrite<double[]>(record->size);
     record->window = record->data.get();
     record->frame = record->window + n;
     record->design = record->frame + n;
-    record->normal = record->design + 2 * m * n;
+    record->normal = record->design + designsize;
     record->inverse = record->normal + normalsize;
     record->projection = record->normal;
     record->solution = record->normal + projectionroom;
@@ -728,8 +810,7 @@ int getsqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std
     if (getqharmonics(x, len, centre, k, nullptr, nullptr, found, record, fs, f0) != 0) return -1;
     const std::uint32_t n = sqhaframesize(fs, f0);
     if (!loadframe(record, x, len, centre, n)) return -1;
-    sqhahalfrows(record->design, framesize(n, k), found, record->window, fs);
-    if (hasqhalscsolve(record, n, 2 * k + 1, 0) != 0) return -1;
+    if (solvesqharmonics(record, framesize(n, k), found, fs) != 0) return -1;
     polarform(record, k, amp, phase);
     return 0;
 }

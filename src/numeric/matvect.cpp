@@ -36,25 +36,32 @@ template <std::size_t rows>
     for (; i < m; ++i) addrows<1>(x + i, a + i * n, n, out);
 }
 
-// Tile of a product C = A B: four rows from row i on and two vectors of columns from column j on.
-// Every element is summed over k in ascending order.
-[[gnu::always_inline]] inline void producttile(const double *a, const double *b, double *c,
-                                               std::size_t m, std::size_t n, std::size_t i,
-                                               std::size_t j) {
+// Tile of a product C = A B: four rows and two vectors of columns, the first of them at a, b and c.
+// Element (r, k) of A is at r arow + k acolumn. Every element is summed over k in ascending order.
+[[gnu::always_inline]] inline void producttile(const double *a, std::size_t arow,
+                                               std::size_t acolumn, const double *b, double *c,
+                                               std::size_t m, std::size_t n) {
     vector sums[4][2] = {};
-    const double *const arow = a + i * m;
-    for (std::size_t k = 0; k < m; ++k) {
-        const vector left = vectorload(b + k * n + j);
-        const vector right = vectorload(b + k * n + j + vectorlength);
+    for (std::size_t k = 0; k < m; ++k, a += acolumn, b += n) {
+        const vector left = vectorload(b);
+        const vector right = vectorload(b + vectorlength);
         for (std::size_t r = 0; r < 4; ++r) {
-            sums[r][0] += arow[r * m + k] * left;
-            sums[r][1] += arow[r * m + k] * right;
+            sums[r][0] += a[r * arow] * left;
+            sums[r][1] += a[r * arow] * right;
         }
     }
     for (std::size_t r = 0; r < 4; ++r) {
-        vectorstore(c + (i + r) * n + j, sums[r][0]);
-        vectorstore(c + (i + r) * n + j + vectorlength, sums[r][1]);
+        vectorstore(c + r * n, sums[r][0]);
+        vectorstore(c + r * n + vectorlength, sums[r][1]);
     }
+}
+
+[[gnu::always_inline]] inline void gramkernel(const double *c, std::size_t m, std::size_t n,
+                                              std::size_t rows, double *gram) {
+    constexpr std::size_t width = 2 * vectorlength;
+    for (std::size_t j = 0; j < n; j += width)
+        for (std::size_t i = 0; i < rows && i < j + width; i += 4)
+            producttile(c + i, 1, n, c + j, gram + i * n + j, m, n);
 }
 
 // The first rows of a product C = A B with n columns, or the lower triangle of those rows at least.
@@ -78,7 +85,8 @@ template <std::size_t rows>
         const std::size_t first = std::min(j, n - width);
         for (std::size_t i = 0; i < rows; i += 4) {
             const std::size_t row = std::min(i, rows - 4);
-            if (!triangle || first <= row + 3) producttile(a, b, c, m, n, row, first);
+            if (!triangle || first <= row + 3)
+                producttile(a + row * m, m, 1, b + first, c + row * n + first, m, n);
         }
     }
 }
@@ -551,6 +559,10 @@ int copymatwtr(double *destination, const double *source, std::uint32_t rows, st
 
 void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out) {
     runwidest<vecbymatkernel>(x, a, m, n, out);
+}
+
+void grammatrix(const double *c, std::size_t m, std::size_t n, std::size_t rows, double *gram) {
+    runwidest<gramkernel>(c, m, n, rows, gram);
 }
 
 int simprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,

@@ -52,6 +52,16 @@ int copymatwtr(double *destination, const double *source, std::uint32_t rows, st
 /// \param[out] out  [n]; must not overlap x or a
 void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out);
 
+/// Upper triangle and diagonal of G = C^T C, the inner products of the columns of C. Each is summed
+/// in ascending order of the rows.
+///
+/// \param[in]  c     [m x n]
+/// \param[in]  m     rows of C
+/// \param[in]  n     columns of C, a multiple of 2 vectorlength
+/// \param[in]  rows  rows of G that are wanted; a multiple of 4, at most n
+/// \param[out] gram  [rows x n]; left of the diagonal there are numbers of no meaning
+void grammatrix(const double *c, std::size_t m, std::size_t n, std::size_t rows, double *gram);
+
 /// Product C = A B that is known to be symmetric or antisymmetric. Returns 0.
 ///
 /// Only the lower triangle and the diagonal are computed, sums running over k = 0 .. m - 1.
