@@ -543,7 +543,29 @@ double mismatch(const double *a, const double *b, double divisor) {
 
 // ---- log spectrum ----
 
-// Adds one harmonic's share, level times kernel, to the bins of its span,
+// One harmonic of the interpolation and the bins within reach of its kernel. Bins below 0 are
+// folded back onto their mirror images, but for those below -fs / 2, which have none.
+struct harmonicspan {
+    double level;
+    double frequency;
+    std::int64_t from;
+    std::int64_t to;  // not above fs / 2; below `from`: no bins
+};
+
+harmonicspan spanof(std::size_t j, double level, double f0, double spacing, std::int64_t nyquist) {
+    const double fj = static_cast<double>(j) * f0;
+    const auto last = static_cast<std::int64_t>(std::ceil((fj + 4.0 * f0) / spacing)) - 1;
+    harmonicspan span{level, fj, 0, std::min(nyquist, last)};
+    // Of the first harmonics the kernel reaches below 0 Hz. The folded bins and those from 0 on are
+    // one span.
+    if (j >= 4)
+        span.from = static_cast<std::int64_t>(std::floor((fj - 4.0 * f0) / spacing)) + 1;
+    else if (j >= 1)
+        span.from = 1 - static_cast<std::int64_t>(std::ceil((4.0 * f0 - fj) / spacing));
+    return span;
+}
+
+// The kernels of eight harmonics, side by side along their bins,
 //   W(d) = sin(alpha) / alpha (1 + cos(beta)) / 2,  alpha = pi d / f0,  beta = pi d / (4 f0),
 // with d the distance from the harmonic in Hz. The angles start from the trigonometric functions at
 // the first bin and go on by rotation, alpha itself by addition.
@@ -552,39 +574,76 @@ double mismatch(const double *a, const double *b, double divisor) {
 // falls on the harmonic (f0 on the bin grid, 500 Hz for one), alpha and the rotated sine are both
 // mere rounding residue, and their quotient can be far from the 1 that the kernel has there; that
 // bin then carries a wrong share of this harmonic's level.
-class harmonickernel {
-   public:
-    harmonickernel(double f0, double spacing)
-        : f0_(f0),
-          spacing_(spacing),
-          alphastep_(pi * spacing / f0),
-          sincstep_(unitphasor(alphastep_)),
-          taperstep_(unitphasor(pi * spacing / (4.0 * f0))) {}
+struct harmonickernels {
+    double f0;
+    double spacing;
+    double alphastep;
+    phasor sincstep;
+    phasor taperstep;
+    vector level{};
+    vector alpha{};
+    phasorlanes sinc{};
+    phasorlanes taper{};
 
-    // Bins `from` to `to`, which is not above fs / 2. Those below 0 are folded back onto their
-    // mirror images, but for those below -fs / 2, which have none.
-    void add(double level, double fj, std::int64_t from, std::int64_t to, std::int64_t nyquist,
-             double *out) const {
-        const double d = static_cast<double>(from) * spacing_ - fj;
-        double alpha = pi * d / f0_;
-        phasor sinc = unitphasor(alpha);
-        phasor taper = unitphasor(pi * d / (4.0 * f0_));
-        for (std::int64_t i = from; i <= to; ++i) {
-            const double w = alpha == 0.0 ? 1.0 : sinc.im / alpha * (1.0 + taper.re) / 2.0;
-            if (i >= -nyquist) out[i < 0 ? -i : i] += level * w;
-            alpha += alphastep_;
-            sinc.rotate(sincstep_);
-            taper.rotate(taperstep_);
+    harmonickernels(double f, double binspacing)
+        : f0(f),
+          spacing(binspacing),
+          alphastep(pi * spacing / f0),
+          sincstep(unitphasor(alphastep)),
+          taperstep(unitphasor(pi * spacing / (4.0 * f0))) {}
+
+    void start(std::size_t lane, const harmonicspan &span) {
+        const double d = static_cast<double>(span.from) * spacing - span.frequency;
+        level[lane] = span.level;
+        alpha[lane] = pi * d / f0;
+        const phasor sincstart = unitphasor(alpha[lane]);
+        sinc.re[lane] = sincstart.re;
+        sinc.im[lane] = sincstart.im;
+        const phasor taperstart = unitphasor(pi * d / (4.0 * f0));
+        taper.re[lane] = taperstart.re;
+        taper.im[lane] = taperstart.im;
+    }
+};
+
+// Levels times kernels on the next `count` bins, eight harmonics to a row.
+[[gnu::always_inline]] inline void kernelrowskernel(harmonickernels *kernels, std::int64_t count,
+                                                    double *rows) {
+    const phasorlanes sincstep = samephasors(kernels->sincstep);
+    const phasorlanes taperstep = samephasors(kernels->taperstep);
+    harmonickernels k = *kernels;
+    for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
+        const vector quotient = k.sinc.im / k.alpha * (1.0 + k.taper.re) / 2.0;
+        vectorstore(rows, k.level * (k.alpha == 0.0 ? vector{} + 1.0 : quotient));
+        k.alpha += k.alphastep;
+        k.sinc.rotate(sincstep);
+        k.taper.rotate(taperstep);
+    }
+    *kernels = k;
+}
+
+// Adds the shares of up to eight harmonics to the bins, one harmonic after the other. Only spans
+// longer than any voice has come in more than one piece.
+void addharmonics(harmonickernels &kernels, const harmonicspan *spans, std::size_t count,
+                  std::int64_t nyquist, double *out) {
+    constexpr std::int64_t rowsatonce = 256;
+    double rows[rowsatonce * vectorlength];
+    std::int64_t longest = 0;
+    for (std::size_t lane = 0; lane < count; ++lane) {
+        kernels.start(lane, spans[lane]);
+        longest = std::max(longest, spans[lane].to - spans[lane].from + 1);
+    }
+    for (std::int64_t done = 0; done < longest; done += rowsatonce) {
+        const std::int64_t nrows = std::min(rowsatonce, longest - done);
+        runwidest<kernelrowskernel>(&kernels, nrows, rows);
+        for (std::size_t lane = 0; lane < count; ++lane) {
+            const std::int64_t from = spans[lane].from + done;
+            const std::int64_t end = std::min(from + nrows, spans[lane].to + 1);
+            const double *share = rows + lane;
+            for (std::int64_t i = from; i < end; ++i, share += vectorlength)
+                if (i >= -nyquist) out[i < 0 ? -i : i] += *share;
         }
     }
-
-   private:
-    double f0_;
-    double spacing_;
-    double alphastep_;
-    phasor sincstep_;
-    phasor taperstep_;
-};
+}
 
 // Natural log of half the harmonic amplitudes over sqrt(f0), entries 1 .. K; entry 0 repeats the
 // first harmonic's. Returns false when an amplitude has no logarithm.
@@ -847,23 +906,19 @@ int getlogspectrumfromharms(const double *x, std::uint32_t len, std::uint32_t ce
 
     const std::int64_t nyquist = nfft / 2;
     const double spacing = fs / nfft;
-    const harmonickernel kernel(f0, spacing);
+    harmonickernels kernels(f0, spacing);
     std::fill(out, out + nyquist + 1, 0.0);
     double floorlevel = levels[1];
-    for (std::size_t j = 0; j <= std::size_t{k} + 4; ++j) {
-        if (j <= k) floorlevel = std::min(floorlevel, levels[j]);
-        const double level = j <= k ? levels[j] : floorlevel;
-        const double fj = static_cast<double>(j) * f0;
-        const auto to =
-            std::min(nyquist, static_cast<std::int64_t>(std::ceil((fj + 4.0 * f0) / spacing)) - 1);
-        // Of the first harmonics the kernel reaches below 0 Hz. The folded bins and those from 0 on
-        // are one span.
-        std::int64_t from = 0;
-        if (j >= 4)
-            from = static_cast<std::int64_t>(std::floor((fj - 4.0 * f0) / spacing)) + 1;
-        else if (j >= 1)
-            from = 1 - static_cast<std::int64_t>(std::ceil((4.0 * f0 - fj) / spacing));
-        kernel.add(level, fj, from, to, nyquist, out);
+    const std::size_t count = std::size_t{k} + 5;  // from 0 Hz to four beyond the last
+    for (std::size_t first = 0; first < count; first += vectorlength) {
+        harmonicspan spans[vectorlength];
+        const std::size_t lanes = std::min(vectorlength, count - first);
+        for (std::size_t lane = 0; lane < lanes; ++lane) {
+            const std::size_t j = first + lane;
+            if (j <= k) floorlevel = std::min(floorlevel, levels[j]);
+            spans[lane] = spanof(j, j <= k ? levels[j] : floorlevel, f0, spacing, nyquist);
+        }
+        addharmonics(kernels, spans, lanes, nyquist, out);
     }
     for (std::int64_t i = 1; i < nyquist; ++i) out[nfft - i] = out[i];
     return 0;
