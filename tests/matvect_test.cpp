@@ -97,13 +97,15 @@ TEST_P(inverses, toeplitz) {
 TEST_P(inverses, gauss) {
     const std::uint32_t n = GetParam();
     const reals r = whitenoise(std::size_t{n} * n, 0.5, 8), rt = transposed(r, n, n);
-    reals a = r;
-    for (std::size_t i = 0; i < a.size(); ++i) a[i] += rt[i];
-    if (n > 2) a[0] = a[1] = a[n] = 0.0;  // row 0 must be exchanged, and not with row 1
-    const reals wanted = densesolve(a, identity(n), n, n);
-    reals inverse(a.size());
-    ASSERT_EQ(simgaussinv(n, a.data(), inverse.data()), 0);
-    expectclose(inverse, wanted, 1e-7);  // no pivoting for size: digits are lost
+    for (const bool exchange : {false, true}) {
+        reals a = r;
+        for (std::size_t i = 0; i < a.size(); ++i) a[i] += rt[i];
+        if (exchange && n > 2) a[0] = a[1] = a[n] = 0.0;  // row 0 goes, and not with row 1
+        const reals wanted = densesolve(a, identity(n), n, n);
+        reals inverse(a.size());
+        ASSERT_EQ(simgaussinv(n, a.data(), inverse.data()), 0);
+        expectclose(inverse, wanted, 1e-7);  // no pivoting for size: digits are lost
+    }
 }
 
 TEST_P(inverses, arenotneededtosolve) {
@@ -133,7 +135,24 @@ TEST_P(inverses, arenotneededtosolve) {
     expectclose(x, re, 1e-14);
 }
 
-INSTANTIATE_TEST_SUITE_P(orders, inverses, testing::Values(1, 2, 3, 4, 7, 53, 120));
+TEST_P(inverses, andproductssuminorder) {
+    const std::uint32_t n = GetParam(), m = n + 3;
+    const reals a = whitenoise(std::size_t{n} * m, 1.0, 12), b = whitenoise(a.size(), 1.0, 13),
+                p = product(a, b, n, m, n);
+    for (const std::int8_t symmetric : {std::int8_t{1}, std::int8_t{-1}}) {
+        reals triangle(p.size(), nan), half(p.size(), nan);
+        simprodmat(a.data(), b.data(), triangle.data(), n, m, symmetric);
+        simpmprodmat(a.data(), b.data(), half.data(), n, m, symmetric);
+        for (std::size_t i = 0; i < p.size(); ++i) {
+            const std::size_t row = i / n, column = i % n, image = p.size() - 1 - i;
+            const double mirror = symmetric * p[column * n + row];
+            ASSERT_EQ(triangle[i], column > row ? mirror : p[i]) << i;
+            ASSERT_EQ(half[i], i < image ? p[i] : symmetric * p[image]) << i;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(orders, inverses, testing::Values(1, 2, 3, 4, 7, 10, 16, 53, 120));
 
 TEST(inverses, failwheretheyshould) {
     double out[9];

@@ -10,8 +10,9 @@
 #include "numeric/windowing.h"
 
 // Every design row is conjugate-symmetric about the frame's centre, and the rows of harmonics +k
-// and -k are conjugates of each other. The estimators therefore fill and read only the left half
-// and the centre (columns 0 .. h) of the rows 0 .. K; the public matrix routines complete the rest.
+// and -k are conjugates of each other. The QHA estimator therefore fills and reads only the left
+// half and the centre (columns 0 .. h) of the rows 0 .. K; the public matrix routines complete the
+// rest. The HA and SQHA estimators do without the matrix.
 
 namespace {
 
