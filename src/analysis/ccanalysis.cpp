@@ -9,6 +9,7 @@
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
 #include "numeric/dft.h"
+#include "numeric/elementary.h"
 #include "numeric/lanes.h"
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
@@ -221,7 +222,7 @@ int noise2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std:
 bool loglevels(double *amp, std::size_t k, double f0) {
     const double root = std::sqrt(f0);
     for (std::size_t i = 0; i < k; ++i) {
-        amp[i] = std::log(amp[i] * 0.5 / root);
+        amp[i] = logarithm(amp[i] * 0.5 / root);
         if (!std::isfinite(amp[i])) return false;
     }
     return true;
@@ -313,8 +314,8 @@ int ccmemdestroy(ccmem *record) {
 }
 
 double fwarp(double omega, double alpha) {
-    return std::atan2((1.0 - alpha * alpha) * std::sin(omega),
-                      (1.0 + alpha * alpha) * std::cos(omega) - 2.0 * alpha);
+    return arctangent((1.0 - alpha * alpha) * sine(omega),
+                      (1.0 + alpha * alpha) * cosine(omega) - 2.0 * alpha);
 }
 
 int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, double *scratch,

@@ -10,6 +10,7 @@
 #include "analysis/harmonicanalysis.h"
 #include "numeric/aligned.h"
 #include "numeric/dft.h"
+#include "numeric/elementary.h"
 #include "numeric/matvect.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
@@ -72,7 +73,7 @@ struct fvscratch {
         if (window.empty()) {
             window.assign(2 * std::size_t{a} + 1, 2.0);
             for (std::size_t i = 1; i <= a; ++i) {
-                window[a + i] = std::cos(pi * static_cast<double>(i) / a) + 1.0;
+                window[a + i] = cosine(pi * static_cast<double>(i) / a) + 1.0;
                 window[a - i] = window[a + i];
             }
         }
@@ -122,7 +123,7 @@ void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const 
 // Whether ln p > ln q in doubles. Powers that differ by less than some ulps can have one logarithm,
 // powers further apart cannot.
 bool islouder(double p, double q) {
-    return p > q && (p > q * (1.0 + 1e-12) || std::log(p) > std::log(q));
+    return p > q && (p > q * (1.0 + 1e-12) || logarithm(p) > logarithm(q));
 }
 
 // Highest local maximum of the log power spectrum among bins from .. to - 1, the first of equal
@@ -136,10 +137,10 @@ spectralpeak findpeak(const alignedreals &power, std::uint32_t from, std::uint32
             bin = i;
     if (bin == 0) {
         const auto nearest = static_cast<std::uint32_t>(std::floor(harmonic / spacing + 0.5));
-        return {nearest, std::log(power[nearest]), nearest * spacing};
+        return {nearest, logarithm(power[nearest]), nearest * spacing};
     }
     parabola p;
-    parabfitpoints(&p, std::log(power[bin - 1]), std::log(power[bin]), std::log(power[bin + 1]));
+    parabfitpoints(&p, logarithm(power[bin - 1]), logarithm(power[bin]), logarithm(power[bin + 1]));
     return {bin, parabexty(&p), (bin + parabextx(&p)) * spacing};
 }
 
@@ -289,7 +290,7 @@ std::size_t compactharmonics(std::size_t count, fvscratch &scratch) {
     for (std::size_t h = 0; h < count; ++h) {
         if (!(scratch.frequency[h] > 0.0)) continue;
         scratch.frequency[kept] = scratch.frequency[h];
-        scratch.match[kept] = std::pow(scratch.match[h], sharpening);
+        scratch.match[kept] = power(scratch.match[h], sharpening);
         ++kept;
     }
     return kept;

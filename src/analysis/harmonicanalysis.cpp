@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "numeric/elementary.h"
 #include "numeric/lanes.h"
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
@@ -531,7 +532,7 @@ void polarform(const hamem *record, std::uint32_t harmonics, double *amp, double
         const double re = a[2 * k];
         const double im = a[2 * k + 1];
         if (amp != nullptr) amp[k] = 2.0 * std::sqrt(re * re + im * im);
-        if (phase != nullptr) phase[k] = std::atan2(im, re);
+        if (phase != nullptr) phase[k] = arctangent(im, re);
     }
 }
 
@@ -651,7 +652,7 @@ void addharmonics(harmonickernels &kernels, const harmonicspan *spans, std::size
 bool loglevels(const hamem *record, std::uint32_t harmonics, double f0, double *levels) {
     for (std::size_t k = 1; k <= harmonics; ++k) {
         const double *const a = record->solution + 2 * (harmonics + k);
-        levels[k] = 0.5 * std::log((a[0] * a[0] + a[1] * a[1]) / f0);
+        levels[k] = 0.5 * logarithm((a[0] * a[0] + a[1] * a[1]) / f0);
         if (!std::isfinite(levels[k])) return false;
     }
     levels[0] = levels[1];
@@ -888,7 +889,7 @@ double qharefinepitch(const double *x, std::uint32_t len, std::uint32_t centre, 
         const double *const a = x1 + 2 * (k + j);
         const double *const b = x2 + 2 * (k + j);
         const double estimate = f0 + mismatch(a, b, twopi * static_cast<double>(j));
-        const double weight = std::pow(a[0] * a[0] + a[1] * a[1], 0.25);
+        const double weight = std::sqrt(std::sqrt(a[0] * a[0] + a[1] * a[1]));
         sum += weight * estimate;
         weights += weight;
     }

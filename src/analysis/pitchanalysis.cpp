@@ -13,6 +13,7 @@
 #include "analysis/harmonicanalysis.h"
 #include "numeric/aligned.h"
 #include "numeric/dft.h"
+#include "numeric/elementary.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
 #include "numeric/sums.h"
@@ -103,7 +104,7 @@ alignedreals trackerwindow(std::uint32_t length) {
     alignedreals window(length, 1.0);
     const double step = twopi / (length - 1);
     for (std::uint32_t i = 0; length > 1 && i < length; ++i)
-        window[i] = 0.5 - 0.5 * std::cos(step * i);
+        window[i] = 0.5 - 0.5 * cosine(step * i);
     return window;
 }
 
@@ -218,12 +219,12 @@ void collectcandidates(const trackersetup &t, const double *r, slotvalues &freqs
         const double period = (tau + offset) / t.fs;
         if (height > 1.0) height = 1.0 / height;
         // The octave cost lets the shorter of two periods win a slot...
-        const double strength = height - octavecost * std::log(t.f0min * period) / ln2;
+        const double strength = height - octavecost * logarithm(t.f0min * period) / ln2;
         if (std::isfinite(strength)) keepcandidate(1.0 / period, strength, freqs, strengths);
     }
     // ... and is taken back: the path search is to see the heights alone.
     for (std::size_t s = 0; s < unvoicedslot; ++s)
-        if (freqs[s] != 0.0) strengths[s] += octavecost * std::log(t.f0min / freqs[s]) / ln2;
+        if (freqs[s] != 0.0) strengths[s] += octavecost * logarithm(t.f0min / freqs[s]) / ln2;
 }
 
 // Transition costs on a grid of `perten` frames per 10 ms. A denser grid adds more strengths to a
@@ -238,7 +239,7 @@ struct transitioncosts {
     double operator()(double from, double to) const {
         if (from == 0.0 && to == 0.0) return 0.0;
         if (from == 0.0 || to == 0.0) return voicingchange;
-        return octavejump * std::abs(std::log(to / from) / ln2);
+        return octavejump * std::abs(logarithm(to / from) / ln2);
     }
 };
 
@@ -298,7 +299,7 @@ void samplegaincurve(const double *freqs, const double *gains, double fs, std::s
         const double slope =
             (gains[segment + 1] - gains[segment]) / (freqs[segment + 1] - freqs[segment]);
         const double intercept = gains[segment] - freqs[segment] * slope;
-        response[k] = std::exp((slope * f + intercept) * decibel);
+        response[k] = exponential((slope * f + intercept) * decibel);
     }
 }
 
@@ -335,7 +336,7 @@ double lowestrefined(const double *f0, std::size_t nframes, std::uint32_t iterat
     for (std::size_t k = 0; k < nframes; ++k)
         if (f0[k] >= lowestmodelled) lowest = std::min(lowest, f0[k]);
     if (lowest == largest) return 0.0;
-    const double reached = lowest * std::pow(0.8 * 0.99, iterations);  // a margin for rounding
+    const double reached = lowest * power(0.8 * 0.99, iterations);  // a margin for rounding
     return std::min(lowest, std::max(reached, f0min));
 }
 
@@ -509,12 +510,12 @@ int refinepitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, s
 
 int f02logf0(std::uint32_t nframes, double *track) {
     for (std::size_t k = 0; k < nframes; ++k)
-        track[k] = track[k] > 0.0 ? std::log(track[k]) : unvoicedlog;
+        track[k] = track[k] > 0.0 ? logarithm(track[k]) : unvoicedlog;
     return 0;
 }
 
 int logf02f0(std::uint32_t nframes, double *track) {
     for (std::size_t k = 0; k < nframes; ++k)
-        track[k] = track[k] > unvoicedlog ? std::exp(track[k]) : 0.0;
+        track[k] = track[k] > unvoicedlog ? exponential(track[k]) : 0.0;
     return 0;
 }

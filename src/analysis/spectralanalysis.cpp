@@ -141,7 +141,7 @@ struct logpower {
     double scale;
 
     double at(std::size_t k) const {
-        return 0.5 * std::log((power[k] > lowest ? power[k] : lowest) / scale);
+        return 0.5 * logarithm((power[k] > lowest ? power[k] : lowest) / scale);
     }
     // Whether bin i is above bin j. Powers that differ by less than some ulps can have one
     // logarithm, powers further apart cannot.

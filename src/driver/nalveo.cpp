@@ -22,6 +22,7 @@
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 #include "io/wavm1616io.h"
+#include "numeric/elementary.h"
 #include "numeric/windowing.h"
 
 namespace {
@@ -442,7 +443,7 @@ double gaussrand() {
         e2 = 2.0 * random.next() / largest - 1.0;
         s = u1 * u1 + e2 * e2;
     } while (s >= 1.0);
-    const double f = std::sqrt(-2.0 * std::log(s) / s);
+    const double f = std::sqrt(-2.0 * logarithm(s) / s);
     flag = true;
     return u1 * f * f;
 }

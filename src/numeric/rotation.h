@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include <cmath>
+#include "numeric/elementary.h"
 
 constexpr double pi = 3.141592653589793;
 constexpr double twopi = 6.283185307179586;
@@ -22,4 +22,4 @@ struct phasor {
 };
 
 /// Unit phasor of an angle in radians: (cos angle, sin angle).
-inline phasor unitphasor(double angle) { return {std::cos(angle), std::sin(angle)}; }
+inline phasor unitphasor(double angle) { return {cosine(angle), sine(angle)}; }

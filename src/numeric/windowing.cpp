@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "numeric/elementary.h"
 #include "numeric/rotation.h"
 
 namespace {
@@ -16,14 +17,15 @@ namespace {
 template <class Use>
 void halfperiod(std::uint32_t length, Use use) {
     const double step = twopi / (length - 1);
-    const double versine = 2.0 * std::sin(0.5 * step) * std::sin(0.5 * step);
-    const double sine = std::sin(step);
+    const double half = sine(0.5 * step);
+    const double versine = 2.0 * half * half;
+    const double turn = sine(step);
     double c = 1.0;
     double s = 0.0;
     for (std::uint32_t n = 0; n <= (length - 1) / 2; ++n) {
         use(n, c, s);
-        const double turned = c - (versine * c + sine * s);
-        s -= versine * s - sine * c;
+        const double turned = c - (versine * c + turn * s);
+        s -= versine * s - turn * c;
         c = turned;
     }
 }
