@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const int lframe = wholeoption(input, 40, 400), ccord = wholeoption(input, 0, 50);
     // A frame takes milliseconds under the sanitizers, so there are few.
     const auto n = input.ConsumeIntegralInRange<std::uint32_t>(
-        1, static_cast<std::uint32_t>(10 * std::clamp(lframe, 1, 400)));
+        1, static_cast<std::uint32_t>(6 * std::clamp(lframe, 1, 400)));
     const int f0load = input.ConsumeIntegralInRange(0, 1);
     std::vector<std::string> arguments{"nalveo16",
                                        wave.path(),
@@ -101,13 +101,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                                        "--htsscale=" + std::to_string(wholeoption(input, 0, 1)),
                                        "--f0load=" + std::to_string(f0load),
                                        "--alpha=" + written(realoption(input, -0.99, 0.99)),
-                                       "--f0min=" + written(realoption(input, 30.0, 600.0)),
+                                       "--f0min=" + written(realoption(input, 50.0, 600.0)),
                                        "--f0max=" + written(realoption(input, 30.0, 9000.0))};
     if (f0load != 0) {
         const auto loaded = input.ConsumeIntegralInRange<std::size_t>(0, 80);
         std::string track;
         for (std::size_t k = 0; k < loaded; ++k)
-            track += littleendian(static_cast<float>(realoption(input, 3.4, 9.2)));
+            track += littleendian(static_cast<float>(realoption(input, 4.0, 9.2)));
         f0.put(track);
     }
     wave.put(wavbytes(signalof(input, n)));
