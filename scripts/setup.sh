@@ -4,16 +4,24 @@
 #   scripts/setup.sh        compiler, CMake, Ninja, GoogleTest: enough for the program and its tests
 #   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation and
 #                           Google Benchmark: what .ci/run and the presets clang, bench and fuzz need
+#   scripts/setup.sh package  what building the Debian packages needs
+#   scripts/setup.sh people   also what the companion tools need, and what they, the packages and
+#                           the documentation are checked with: scripts/ci-package.sh
 #
 # Asks nothing, and leaves apt alone when all is there, so that it works without a network then.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libgtest-dev)
+people=(parallel sox libsox-fmt-base python3 python3-numpy python3-matplotlib man-db lintian sptk
+    octave shellcheck codespell aspell aspell-en mandoc zsh bash-completion munge slurmctld slurmd
+    slurm-client)
 case "${1-}" in
 '') ;;
 full) packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev) ;;
+package) packages=(g++ cmake ninja-build dpkg-dev file) ;;
+people) packages=(g++ cmake ninja-build dpkg-dev file "${people[@]}") ;;
 *)
-    echo "usage: $0 [full]" >&2
+    echo "usage: $0 [full | package | people]" >&2
     exit 2
     ;;
 esac

@@ -1,0 +1,117 @@
+# What `cmake --install` puts where, and the Debian packages that CPack makes of it.
+#
+# Two components: `program` (the analyser, its companions, their documentation) and `development`
+# (the library with its headers and its CMake package). They become the packages nalveo16 and
+# libnalveo-dev.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(packaging ${CMAKE_CURRENT_LIST_DIR})
+
+# Debian wants manual pages and changelogs compressed, without a time stamp.
+find_program(NALVEO_GZIP gzip REQUIRED)
+set(compressed)
+function(nalveo_compress source name)
+    set(target ${CMAKE_CURRENT_BINARY_DIR}/compressed/${name}.gz)
+    add_custom_command(OUTPUT ${target}
+        COMMAND ${NALVEO_GZIP} -9 -n -c ${source} > ${target}
+        DEPENDS ${source} VERBATIM)
+    set(compressed ${compressed} ${target} PARENT_SCOPE)
+endfunction()
+file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/compressed)
+set(manpages nalveo16 nalveo16-plot nalveo16-corpus)
+foreach(page IN LISTS manpages)
+    nalveo_compress(${PROJECT_SOURCE_DIR}/man/${page}.1 ${page}.1)
+endforeach()
+nalveo_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog)
+nalveo_compress(${packaging}/changelog.Debian changelog.Debian)
+add_custom_target(nalveocompressed ALL DEPENDS ${compressed})
+
+# The program and what people touch around it.
+set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
+install(TARGETS nalveo16 COMPONENT program)
+install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus
+    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
+foreach(page IN LISTS manpages)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/compressed/${page}.1.gz
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+endforeach()
+install(FILES completions/nalveo16 completions/nalveo16-plot completions/nalveo16-corpus
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT program)
+# Below /usr, packages have a folder of zsh's for themselves; elsewhere there is one for the site.
+install(CODE [[
+    set(zshfolder site-functions)
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(zshfolder vendor-completions)
+    endif()]] COMPONENT program)
+install(FILES completions/_nalveo16
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/\${zshfolder} COMPONENT program)
+install(FILES README.md DESTINATION ${package} COMPONENT program)
+install(DIRECTORY docs DESTINATION ${package} COMPONENT program PATTERN words.txt EXCLUDE)
+install(DIRECTORY examples DESTINATION ${package} COMPONENT program USE_SOURCE_PERMISSIONS)
+
+# The library. Its headers name each other from the include folder, as in "numeric/dft.h".
+set_target_properties(nalveocore PROPERTIES OUTPUT_NAME nalveo EXPORT_NAME nalveo)
+install(TARGETS nalveocore EXPORT nalveo COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo)
+install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo COMPONENT development
+    FILES_MATCHING PATTERN "*.h")
+set(cmakefolder ${CMAKE_INSTALL_LIBDIR}/cmake/nalveo)
+install(EXPORT nalveo NAMESPACE nalveo:: FILE nalveoConfig.cmake
+    DESTINATION ${cmakefolder} COMPONENT development)
+write_basic_package_version_file(nalveoConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nalveoConfigVersion.cmake
+    DESTINATION ${cmakefolder} COMPONENT development)
+# A package's archive carries no notes of the compiler: they serve nobody and differ by compiler.
+install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug --enable-deterministic-archives
+            --remove-section=.comment --remove-section=.note
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libnalveo.a\"
+            COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT development)
+
+# Licence and changelog go with each package.
+foreach(component program development)
+    if(component STREQUAL "development")
+        set(package ${CMAKE_INSTALL_DATADIR}/doc/libnalveo-dev)
+    endif()
+    install(FILES ${packaging}/copyright ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.gz
+        ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.Debian.gz
+        DESTINATION ${package} COMPONENT ${component})
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PACKAGE_CONTACT "The nalveo16 authors <nalveo16@authors.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech analyser for vocoders and statistical synthesis")
+set(CPACK_COMPONENTS_ALL program development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME nalveo16)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS python3)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "parallel, python3-matplotlib, python3-numpy, sox")
+set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
+    "Reads mono 16 kHz 16-bit WAV files and writes, for every frame, the logarithm
+of the fundamental frequency, a mel-warped cepstrum of the spectral envelope
+(by one of five methods) and the maximum voiced frequency, as headerless
+sequences of 32-bit floats.
+.
+With it come nalveo16-plot, which draws the results over the spectrogram, and
+nalveo16-corpus, which runs whole collections of recordings in parallel.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnalveo-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "g++ | c++-compiler")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "The routines of the speech analyser nalveo16 as a static library with headers
+and a CMake package: pitch tracking and refinement, maximum voiced frequency
+and mel-warped cepstra of a program's own sample buffers.")
+include(CPack)
