@@ -1,0 +1,15 @@
+#!/bin/bash
+#SBATCH --job-name=nalveo16
+#SBATCH --array=1-8
+#SBATCH --cpus-per-task=1
+#SBATCH --output=nalveo16-%A_%a.log
+
+# A corpus as an array job: each task does its slice, on as many cores as it is given.
+#
+#   sbatch corpus.sh IN_DIR OUT_DIR [options of nalveo16-corpus] [-- options of nalveo16]
+#
+# The array must count from 1; its length is free: sbatch --array=1-100 corpus.sh ...
+# Both folders must be seen by all nodes. The same command goes on after failures and time limits.
+
+exec nalveo16-corpus "$1" "$2" --slice "$SLURM_ARRAY_TASK_ID/$SLURM_ARRAY_TASK_COUNT" \
+    --jobs "${SLURM_CPUS_PER_TASK:-1}" "${@:3}"
