@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Draws the pictures of README and docs anew from the sample recording, into docs/ or the folder
+# that is named. Needs nalveo16 and its companions on the path.
+set -euo pipefail
+folder=$(realpath -- "${1:-$(dirname "${BASH_SOURCE[0]}")/../docs}")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+nalveo16-plot examples/sample.wav -o "$folder/speech.png"
+nalveo16-plot examples/sample.wav -o "$folder/envelopes.png" --frame 0.9 --compare
+# A palette makes them several times smaller; maximum coverage keeps the colours of the lines.
+/usr/bin/python3 - "$folder"/{speech,envelopes}.png <<'END'
+import sys
+from PIL import Image
+for name in sys.argv[1:]:
+    image = Image.open(name).convert("RGB")
+    image.quantize(256, Image.Quantize.MAXCOVERAGE).save(name, optimize=True)
+END
