@@ -45,7 +45,7 @@ def noise():
 
 def colours(path):
     pixels = (255 * matplotlib.image.imread(path)[:, :, :3]).round().astype(int)
-    return {f"#{r:02X}{g:02X}{b:02X}" for r, g, b in np.unique(pixels.reshape(-1, 3), axis=0)}
+    return {f"#{pixel:06X}" for pixel in np.unique(pixels @ (65536, 256, 1))}
 
 
 class PlotTest(unittest.TestCase):

@@ -1,0 +1,138 @@
+#!/usr/bin/python3
+"""README, docs and manual pages: what they tell people to type works and prints what they say."""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import wave
+
+SOURCE = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
+# Where a command is run that would be out of place here, such as one that installs or builds.
+ELSEWHERE = re.compile(r"<!-- run by (\S+) -->\s*\Z")
+INTERPRETERS = {"sh": ["bash", "-euc"], "python": [sys.executable, "-c"],
+                "octave": ["octave-cli", "--quiet", "--eval"]}
+
+
+def text(*path):
+    with open(os.path.join(SOURCE, *path), encoding="utf-8") as file:
+        return file.read()
+
+
+def blocks(document):
+    """(language, content, what follows it) of every fenced block, None for those run elsewhere."""
+    fences = list(re.finditer(r"^```(\w+)\n(.*?)^```$", document, re.M | re.S))
+    for number, fence in enumerate(fences):
+        elsewhere = ELSEWHERE.search(document[:fence.start()])
+        following = fences[number + 1] if number + 1 < len(fences) else None
+        output = None
+        if following and following[1] == "text" and following.start() == fence.end() + 1:
+            output = following[2]
+        yield fence[1], fence[2], output, elsewhere and elsewhere[1]
+
+
+def prepare(folder):
+    """A recording, a numbered series and two collections, as a reader would have them."""
+    shutil.copytree(os.path.join(SOURCE, "examples"), os.path.join(folder, "examples"))
+    with wave.open(os.path.join(SOURCE, "examples/sample.wav")) as file:
+        samples = file.readframes(file.getnframes())
+
+    def write(name, start, length, channels=1, rate=16000):
+        path = os.path.join(folder, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with wave.open(path, "wb") as file:
+            file.setparams((channels, 2, rate, 0, "NONE", ""))
+            file.writeframes(samples[2 * start:2 * (start + length)])
+    write("speech.wav", 0, len(samples) // 2)
+    for index in range(1, 13):
+        write(f"utt{index:03}.wav", 2000 * index, 8000)
+    for index in range(3):
+        write(f"corpus/a/{index}.wav", 9000 * index, 9000)
+    write("mixed/plain.wav", 0, 8000)
+    write("stereo.wav", 0, 40000, channels=2)
+    write("mixed/wide.wav", 0, 40000, rate=44100)
+    for name in ("studio", "music"):
+        subprocess.run(["sox", "mixed/wide.wav", name + ".flac"], cwd=folder, check=True)
+
+
+class DocsTest(unittest.TestCase):
+    def run_document(self, name, document):
+        with tempfile.TemporaryDirectory(prefix="nalveo16-docs.") as folder:
+            prepare(folder)
+            for language, content, expected, elsewhere in blocks(document):
+                if elsewhere:
+                    for line in filter(None, content.splitlines()):
+                        self.assertIn(re.sub(r"\s+#.*", "", line), text(elsewhere), name)
+                    continue
+                if language == "console":
+                    lines = content.splitlines(keepends=True)
+                    content = "".join(line[2:] for line in lines if line.startswith("$ "))
+                    expected = "".join(line for line in lines if not line.startswith("$ "))
+                    language = "sh"
+                if language == "c":
+                    path = os.path.join(folder, re.match(r"/\* (\w+\.c)", content)[1])
+                    with open(path, "w", encoding="utf-8") as file:
+                        file.write(content)
+                if language not in INTERPRETERS:
+                    self.assertIn(language, ("c", "text"), name)
+                    continue
+                run = subprocess.run([*INTERPRETERS[language], content], cwd=folder, text=True,
+                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+                self.assertEqual(run.returncode, 0, f"{name}:\n{content}\n{run}")
+                if expected is not None:
+                    self.assertEqual(run.stdout.strip(), expected.strip(), f"{name}:\n{content}")
+
+    def test_documents(self):
+        names = ["README.md", *("docs/" + name for name in os.listdir(os.path.join(SOURCE, "docs"))
+                                if name.endswith(".md"))]
+        for name in sorted(names):
+            with self.subTest(name):
+                self.run_document(name, text(name))
+
+    def test_manual_pages(self):
+        for name in ("nalveo16", "nalveo16-plot", "nalveo16-corpus"):
+            page = subprocess.run(["man", "-l", os.path.join(SOURCE, "man", name + ".1")],
+                                  env={**os.environ, "MANWIDTH": "200", "LC_ALL": "C"}, check=True,
+                                  stdout=subprocess.PIPE, text=True).stdout
+            examples = re.findall(r"^\.EX\n(.*?)^\.EE$", text("man", name + ".1"), re.M | re.S)
+            code = "\n".join(examples).replace(r"\-", "-").replace(r"\e", "\\").replace(
+                r"\(aq", "'")
+            with self.subTest(name):
+                self.assertNotIn(r"\(", code)
+                self.run_document(name, f"```sh\n{code}\n```\n")
+                # What the companions say they take, their pages explain.
+                if name != "nalveo16":
+                    said = subprocess.run([name, "--help"], stdout=subprocess.PIPE, check=True,
+                                          text=True).stdout
+                    for option in set(re.findall(r"--\w[-\w]*", said)):
+                        self.assertRegex(page, rf"(?<![-\w]){option}\b", name)
+
+    def test_options_and_messages(self):
+        """The analyser's options and messages are all in its page, README and completions."""
+        page = text("man/nalveo16.1").replace(r"\-", "-")
+        explained = set(re.findall(r'^\.BI --(\w+)= ', page, re.M))
+        readme = set(re.findall(r"^\| `(\w+)` \| [-\d.none]+ \|", text("README.md"), re.M))
+        self.assertEqual(explained, readme)
+        self.assertEqual(explained, set(re.findall(r"--(\w+)(?=[\s'])",
+                                                   text("completions/nalveo16"))))
+        self.assertEqual(explained, set(re.findall(r"--(\w+)=-\[", text("completions/_nalveo16"))))
+        # The analyser takes every one of them.
+        for option in explained - {"indlist"}:
+            run = subprocess.run(["nalveo16", "none", "x", "x", f"--{option}=1"], text=True,
+                                 stdout=subprocess.PIPE, check=False)
+            self.assertEqual((run.returncode, run.stdout), (0, "Error: could not open none.\n"))
+        with open(shutil.which("nalveo16"), "rb") as file:
+            messages = re.findall(rb"(?:Error|Warning): [^\n\0]+", file.read())
+        self.assertGreater(len(messages), 10)
+        plain = re.sub(r"^\.\w+ |[\"\\]", "", page, flags=re.M)
+        for message in messages:
+            pattern = re.sub(r"%[^\s]*?[a-z]", "@", message.decode())
+            pattern = re.escape(pattern).replace("@", r"\s*[A-Z]+\s*")
+            self.assertRegex(plain, pattern, "nalveo16.1 lacks a message")
+
+
+if __name__ == "__main__":
+    unittest.main()
