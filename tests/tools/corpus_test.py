@@ -172,6 +172,34 @@ class CorpusTest(unittest.TestCase):
                       f"{len(BAD) - len(MENDED)} failed", said)
         self.assertEqual(results(self.output), results(expected))
 
+    def test_analyser_that_dies(self):
+        """Half a result is none, whether the analyser is killed, crashes or keeps silent."""
+        tool = shutil.copy(shutil.which("nalveo16-corpus"), self.folder)
+        with open(self.folder + "/nalveo16", "w", encoding="ascii") as file:
+            file.write("""#!/bin/bash
+echo half >"$2"; echo half >"$3"
+case $1 in
+*crash.wav) kill -SEGV $$ ;;
+*silent.wav) exit 0 ;;
+*slow.wav) touch "${0%/*}/begun"; sleep 60 ;;
+esac
+""")
+        os.chmod(self.folder + "/nalveo16", 0o755)
+        write(self.input + "/crash.wav", 100)
+        write(self.input + "/silent.wav", 100)
+        command = [tool, self.input, self.output]
+        run = subprocess.run(command, stdout=subprocess.PIPE, check=False, text=True)
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("FAILED crash.wav\n    nalveo16 ended with status 139.", run.stdout)
+        self.assertIn("FAILED silent.wav\n    no results, and no message", run.stdout)
+        write(self.input + "/slow.wav", 100)
+        with subprocess.Popen(command, stdout=subprocess.DEVNULL) as process:
+            while not os.path.exists(self.folder + "/begun"):
+                time.sleep(0.01)
+            process.terminate()
+            self.assertEqual(process.wait(timeout=50), 130)
+        self.assertEqual(results(self.output), {})
+
     def test_slices_and_hosts(self):
         makegood(self.input, 40)
         # Another machine: this one, by a stand-in for ssh that keeps the environment back.
