@@ -14,7 +14,6 @@
 #include "numeric/matvect.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
-#include "numeric/sums.h"
 #include "numeric/vectors.h"
 #include "numeric/windowing.h"
 

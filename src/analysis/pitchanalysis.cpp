@@ -16,7 +16,6 @@
 #include "numeric/elementary.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
-#include "numeric/sums.h"
 #include "numeric/vectors.h"
 #include "numeric/windowing.h"
 

@@ -8,7 +8,6 @@
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
 #include "numeric/rotation.h"
-#include "numeric/sums.h"
 #include "numeric/vectors.h"
 #include "numeric/windowing.h"
 

@@ -1,5 +1,4 @@
-/// What the elements (lanes) of a vector do among themselves: their sum, and phasors that run side
-/// by side, one in each lane.
+/// Phasors that run side by side, one in each element (lane) of a vector.
 
 #pragma once
 
@@ -7,16 +6,6 @@
 
 #include "numeric/rotation.h"
 #include "numeric/vectors.h"
-
-/// Smallest multiple of the vector length that is not below n.
-constexpr std::size_t wholevectors(std::size_t n) {
-    return (n + vectorlength - 1) / vectorlength * vectorlength;
-}
-
-/// Sum of the eight lanes, always in the same order: halves, then quarters, then the last two.
-[[gnu::always_inline]] inline double vectorsum(const vector &v) {
-    return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7]));
-}
 
 /// Eight points of the complex plane.
 struct phasorlanes {

@@ -310,8 +310,8 @@ struct levinsonarrays {
         evensum += vectorload(mem.even + i) * (near + far);
         oddsum += vectorload(mem.odd + i) * (near - far);
     }
-    const vector evenstep = vector{} + (re - vectorsum(evensum));
-    const vector oddstep = vector{} + (im - vectorsum(oddsum));
+    const vector evenstep = vector{} + (re - sumof(evensum));
+    const vector oddstep = vector{} + (im - sumof(oddsum));
     vector weight = {0.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
     for (std::size_t i = 0; i <= j; i += vectorlength) {
         const vector a = vectorload(x + i);
@@ -351,7 +351,7 @@ struct levinsonarrays {
             vectorstore(y + i, b * g + a * h);
             sum += next * vectorload(row + i);
         }
-        e = vectorsum(sum);
+        e = sumof(sum);
         if (m % 2 != 0) continue;
         const std::size_t j = m / 2;
         widensolution(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j], im[j]);

@@ -27,6 +27,26 @@ using vector [[gnu::vector_size(vectorlength * sizeof(double))]] = double;
     std::memcpy(target, &v, sizeof v);
 }
 
+/// Smallest multiple of the vector length that is not below n.
+constexpr std::size_t wholevectors(std::size_t n) {
+    return (n + vectorlength - 1) / vectorlength * vectorlength;
+}
+
+/// Sum of the eight elements, always in the same order: halves, then quarters, then the last two.
+[[gnu::always_inline]] inline double sumof(const vector &v) {
+    return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7]));
+}
+
+/// Sum of n doubles, by eight partial sums.
+[[gnu::always_inline]] inline double sumof(const double *x, std::size_t n) {
+    vector partial{};
+    std::size_t i = 0;
+    for (; i + vectorlength <= n; i += vectorlength) partial += vectorload(x + i);
+    double sum = sumof(partial);
+    for (; i < n; ++i) sum += x[i];
+    return sum;
+}
+
 namespace vectordetail {
 
 #if defined(__x86_64__)
