@@ -1,6 +1,6 @@
-// Times the analyses of a whole recording, in memory: single stages, and the chains that the program
-// runs. Prints CPU seconds per second of audio, the least of the repetitions, beside what the code
-// aims at.
+// Times the analyses of a whole recording, in memory: single stages, and the chains that the
+// program runs. Prints CPU seconds per second of audio, the least of the repetitions, beside what
+// the code aims at.
 //
 //   chain_bench [FILE.wav] [--benchmark_repetitions=5] [--benchmark_filter=REGEX]
 //

@@ -303,7 +303,8 @@ void samplegaincurve(const double *freqs, const double *gains, double fs, std::s
 }
 
 // Turns a sampled response, bins 0 .. nt / 2, into that of a filter of nt / 2 + 1 taps: the impulse
-// response is cut to nt / 4 taps either side of tap 0 and tapered by the halves of a Hamming window.
+// response is cut to nt / 4 taps either side of tap 0 and tapered by the halves of a Hamming
+// window.
 void truncateresponse(std::size_t nt, double *response) {
     const auto size = static_cast<std::int32_t>(nt);
     const std::size_t reach = nt / 4;
