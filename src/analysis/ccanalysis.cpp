@@ -39,7 +39,7 @@ methodentry findmethod(std::uint8_t ccmeth) {
 // Transform size by sample rate, raised where three periods of the lowest f0 need more.
 std::uint32_t transformsize(double fs, std::uint32_t noisewindow, double f0min) {
     std::uint32_t size = 512;
-    for (double rate = 8000.0; fs > rate && rate <= 128000.0; rate *= 2.0) size *= 2;
+    for (std::uint32_t rate = 8000; fs > rate && rate <= 128000; rate *= 2) size *= 2;
     if (fs > 128000.0) size = 0;
     const std::uint32_t longest = std::max(getwinlengthnperiodsodd(3.0, f0min, fs), noisewindow);
     return std::max(size, getwinlengthceilpot2(longest));
@@ -241,20 +241,20 @@ bool fitcepstrum(const double *levels, std::uint32_t k, const double *freqs, std
     return choleskysolve(ccord + 1, mem.normal, mem.stride, out) != 0.0;
 }
 
-// Discrete cepstrum of a voiced frame. With an array for measured frequencies the quasi-harmonic
-// model finds them, else the harmonics are multiples of f0. Returns false when the frame is
-// unvoiced or cannot be modelled.
-bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, double *levels,
-                  double *freqs, std::uint32_t ccord, double *out, hamem *record, double fs,
-                  double f0, double alpha) {
+// Discrete cepstrum of a voiced frame. The quasi-harmonic model finds the frequencies of the
+// harmonics, else they are multiples of f0. Levels and frequencies use the halves of the buffer.
+// Returns false when the frame is unvoiced or cannot be modelled.
+bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
+                  double *buffer, bool quasi, std::uint32_t ccord, double *out, hamem *record,
+                  double fs, double f0, double alpha) {
     if (!(f0 > 0.0)) return false;
     const std::uint32_t k = hanoharms(fs, fs, f0);
+    double *const freqs = buffer + nfft;
     const int failed =
-        freqs != nullptr
-            ? getsqharmonics(x, nsamples, centre, k, levels, nullptr, freqs, record, fs, f0)
-            : getharmonics(x, nsamples, centre, k, levels, nullptr, record, fs, f0);
-    return failed == 0 && loglevels(levels, k, f0) &&
-           fitcepstrum(levels, k, freqs, ccord, out, record, fs, f0, alpha);
+        quasi ? getsqharmonics(x, nsamples, centre, k, buffer, nullptr, freqs, record, fs, f0)
+              : getharmonics(x, nsamples, centre, k, buffer, nullptr, record, fs, f0);
+    return failed == 0 && loglevels(buffer, k, f0) &&
+           fitcepstrum(buffer, k, quasi ? freqs : nullptr, ccord, out, record, fs, f0, alpha);
 }
 
 }  // namespace
@@ -376,7 +376,7 @@ int getharmmcep(const double *x, std::uint32_t nsamples, std::uint32_t centre, s
 int getharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
                double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
                double f0, double alpha) {
-    if (harmonics2cc(x, nsamples, centre, buffer, nullptr, ccord, out, memory->harmonic, fs, f0,
+    if (harmonics2cc(x, nsamples, centre, nfft, buffer, false, ccord, out, memory->harmonic, fs, f0,
                      alpha))
         return 0;
     return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
@@ -385,8 +385,8 @@ int getharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, st
 int getqharmrdc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std::uint32_t nfft,
                 double *buffer, std::uint32_t ccord, double *out, ccmem *memory, double fs,
                 double f0, double alpha) {
-    if (harmonics2cc(x, nsamples, centre, buffer, buffer + nfft, ccord, out, memory->harmonic, fs,
-                     f0, alpha))
+    if (harmonics2cc(x, nsamples, centre, nfft, buffer, true, ccord, out, memory->harmonic, fs, f0,
+                     alpha))
         return 0;
     return noise2cc(x, nsamples, centre, nfft, buffer, ccord, out, memory, fs, alpha);
 }

@@ -259,7 +259,7 @@ std::size_t matchharmonics(const bandframe &frame, double fs, fvscratch &scratch
     std::size_t count = 0;
     auto bin = static_cast<std::uint32_t>(
         std::min(std::ceil(0.5 * frame.f0 / frame.spacing), static_cast<double>(frame.nfft)));
-    for (double h = 1.0; (h + 0.5) * frame.f0 < fs / 2.0; h += 1.0) {
+    for (std::uint32_t h = 1; (h + 0.5) * frame.f0 < fs / 2.0; ++h) {
         const double edge = (h + 0.5) * frame.f0;
         const auto to = static_cast<std::uint32_t>(std::ceil(edge / frame.spacing));
         const spectralpeak peak =
