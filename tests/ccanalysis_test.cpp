@@ -125,6 +125,24 @@ TEST_F(mcepmethods, aretransformsoftheirenvelopes) {
     }
 }
 
+TEST_F(mcepmethods, warpasccwarpdoes) {
+    const std::unique_ptr<ccmem, int (*)(ccmem *)> mem(ccmeminitialize(401, 1024, 4, testfs, 60),
+                                                       ccmemdestroy);
+    reals c = directcepstrum(logspectrum(1024, 200, getseevoclogspectrum), 513);
+    c[0] /= 2;
+    c[512] /= 2;
+    // One record for all: its matrix must follow; an order above the cepstrum's does without.
+    for (const auto &[p, alpha] : {std::pair(39u, 0.42), std::pair(39u, -0.3), std::pair(22u, -0.3),
+                                   std::pair(1200u, 0.42)}) {
+        reals buffer(1024 + 1201), row(p + 1), wanted(p + 1), scratch(p + 1);
+        getseemcep(x.data(), 4000, 2000, 1024, buffer.data(), p, row.data(), mem.get(), testfs, 200,
+                   alpha);
+        ASSERT_EQ(ccwarp(c.data(), 512, wanted.data(), p, scratch.data(), alpha), 0);
+        wanted[0] *= 2;
+        for (std::size_t i = 0; i <= p; ++i) ASSERT_NEAR(row[i], wanted[i], 1e-11) << i;
+    }
+}
+
 TEST(rdcmethods, agreewithadensefit) {
     reals x(4000);
     for (int k = 1; k < 50; ++k)
