@@ -4,6 +4,10 @@
 # those of a plain run. Ends what it started.
 set -euo pipefail
 source=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
+if ! mountpoint -q /sys/fs/cgroup; then
+    echo "slurm: slurmd does not start without /sys/fs/cgroup" >&2
+    exit 77
+fi
 scratch=$(mktemp -d)
 pids=()
 finish() {
