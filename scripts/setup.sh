@@ -19,7 +19,7 @@ case "${1-}" in
 '') ;;
 full) packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev) ;;
 package) packages=(g++ cmake ninja-build dpkg-dev file) ;;
-people) packages=(g++ cmake ninja-build dpkg-dev file "${people[@]}") ;;
+people) packages+=(dpkg-dev file "${people[@]}") ;;
 *)
     echo "usage: $0 [full | package | people]" >&2
     exit 2
