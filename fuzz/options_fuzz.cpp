@@ -34,11 +34,6 @@ bool expected(const char *text, int *value) {
 
 bool expected(const char *text, double *value) { return std::sscanf(text, "%lf", value) == 1; }
 
-bool expected(const char *text, std::string *value) {
-    *value = text;
-    return true;
-}
-
 int search(std::uint32_t count, char **list, const char *name, int *value) {
     return searchintparam(count, list, name, value);
 }
@@ -47,14 +42,7 @@ int search(std::uint32_t count, char **list, const char *name, double *value) {
     return searchdoubleparam(count, list, name, value);
 }
 
-int search(std::uint32_t count, char **list, const char *name, std::string *value) {
-    const char *const text = searchstringparam(count, list, name);
-    if (text != nullptr) *value = text;
-    return text != nullptr ? 0 : -1;
-}
-
 bool same(double a, double b) { return a == b || (a != a && b != b); }
-bool same(const std::string &a, const std::string &b) { return a == b; }
 
 template <class Value>
 void searchone(std::vector<std::string> &arguments, const char *name) {
@@ -94,6 +82,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     searchone<double>(arguments, "alpha");
     searchone<int>(arguments, "lframe");
     searchone<int>(arguments, "zfill");
-    searchone<std::string>(arguments, "indlist");
     return 0;
 }
