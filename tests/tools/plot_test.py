@@ -143,7 +143,7 @@ class PlotTest(unittest.TestCase):
                 (("--mcc", "none", *fits), 1, "could not read none"),
                 (("--frame", "3"), 1, "there is no frame at 3 s"),
                 (("--span", "2.8", "3"), 1, "there is nothing to draw from 2.8 s on"),
-                (("--ccord=5000",), 1, "nalveo16 says: Error: ccord must be at most 4095."),
+                (("--ccord=5000",), 1, "nalveo16 says: Error: ccord is 5000, but must be from 0 to 511."),
                 (("--mcc", "c", "--ccmeth=2"), 2, "--ccmeth has no effect"),
                 (("--alpha=1",), 2, "alpha between -1 and 1")):
             run = self.run_plot("sample.wav", *arguments)
