@@ -14,6 +14,7 @@
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
 #include "analysis/spectralanalysis.h"
+#include "numeric/aligned.h"
 #include "numeric/dft.h"
 #include "numeric/matvect.h"
 #include "numeric/windowing.h"
@@ -69,6 +70,20 @@ void fft(benchmark::State &state) {
     }
 }
 BENCHMARK(fft)->Arg(1024)->Arg(2048);
+
+void realfft(benchmark::State &state) {
+    const auto n = static_cast<std::int32_t>(state.range(0));
+    const auto size = static_cast<std::size_t>(n);
+    const reals signal = noise(size);
+    alignedreals x(signal.begin(), signal.end()), re(size / 2 + 1), im(size / 2 + 1);
+    for (auto _ : state) {
+        fftreal(n, x.data(), re.data(), im.data());
+        ifftreal(n, re.data(), im.data(), x.data());
+        for (double &v : x) v /= n;
+        keep(x.data());
+    }
+}
+BENCHMARK(realfft)->Arg(1024)->Arg(2048);
 
 void autocorrelationframe(benchmark::State &state) {
     const reals x = noise(2048);
