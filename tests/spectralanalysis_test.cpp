@@ -140,4 +140,14 @@ TEST(envelopes, haveafloorinsilence) {
         }
 }
 
+TEST(cepstrum, isthatofthedirectsum) {
+    const std::unique_ptr<namem, int (*)(namem *)> mem(nameminitialize(13, 16), namemdestroy);
+    reals levels = whitenoise(16, 1.0, 4);
+    complexes mirrored(16);
+    for (std::size_t k = 0; k < 16; ++k) mirrored[k] = levels[std::min(k, 16 - k)];
+    EXPECT_EQ(getrealcepstrum(16, levels.data(), mem.get()), 0);
+    const complexes wanted = naivedft(mirrored);
+    for (std::size_t q = 0; q <= 8; ++q) EXPECT_NEAR(levels[q], wanted[q].real() / 16, 1e-15);
+}
+
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
-#include "numeric/dft.h"
 #include "numeric/elementary.h"
 #include "numeric/lanes.h"
 #include "numeric/matvect.h"
@@ -198,10 +197,7 @@ void warpcepstrum(const double *c, std::uint32_t m, std::uint32_t nfft, double *
 void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::uint32_t ccord,
                     double *out, ccmem *memory, double alpha) {
     double *const scratch = buffer + nfft;
-    const double scale = 1.0 / nfft;
-    for (std::size_t k = 0; k < nfft; ++k) buffer[k] *= scale;
-    std::fill(scratch, scratch + nfft, 0.0);
-    ifftr(static_cast<std::int32_t>(nfft), buffer, scratch);
+    getrealcepstrum(nfft, buffer, memory->noise);
     // The warping works on the one-sided cepstrum, in which all but the ends stand for two.
     buffer[nfft / 2] *= 0.5;
     buffer[0] *= 0.5;

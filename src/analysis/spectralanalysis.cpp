@@ -285,3 +285,13 @@ int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     mirror(spectrum, nfft);
     return 0;
 }
+
+int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record) {
+    const std::size_t half = nfft / 2;
+    const double scale = 1.0 / nfft;
+    for (std::size_t k = 0; k <= half; ++k) record->real[k] = spectrum[k] * scale;
+    std::fill(record->imag, record->imag + half + 1, 0.0);
+    ifftreal(static_cast<std::int32_t>(nfft), record->real, record->imag, record->frame);
+    std::copy(record->frame, record->frame + half + 1, spectrum);
+    return 0;
+}

@@ -80,3 +80,12 @@ int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
 /// Everything else is as for getsignallogspectrum.
 int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
                          std::uint32_t nfft, double *spectrum, namem *record, double fs, double f0);
+
+/// Turns a log spectrum into its real cepstrum, in place.
+///
+/// \param[in]     nfft      transform size, that of the record
+/// \param[in,out] spectrum  [nfft] log spectrum, of which bins 0 .. nfft / 2 are read; afterwards
+///                          entry q, 0 .. nfft / 2, is the cepstrum at quefrency q
+/// \param[in,out] record    scratch
+/// \return 0 always
+int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record);
