@@ -146,17 +146,23 @@ bool checkoption(bool allowed, const char *name, Number value, const std::string
     return allowed;
 }
 
-// Says which option's value cannot be computed with, and returns false then. Comparisons are so
-// that not-a-number fails them.
-bool checkoptions(const settings &set) {
-    const double f0min = set.f0min, f0max = set.f0max, alpha = set.alpha;
+// Both say which option's value cannot be computed with, and return false then. The first looks at
+// what would leave nothing to compute, the second at what would compute without end or sense.
+// Comparisons are such that not-a-number fails them.
+bool checksizes(const settings &set) {
     return checkoption(set.lframe >= 1, "lframe", set.lframe, "at least 1") &&
-           checkoption(set.ccord >= 0 && set.ccord <= highestorder, "ccord", set.ccord,
+           checkoption(set.ccord >= 0, "ccord", set.ccord, "from 0 to " + written(highestorder));
+}
+
+bool checklimits(const settings &set) {
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    const double f0min = set.f0min, f0max = set.f0max, alpha = set.alpha;
+    return checkoption(set.ccord <= highestorder, "ccord", set.ccord,
                        "from 0 to " + written(highestorder)) &&
            checkoption(alpha > -1.0 && alpha < 1.0, "alpha", alpha, "above -1 and below 1") &&
-           checkoption(std::isfinite(f0min) && (f0min <= 0.0 || f0min >= lowestsearched), "f0min",
+           checkoption(f0min <= 0.0 || (f0min >= lowestsearched && f0min < infinite), "f0min",
                        f0min, "at least " + written(lowestsearched) + ", or 0 or less for 60") &&
-           checkoption(std::isfinite(f0max), "f0max", f0max, "a finite number") &&
+           checkoption(f0max < infinite, "f0max", f0max, "a finite number") &&
            checkoption(set.cctimeit >= 0, "cctimeit", set.cctimeit, "at least 0");
 }
 
@@ -352,11 +358,12 @@ int nalveomain(int argc, char **argv) {
         std::puts("Error: bad formatted indlist.");
         return failurestatus;
     }
-    if (!checkoptions(set)) return failurestatus;
+    if (!checksizes(set)) return failurestatus;
     if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
         argcerror(program);
         return failurestatus;
     }
+    if (!checklimits(set)) return failurestatus;
     const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
     if (set.indlist == nullptr) return analyseguarded(set, names);
     return checkindexfields(names) ? analyseseries(set, names) : failurestatus;
