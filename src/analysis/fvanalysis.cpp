@@ -200,8 +200,8 @@ struct quotient {
     vector w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
     for (std::size_t k = nterms - 2; k-- > 0;) w = w * d2 + lineseries[k];
     const vector denominator = t * (1.0 - t * t);
-    return {denominator == 0.0 ? w : w * d * (1.0 - d2),
-            denominator == 0.0 ? vector{} + 1.0 : denominator};
+    const vectormask pole = denominator == 0.0;
+    return {choose(pole, w, w * d * (1.0 - d2)), choose(pole, vectorof(1.0), denominator)};
 }
 
 // Bin `lane` of a vector is at stride lane; the split layout is read to the end of the vector.
@@ -212,7 +212,7 @@ template <std::size_t stride>
     } else {
         vector v{};
         for (std::size_t lane = 0; lane < std::min(count, vectorlength); ++lane)
-            v[lane] = x[stride * lane];
+            v.set(lane, x[stride * lane]);
         return v;
     }
 }
@@ -221,7 +221,7 @@ template <std::size_t stride>
 [[gnu::always_inline]] inline void linekernel(const double *re, const double *im,
                                               const spectralline *line, std::size_t from,
                                               std::size_t count, linesums *sums) {
-    constexpr vector lanes = {0, 1, 2, 3, 4, 5, 6, 7};
+    constexpr vector lanes = {{0, 1, 2, 3}, {4, 5, 6, 7}};
     vector model2{}, power{}, sumre{}, sumim{};
     for (std::size_t k = 0; k < count; k += vectorlength) {
         const vector u = (lanes + static_cast<double>(from + k)) * line->ratio;
@@ -231,9 +231,9 @@ template <std::size_t stride>
             (direct.numerator * mirror.denominator + mirror.numerator * direct.denominator) /
             (direct.denominator * mirror.denominator);
         const auto inside = lanes < static_cast<double>(count - k);
-        const vector m = inside ? both : vector{};
-        const vector xre = inside ? loadbins<stride>(re + stride * k, count - k) : vector{};
-        const vector xim = inside ? loadbins<stride>(im + stride * k, count - k) : vector{};
+        const vector m = choose(inside, both, vector{});
+        const vector xre = choose(inside, loadbins<stride>(re + stride * k, count - k), vector{});
+        const vector xim = choose(inside, loadbins<stride>(im + stride * k, count - k), vector{});
         model2 += m * m;
         power += xre * xre + xim * xim;
         sumre += xre * m;

@@ -596,14 +596,14 @@ struct harmonickernels {
 
     void start(std::size_t lane, const harmonicspan &span) {
         const double d = static_cast<double>(span.from) * spacing - span.frequency;
-        level[lane] = span.level;
-        alpha[lane] = pi * d / f0;
+        level.set(lane, span.level);
+        alpha.set(lane, pi * d / f0);
         const phasor sincstart = unitphasor(alpha[lane]);
-        sinc.re[lane] = sincstart.re;
-        sinc.im[lane] = sincstart.im;
+        sinc.re.set(lane, sincstart.re);
+        sinc.im.set(lane, sincstart.im);
         const phasor taperstart = unitphasor(pi * d / (4.0 * f0));
-        taper.re[lane] = taperstart.re;
-        taper.im[lane] = taperstart.im;
+        taper.re.set(lane, taperstart.re);
+        taper.im.set(lane, taperstart.im);
     }
 };
 
@@ -615,7 +615,7 @@ struct harmonickernels {
     harmonickernels k = *kernels;
     for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
         const vector quotient = k.sinc.im / k.alpha * (1.0 + k.taper.re) / 2.0;
-        vectorstore(rows, k.level * (k.alpha == 0.0 ? vector{} + 1.0 : quotient));
+        vectorstore(rows, k.level * choose(k.alpha == 0.0, vectorof(1.0), quotient));
         k.alpha += k.alphastep;
         k.sinc.rotate(sincstep);
         k.taper.rotate(taperstep);

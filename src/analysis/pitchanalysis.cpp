@@ -88,8 +88,8 @@ struct trackerscratch {
     std::size_t i = 0;
     for (; i + vectorlength <= n; i += vectorlength) {
         const vector d = vectorload(x + i) - offset;
-        const vector magnitude = d < 0.0 ? -d : d;
-        peaks = magnitude > peaks ? magnitude : peaks;
+        const vector magnitude = choose(d < 0.0, -d, d);
+        peaks = choose(peaks < magnitude, magnitude, peaks);
     }
     *peak = 0.0;
     for (std::size_t lane = 0; lane < vectorlength; ++lane) *peak = std::max(*peak, peaks[lane]);

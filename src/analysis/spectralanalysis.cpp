@@ -47,8 +47,8 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
                                                    phasor step, phasor *result) {
     vector re{}, im{}, sumre{}, sumim{};
     for (std::size_t lane = 0; lane < vectorlength; ++lane) {
-        re[lane] = first[lane].re;
-        im[lane] = first[lane].im;
+        re.set(lane, first[lane].re);
+        im.set(lane, first[lane].im);
     }
     const std::size_t n = frame->size();
     std::size_t i = 0;

@@ -178,38 +178,47 @@ template <class Real>
 }
 
 [[gnu::always_inline]] inline vector reversed(const vector &a) {
-    return __builtin_shufflevector(a, a, 7, 6, 5, 4, 3, 2, 1, 0);
+    return {__builtin_shufflevector(a.high, a.high, 3, 2, 1, 0),
+            __builtin_shufflevector(a.low, a.low, 3, 2, 1, 0)};
 }
 
 // Real and imaginary parts of eight interleaved values.
 [[gnu::always_inline]] inline complexvector deinterleaved(const double *x) {
     const vector a = vectorload(x);
     const vector b = vectorload(x + vectorlength);
-    return {__builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15)};
+    return {{__builtin_shufflevector(a.low, a.high, 0, 2, 4, 6),
+             __builtin_shufflevector(b.low, b.high, 0, 2, 4, 6)},
+            {__builtin_shufflevector(a.low, a.high, 1, 3, 5, 7),
+             __builtin_shufflevector(b.low, b.high, 1, 3, 5, 7)}};
 }
 
 [[gnu::always_inline]] inline void interleave(const complexvector &a, double *x) {
-    vectorstore(x, __builtin_shufflevector(a.re, a.im, 0, 8, 1, 9, 2, 10, 3, 11));
-    vectorstore(x + vectorlength, __builtin_shufflevector(a.re, a.im, 4, 12, 5, 13, 6, 14, 7, 15));
+    vectorstore(x, {__builtin_shufflevector(a.re.low, a.im.low, 0, 4, 1, 5),
+                    __builtin_shufflevector(a.re.low, a.im.low, 2, 6, 3, 7)});
+    vectorstore(x + vectorlength, {__builtin_shufflevector(a.re.high, a.im.high, 0, 4, 1, 5),
+                                   __builtin_shufflevector(a.re.high, a.im.high, 2, 6, 3, 7)});
 }
 
-// Transposes 8 x 8 values: pairs of rows exchange single elements, then pairs, then fours.
+// Transposes 4 x 4 values: pairs of rows exchange single elements, then pairs.
+[[gnu::always_inline]] inline void transpose(halfvector &a, halfvector &b, halfvector &c,
+                                             halfvector &d) {
+    const halfvector ab0 = __builtin_shufflevector(a, b, 0, 4, 2, 6);
+    const halfvector ab1 = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+    const halfvector cd0 = __builtin_shufflevector(c, d, 0, 4, 2, 6);
+    const halfvector cd1 = __builtin_shufflevector(c, d, 1, 5, 3, 7);
+    a = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5);
+    b = __builtin_shufflevector(ab1, cd1, 0, 1, 4, 5);
+    c = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7);
+    d = __builtin_shufflevector(ab1, cd1, 2, 3, 6, 7);
+}
+
+// Transposes 8 x 8 values by quarters, two of which change places.
 [[gnu::always_inline]] inline void transpose(vector (&a)[vectorlength]) {
-    vector b[vectorlength];
-    for (std::size_t i = 0; i < 8; i += 2) {
-        b[i] = __builtin_shufflevector(a[i], a[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
-        b[i + 1] = __builtin_shufflevector(a[i], a[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    for (std::size_t i = 0; i < 8; i += 4) {
+        transpose(a[i].low, a[i + 1].low, a[i + 2].low, a[i + 3].low);
+        transpose(a[i].high, a[i + 1].high, a[i + 2].high, a[i + 3].high);
     }
-    for (const std::size_t i : {0u, 1u, 4u, 5u}) {
-        a[i] = __builtin_shufflevector(b[i], b[i + 2], 0, 1, 8, 9, 4, 5, 12, 13);
-        a[i + 2] = __builtin_shufflevector(b[i], b[i + 2], 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-    for (std::size_t i = 0; i < 4; ++i) {
-        b[i] = __builtin_shufflevector(a[i], a[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        b[i + 4] = __builtin_shufflevector(a[i], a[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
-    for (std::size_t i = 0; i < 8; ++i) a[i] = b[i];
+    for (std::size_t i = 0; i < 4; ++i) std::swap(a[i].high, a[i + 4].low);
 }
 
 // Four-point transforms, one per lane: a, b, c, d become bins 0 .. 3.

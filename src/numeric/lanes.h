@@ -22,7 +22,7 @@ struct phasorlanes {
 
 /// The same phasor in every lane.
 [[gnu::always_inline]] inline phasorlanes samephasors(const phasor &z) {
-    return {vector{} + z.re, vector{} + z.im};
+    return {vectorof(z.re), vectorof(z.im)};
 }
 
 /// Phasors 1, z, z^2, .. z^7, each the one before it turned by z.
@@ -31,8 +31,8 @@ struct phasorlanes {
     double re = 1.0;
     double im = 0.0;
     for (std::size_t n = 0; n < vectorlength; ++n) {
-        powers.re[n] = re;
-        powers.im[n] = im;
+        powers.re.set(n, re);
+        powers.im.set(n, im);
         const double turned = re * z.re - im * z.im;
         im = im * z.re + re * z.im;
         re = turned;

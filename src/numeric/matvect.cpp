@@ -310,15 +310,15 @@ struct levinsonarrays {
         evensum += vectorload(mem.even + i) * (near + far);
         oddsum += vectorload(mem.odd + i) * (near - far);
     }
-    const vector evenstep = vector{} + (re - sumof(evensum));
-    const vector oddstep = vector{} + (im - sumof(oddsum));
-    vector weight = {0.5, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    const vector evenstep = vectorof(re - sumof(evensum));
+    const vector oddstep = vectorof(im - sumof(oddsum));
+    vector weight = {{0.5, 1.0, 1.0, 1.0}, {1.0, 1.0, 1.0, 1.0}};
     for (std::size_t i = 0; i <= j; i += vectorlength) {
         const vector a = vectorload(x + i);
         const vector b = vectorload(y + i);
         vectorstore(mem.even + i, vectorload(mem.even + i) + evenstep * ((a + b) * weight));
         vectorstore(mem.odd + i, vectorload(mem.odd + i) - oddstep * (a - b));
-        weight = vector{} + 1.0;
+        weight = vectorof(1.0);
     }
 }
 
@@ -391,11 +391,11 @@ template <std::size_t rows, std::size_t count>
             for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= x * factor[r * factorstride];
         }
     }
-    const vector lanes = {0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0};
+    const vector lanes = {{0.0, 1.0, 2.0, 3.0}, {4.0, 5.0, 6.0, 7.0}};
     for (std::size_t r = 0; r < rows; ++r) {
         for (std::size_t v = 0; v < count; ++v) {
             double *const place = target + r * n + j + v * vectorlength;
-            if (from > 0.0) sums[r][v] = lanes < from ? vectorload(place) : sums[r][v];
+            if (from > 0.0) sums[r][v] = choose(lanes < from, vectorload(place), sums[r][v]);
             vectorstore(place, sums[r][v]);
         }
     }

@@ -128,7 +128,7 @@ double medianelem(double *a, std::uint32_t n);
 ///
 /// \param[in]     n       order
 /// \param[in,out] a       [n x stride] rows of A, of which the diagonal and the upper triangle
-///                        count, with b in column n; destroyed. Every element must be a number
+///                        count, with b in column n; destroyed. What is not a number makes x so
 /// \param[in]     stride  columns of the array, a multiple of vectorlength and above n
 /// \param[out]    x       [n]
 /// \return the determinant of A, or 0 when n is 0, a pivot is negative or the determinant is

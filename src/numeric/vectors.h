@@ -12,19 +12,112 @@
 /// Number of elements of a vector.
 constexpr std::size_t vectorlength = 8;
 
-/// Eight doubles: one 512-bit register, two of 256 bits or four of 128 bits.
-using vector [[gnu::vector_size(vectorlength * sizeof(double))]] = double;
+/// Half a vector: one register of 256 bits, or two of 128.
+using halfvector [[gnu::vector_size(vectorlength / 2 * sizeof(double))]] = double;
+
+/// Eight doubles in two halves, with arithmetic element by element. Two, because compilers keep a
+/// built-in vector in registers only where it fits one: of 512 bits, on most processors it does not
+/// and every operation would go through memory.
+struct vector {
+    halfvector low;
+    halfvector high;
+
+    [[gnu::always_inline]] double operator[](std::size_t i) const {
+        return i < vectorlength / 2 ? low[i] : high[i - vectorlength / 2];
+    }
+    [[gnu::always_inline]] void set(std::size_t i, double value) {
+        if (i < vectorlength / 2)
+            low[i] = value;
+        else
+            high[i - vectorlength / 2] = value;
+    }
+};
 
 /// Reads eight doubles from an address of any alignment.
 [[gnu::always_inline]] inline vector vectorload(const double *source) {
     vector v;
-    std::memcpy(&v, source, sizeof v);
+    std::memcpy(&v.low, source, sizeof v.low);
+    std::memcpy(&v.high, source + vectorlength / 2, sizeof v.high);
     return v;
 }
 
 /// Writes eight doubles to an address of any alignment.
 [[gnu::always_inline]] inline void vectorstore(double *target, const vector &v) {
-    std::memcpy(target, &v, sizeof v);
+    std::memcpy(target, &v.low, sizeof v.low);
+    std::memcpy(target + vectorlength / 2, &v.high, sizeof v.high);
+}
+
+/// The same number in all elements.
+[[gnu::always_inline]] inline vector vectorof(double a) {
+    return {halfvector{} + a, halfvector{} + a};
+}
+
+[[gnu::always_inline]] inline vector operator+(const vector &a, const vector &b) {
+    return {a.low + b.low, a.high + b.high};
+}
+[[gnu::always_inline]] inline vector operator+(const vector &a, double b) {
+    return {a.low + b, a.high + b};
+}
+[[gnu::always_inline]] inline vector operator+(double a, const vector &b) {
+    return {a + b.low, a + b.high};
+}
+[[gnu::always_inline]] inline vector operator-(const vector &a, const vector &b) {
+    return {a.low - b.low, a.high - b.high};
+}
+[[gnu::always_inline]] inline vector operator-(const vector &a, double b) {
+    return {a.low - b, a.high - b};
+}
+[[gnu::always_inline]] inline vector operator-(double a, const vector &b) {
+    return {a - b.low, a - b.high};
+}
+[[gnu::always_inline]] inline vector operator*(const vector &a, const vector &b) {
+    return {a.low * b.low, a.high * b.high};
+}
+[[gnu::always_inline]] inline vector operator*(const vector &a, double b) {
+    return {a.low * b, a.high * b};
+}
+[[gnu::always_inline]] inline vector operator*(double a, const vector &b) {
+    return {a * b.low, a * b.high};
+}
+[[gnu::always_inline]] inline vector operator/(const vector &a, const vector &b) {
+    return {a.low / b.low, a.high / b.high};
+}
+[[gnu::always_inline]] inline vector operator/(const vector &a, double b) {
+    return {a.low / b, a.high / b};
+}
+[[gnu::always_inline]] inline vector operator/(double a, const vector &b) {
+    return {a / b.low, a / b.high};
+}
+[[gnu::always_inline]] inline vector operator-(const vector &a) { return {-a.low, -a.high}; }
+template <class Operand>
+[[gnu::always_inline]] inline vector &operator+=(vector &a, const Operand &b) {
+    return a = a + b;
+}
+template <class Operand>
+[[gnu::always_inline]] inline vector &operator-=(vector &a, const Operand &b) {
+    return a = a - b;
+}
+
+/// Truth, element by element, of a comparison.
+struct vectormask {
+    decltype(halfvector{} < halfvector{}) low;
+    decltype(halfvector{} < halfvector{}) high;
+};
+
+[[gnu::always_inline]] inline vectormask operator<(const vector &a, double b) {
+    return {a.low < halfvector{} + b, a.high < halfvector{} + b};
+}
+[[gnu::always_inline]] inline vectormask operator<(const vector &a, const vector &b) {
+    return {a.low < b.low, a.high < b.high};
+}
+[[gnu::always_inline]] inline vectormask operator==(const vector &a, double b) {
+    return {a.low == halfvector{} + b, a.high == halfvector{} + b};
+}
+
+/// Elements of a where the mask is true, of b elsewhere.
+[[gnu::always_inline]] inline vector choose(const vectormask &mask, const vector &a,
+                                            const vector &b) {
+    return {mask.low ? a.low : b.low, mask.high ? a.high : b.high};
 }
 
 /// Smallest multiple of the vector length that is not below n.
