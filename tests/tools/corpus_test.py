@@ -18,11 +18,12 @@ with wave.open(os.path.join(EXAMPLES, "sample.wav")) as sample:
 
 STRANGE = ("with space/a b.wav", "line\nbreak.wav", "ünï/cødé.wav", "-dash.wav", "{}.wav",
            "quote'\"$(x)`.wav", "%d*?.wav", "CAPS.WAV", "two.dots.wav", ".hidden.wav", "a\\nb.wav")
-# What is wrong with a file, and what the list of failures says about it.
+# What is wrong with a file, and what the list of failures says about it. To a program that expands
+# wildcards, two of the names mean other files, too.
 BAD = {
-    "bad/stereo.wav": "It has 2 channels.",
+    "bad/rat[e].wav": "It has 2 channels.",
     "bad/rate.wav": "It has 44100 Hz.",
-    "bad/rate and channels.wav": "It has 8000 Hz, 2 channels.",
+    "bad/b*.wav": "It has 8000 Hz, 2 channels.",
     "bad/bits.wav": "It has 24 bits.",
     "bad/chunk.wav": "It has a header with more in it than the plain one.",
     "bad/cut.wav": "It ends before the samples that its header promises.",
@@ -51,9 +52,9 @@ def makegood(folder, count):
 
 def makebad(folder):
     bad = os.path.join(folder, "bad")
-    write(bad + "/stereo.wav", 4000, 20000, channels=2)
+    write(bad + "/rat[e].wav", 4000, 20000, channels=2)
     write(bad + "/rate.wav", 4000, 20000, rate=44100)
-    write(bad + "/rate and channels.wav", 4000, 20000, channels=2, rate=8000)
+    write(bad + "/b*.wav", 4000, 20000, channels=2, rate=8000)
     write(bad + "/bits.wav", 4000, 20000, width=3)
     for name, change in (("chunk", lambda b: b[:36] + b"LIST\4\0\0\0note" + b[36:]),
                          ("cut", lambda b: b[:3000])):
@@ -66,6 +67,11 @@ def makebad(folder):
     with open(bad + "/text\nfile.wav", "w", encoding="ascii") as file:
         file.write("no recording at all")
     open(bad + "/empty.wav", "wb").close()
+
+
+def seconds(path):
+    with wave.open(path) as file:
+        return file.getnframes() / file.getframerate()
 
 
 def results(folder):
@@ -156,9 +162,10 @@ class CorpusTest(unittest.TestCase):
             subprocess.run(["bash", "-c", line], check=True)
         for name in MENDED:
             stem = os.path.join(self.input, name[:-4])
+            self.assertAlmostEqual(seconds(stem + ".16k.wav"), seconds(stem + ".wav"), delta=1e-3)
             self.assertEqual(analyse(stem + ".16k.wav", name[:-4], expected), b"")
             os.remove(stem + ".16k.wav")
-            # A recording that is newer than its results is not finished.
+        # A recording that is newer than its results is not finished.
         os.utime(os.path.join(self.input, good[-1]))
 
         subprocess.run(["sox", os.path.join(self.input, good[0]),
@@ -166,10 +173,14 @@ class CorpusTest(unittest.TestCase):
         for kind in KINDS:
             shutil.copy(os.path.join(expected, f"{good[0][:-4]}.{kind}"),
                         os.path.join(expected, f"lossless.{kind}"))
+        subprocess.run(["sox", os.path.join(EXAMPLES, "sample.wav"), self.input + "/half.flac"],
+                       check=True)
+        os.truncate(self.input + "/half.flac", 20000)
         status, said = self.run_corpus("--convert")
         self.assertEqual(status, 1)
+        self.assertRegex(said, "FAILED half.flac\n    Error: could not open .*\n    sox FAIL ")
         self.assertIn(f"{len(MENDED) + 2} analysed, {len(good) - 1} finished before, "
-                      f"{len(BAD) - len(MENDED)} failed", said)
+                      f"{len(BAD) - len(MENDED) + 1} failed", said)
         self.assertEqual(results(self.output), results(expected))
 
     def test_analyser_that_dies(self):
