@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """nalveo16-corpus: whole results and nothing else, through failures, kills and resumption."""
 
+import concurrent.futures
 import os
 import re
 import shutil
@@ -225,24 +226,44 @@ esac
         self.assertTrue(os.path.exists(remote + "/used"))
         whole = results(self.output)
         shutil.rmtree(self.output)
-        for part in "123":
-            status, said = self.run_corpus("--slice", part + "/3")
+        with concurrent.futures.ThreadPoolExecutor() as pool:  # they start at the same time
+            runs = list(pool.map(lambda part: self.run_corpus("--slice", part + "/3"), "123"))
+        for status, said in runs:
             self.assertEqual(status, 0, said)
             analysed = int(re.search(r"^(\d+) analysed", said, re.M)[1])
             self.assertLess(analysed, len(whole) / 3 / 2)
         self.assertEqual(results(self.output), whole)
 
+    def test_what_cannot_be_found(self):
+        """A link to nothing or to itself is a failure; a date in the future is none."""
+        write(self.input + "/a.wav", 2000)
+        os.utime(self.input + "/a.wav", (4e9, 4e9))
+        os.symlink("none", self.input + "/lost.wav")
+        os.symlink("loop.wav", self.input + "/loop.wav")
+        write(self.input + "/lossless.flac", 2000)
+        for counts in "1 analysed, 0 finished before", "0 analysed, 1 finished before":
+            status, said = self.run_corpus()
+            self.assertEqual(status, 1)
+            self.assertRegex(said, "FAILED to read .*loop.wav")
+            self.assertIn("FAILED lost.wav\n    The link leads nowhere.", said)
+            self.assertIn("which --convert takes: 1\n" + counts + ", 2 failed", said)
+
     def test_refusals(self):
         write(self.input + "/a.wav", 2000)
+        os.mkdir(self.input + "/empty")
         fine = ["nalveo16-corpus", self.input, self.output]
+        run = subprocess.run([fine[0], self.input + "/empty", self.output, "--", "--ccord=20"],
+                             stderr=subprocess.DEVNULL, check=False)
+        self.assertEqual(run.returncode, 2)
         subprocess.run(fine, check=True, stdout=subprocess.DEVNULL)
         write(self.input + "/b/x.wav", 2000)
         for command, why in (
-                ([*fine, "--", "--ccord=20"], "holds results of other options"),
+                ([*fine, "--", "--ccord=20"], "holds results of other options: (none)"),
                 ([*fine, "--", "--ccord=x"], "incorrect input arguments"),
                 ([*fine, "--", "--f0load=1"], "--f0load does not go with a corpus"),
                 ([*fine, "--ccord=20"], "options of nalveo16 stand behind --"),
                 ([*fine, "--slice", "4/3"], "--slice must be between"),
+                ([*fine, "--slice", "1/18446744073709551617"], "--slice must be as in 3/8"),
                 ([*fine[:2], "/dev/null/none"], "could not create"),
                 (["nalveo16-corpus", self.output, self.output], "there is no WAV file"),
                 (["nalveo16-corpus", self.input + "/none", self.output], "there is no folder")):
