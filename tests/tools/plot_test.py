@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """nalveo16-plot: pictures that show what is there, and no picture of what does not fit."""
 
+import filecmp
 import importlib.machinery
 import importlib.util
 import os
@@ -57,8 +58,8 @@ class PlotTest(unittest.TestCase):
         shutil.copy(SAMPLE, "sample.wav")
 
     @staticmethod
-    def run_plot(*arguments):
-        return subprocess.run([PLOT, *arguments, "-o", "out.png"], stdout=subprocess.PIPE,
+    def run_plot(*arguments, output="out.png"):
+        return subprocess.run([PLOT, *arguments, "-o", output], stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, check=False, text=True)
 
     def test_envelope_is_that_of_the_signal(self):
@@ -68,7 +69,7 @@ class PlotTest(unittest.TestCase):
         write("voice.wav", voice())
         write("noise.wav", noise())
         for options in ((), ("--htsscale=0",), ("--alpha=0.2", "--ccord=50"), ("--ccmeth=4",)):
-            args = plot.parse(["x", "-o", "x", *options])
+            args = plot.parse(["x", "-o", "x.png", *options])
             for name in ("voice", "noise"):
                 args.wave = name + ".wav"
                 tracks = plot.Tracks(args, 16000, **plot.analyse(args, "."))
@@ -98,11 +99,17 @@ class PlotTest(unittest.TestCase):
         shutil.copy("sample.wav", "grüße.wav")
         subprocess.run(["nalveo16", "sample.wav", "f", "c", "v", "--lframe=160", "--ccord=24"],
                        check=True)
+        with open("sample.wav", "rb") as file:
+            content = file.read()
+        with open("odd.wav", "wb") as file:  # no RIFF size, and three bytes more of format
+            file.write(content[:4] + bytes(4) + content[8:16] + b"\x13\0\0\0" + content[20:36]
+                       + b"abc" + content[36:])
         line = {plot.BLUE, plot.GREEN}
         for arguments, present, absent in (
                 (("sample.wav",), {*line, plot.UNVOICED_GREY}, set()),
                 (("grüße.wav", "--span", "0.8", "1", "--title", "$a_b^"), line, set()),
                 (("noise $x_1.wav",), {plot.UNVOICED_GREY}, line),
+                (("odd.wav", "--span", "0", "1e9"), {*line, plot.UNVOICED_GREY}, set()),
                 (("one.wav",), {plot.UNVOICED_GREY}, line),
                 (("silence.wav",), {plot.UNVOICED_GREY}, line),
                 (("sample.wav", "--lf0", "f", "--lframe=160"), {plot.BLUE}, {plot.GREEN}),
@@ -119,12 +126,20 @@ class PlotTest(unittest.TestCase):
             self.assertFalse(absent & found, arguments)
             os.remove("out.png")
 
+    def test_same_picture_again(self):
+        for ending in "png", "pdf", "svg":
+            for name in "a.", "b.":
+                run = self.run_plot("sample.wav", "--span", "0.8", "1", output=name + ending)
+                self.assertEqual(run.returncode, 0, run.stdout)
+            self.assertTrue(filecmp.cmp("a." + ending, "b." + ending, shallow=False), ending)
+
     def test_refusals(self):
         """What does not fit gives its reason, with the value that would, and no picture."""
         subprocess.run(["nalveo16", "sample.wav", "f", "c", "v", "--lframe=160", "--ccord=24"],
                        check=True)
         np.fromfile("f", "<f4")[:200].tofile("short")
         np.fromfile("f", "<f4")[:-1].tofile("shorter")
+        np.fromfile("c", "<f4")[:-25].tofile("shortcc")
         np.exp(np.fromfile("f", "<f4")).tofile("hertz")
         shutil.copy("c", "odd")
         with open("odd", "ab") as file:
@@ -135,6 +150,7 @@ class PlotTest(unittest.TestCase):
                 (("--lf0", "f"), 1, "It would fit --lframe=160."),
                 (("--mcc", "c", "--lframe=160"), 1, "It would fit --ccord=24."),
                 (("--lf0", "shorter", *fits), 1, "say --partial"),
+                (("--mcc", "shortcc", *fits), 1, "say --partial"),
                 (("--lf0", "shorter", "--mvf", "v", "--partial", *fits), 1, "the tracks before it"),
                 (("--lf0", "hertz", *fits), 1, "is no track of log f0"),
                 (("--lf0", "v", *fits), 1, "is no track of log f0"),
@@ -142,8 +158,12 @@ class PlotTest(unittest.TestCase):
                 (("--mcc", "odd", *fits), 1, "not a whole number of floats"),
                 (("--mcc", "none", *fits), 1, "could not read none"),
                 (("--frame", "3"), 1, "there is no frame at 3 s"),
+                (("--span", "0", "inf"), 2, "finite times"),
+                (("--frame", "nan"), 2, "finite times"),
+                (("--frame", "1e305"), 2, "finite times"),
+                (("--frame", "1", "--span", "0", "1"), 2, "--span has no effect"),
                 (("--span", "2.8", "3"), 1, "there is nothing to draw from 2.8 s on"),
-                (("--ccord=5000",), 1, "nalveo16 says: Error: ccord is 5000, but must be from 0 to 511."),
+                (("--ccord=5000",), 1, "nalveo16 says: Error: ccord is 5000, but must be"),
                 (("--mcc", "c", "--ccmeth=2"), 2, "--ccmeth has no effect"),
                 (("--alpha=1",), 2, "alpha between -1 and 1")):
             run = self.run_plot("sample.wav", *arguments)
@@ -151,6 +171,12 @@ class PlotTest(unittest.TestCase):
             self.assertIn(why, " ".join(run.stdout.split()))
             self.assertFalse(os.path.exists("out.png"))
         self.assertIn("8000 Hz", self.run_plot("narrow.wav").stdout)
+        self.assertIn("must end in .png", self.run_plot("sample.wav", output="picture").stdout)
+        os.truncate("narrow.wav", 30)
+        self.assertIn("could not open narrow.wav", self.run_plot("narrow.wav").stdout)
+        os.truncate("sample.wav", 3001)
+        self.assertIn("could not open sample.wav", self.run_plot("sample.wav").stdout)
+        shutil.copy(SAMPLE, "sample.wav")
         run = self.run_plot("sample.wav", "--lf0", "short", "--lframe=160", "--partial")
         self.assertEqual(run.returncode, 0, run.stdout)
 
