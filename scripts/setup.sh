@@ -2,8 +2,9 @@
 # Installs what the build needs, on Debian 12 or later and its relatives.
 #
 #   scripts/setup.sh        compiler, CMake, Ninja, GoogleTest: enough for the program and its tests
-#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation and
-#                           Google Benchmark: what .ci/run and the presets clang, bench and fuzz need
+#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation
+#                           and Google Benchmark: what .ci/run and the presets clang, bench and
+#                           fuzz need
 #   scripts/setup.sh package  what building the Debian packages needs
 #   scripts/setup.sh people   also what the companion tools need, and what they, the packages and
 #                           the documentation are checked with: scripts/ci-package.sh
