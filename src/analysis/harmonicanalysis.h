@@ -23,7 +23,8 @@
 #include <memory>
 
 /// Lowest f0 that is modelled, Hz. No voice is below it, and the matrices grow with the square of
-/// the period: a track loaded from outside may hold anything, and must not exhaust the memory.
+/// the period: a search range or a caller's own track may reach there, and must not exhaust the
+/// memory.
 constexpr double lowestmodelled = 15.0;
 
 /// Scratch of the estimators, sized once for the lowest f0 of a run. A frame of a higher f0 lays

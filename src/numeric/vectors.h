@@ -12,7 +12,8 @@
 /// Number of elements of a vector.
 constexpr std::size_t vectorlength = 8;
 
-/// Half a vector: one register of 256 bits, or two of 128.
+/// Half a vector: one register of 256 bits. Where registers are narrower, GCC keeps it in memory,
+/// which is right but slow.
 using halfvector [[gnu::vector_size(vectorlength / 2 * sizeof(double))]] = double;
 
 /// Eight doubles in two halves, with arithmetic element by element. Two, because compilers keep a
