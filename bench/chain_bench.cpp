@@ -25,7 +25,7 @@
 #include "analysis/ccanalysis.h"
 #include "analysis/fvanalysis.h"
 #include "analysis/pitchanalysis.h"
-#include "driver/nalveo.h"
+#include "driver/conditioning.h"
 #include "io/wavm1616io.h"
 #include "numeric/windowing.h"
 
@@ -88,7 +88,8 @@ struct material {
     reals cc = reals(getccsize(nframes, ccord));
 
     explicit material(reals samples) : x(std::move(samples)) {
-        fillzeros(x.data(), nsamples, zfill);
+        nalveo::noisesource noise;
+        fillzeros(x.data(), nsamples, zfill, noise);
         pitch();
         voicing();
     }

@@ -18,11 +18,11 @@
 #include "analysis/fvanalysis.h"
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
+#include "driver/conditioning.h"
 #include "driver/paramread.h"
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 #include "io/wavm1616io.h"
-#include "numeric/elementary.h"
 #include "numeric/windowing.h"
 
 namespace {
@@ -261,7 +261,7 @@ void warnoflowf0(const f0track &f0, const char *wave) {
                     lowestmodelled);
 }
 
-void analysefile(settings &set, const filenames &names) {
+void analysefile(settings &set, const filenames &names, nalveo::noisesource &noise) {
     double *read = nullptr;
     const std::uint32_t nsamples = wavreadm1616(names.wave, &read);
     if (nsamples == 0) {
@@ -270,7 +270,7 @@ void analysefile(settings &set, const filenames &names) {
     }
     readerarray waveform(read);
     if (set.zfill != 0 &&
-        fillzeros(waveform.get(), nsamples, static_cast<std::uint32_t>(set.zfill)) == 1)
+        fillzeros(waveform.get(), nsamples, static_cast<std::uint32_t>(set.zfill), noise) == 1)
         std::printf("Warning: zeros in %s have been filled with noise.\n", names.wave);
 
     const auto lframe = static_cast<std::uint32_t>(set.lframe);
@@ -307,9 +307,9 @@ void analysefile(settings &set, const filenames &names) {
 }
 
 // Returns the exit status, which says no more than that there was enough memory.
-int analyseguarded(settings &set, const filenames &names) {
+int analyseguarded(settings &set, const filenames &names, nalveo::noisesource &noise) {
     try {
-        analysefile(set, names);
+        analysefile(set, names, noise);
         return 0;
     } catch (const std::bad_alloc &) {
         std::printf("Error: not enough memory to analyse %s.\n", names.wave);
@@ -317,8 +317,10 @@ int analyseguarded(settings &set, const filenames &names) {
     }
 }
 
-// A file that needs too much memory does not stop the batch: the next one may well fit.
+// A file that needs too much memory does not stop the batch: the next one may well fit. The noise
+// of one file continues that of the one before, so that no two have the same.
 int analyseseries(settings &set, const filenames &names) {
+    nalveo::noisesource noise;
     int status = 0;
     for (const char *position = set.indlist; position != nullptr;
          position = strnumnextinterv(position)) {
@@ -329,7 +331,7 @@ int analyseseries(settings &set, const filenames &names) {
             for (char *name : {names.wave, names.f0, names.cc, names.fv})
                 if (name != nullptr) replacefileindex(name, static_cast<std::uint32_t>(i));
             std::puts(names.wave);
-            status = std::min(status, analyseguarded(set, names));
+            status = std::min(status, analyseguarded(set, names, noise));
         }
     }
     return status;
@@ -365,7 +367,10 @@ int nalveomain(int argc, char **argv) {
     }
     if (!checklimits(set)) return failurestatus;
     const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
-    if (set.indlist == nullptr) return analyseguarded(set, names);
+    if (set.indlist == nullptr) {
+        nalveo::noisesource noise;
+        return analyseguarded(set, names, noise);
+    }
     return checkindexfields(names) ? analyseseries(set, names) : failurestatus;
 }
 
@@ -407,78 +412,5 @@ int plothelp(const char *path) {
     std::puts("   --f0load=0      Load+overwrite external logf0 file");
     std::puts("");
     std::puts("");
-    return 0;
-}
-
-int fillzeros(double *waveform, std::uint32_t nsamples, std::uint32_t zfill) {
-    constexpr double level = 1.3 / 32768.0;
-    if (zfill == 0) return 0;
-    int filled = 0;
-    std::uint32_t run = 1;
-    for (std::uint32_t i = 1; i <= nsamples; ++i) {
-        if (i < nsamples && waveform[i] == waveform[i - 1]) {
-            ++run;
-            continue;
-        }
-        if (run > zfill) {
-            addwhitenoise(waveform + (i - run), run, level);
-            filled = 1;
-        }
-        run = 1;
-    }
-    return filled;
-}
-
-int addwhitenoise(double *samples, std::uint32_t count, double level) {
-    for (std::size_t i = 0; i < count; ++i) samples[i] += level * gaussrand();
-    return 0;
-}
-
-double gaussrand() {
-    static defaultrandom random;
-    static bool flag = false;  // e2 waits to be given out
-    static double e2 = 0.0;
-    if (flag) {
-        flag = false;
-        return e2;
-    }
-    constexpr double largest = 2147483647.0;
-    double u1;
-    double s;
-    do {
-        u1 = 2.0 * random.next() / largest - 1.0;
-        e2 = 2.0 * random.next() / largest - 1.0;
-        s = u1 * u1 + e2 * e2;
-    } while (s >= 1.0);
-    const double f = std::sqrt(-2.0 * logarithm(s) / s);
-    flag = true;
-    return u1 * f * f;
-}
-
-defaultrandom::defaultrandom() {
-    // Seed 1, spread over the state by r(i) = 16807 r(i - 1) modulo 2^31 - 1.
-    std::uint64_t r = 1;
-    for (std::uint32_t &value : state_) {
-        value = static_cast<std::uint32_t>(r);
-        r = 16807 * r % 2147483647;
-    }
-    position_ = 3;                         // the first three values count as the latest ones
-    for (int i = 0; i < 310; ++i) next();  // until the seed has worked through
-}
-
-std::uint32_t defaultrandom::next() {
-    const std::size_t lag = state_.size() - 3;  // three values back, with the oldest at position_
-    std::uint32_t &value = state_[position_];
-    value += state_[(position_ + lag) % state_.size()];
-    position_ = (position_ + 1) % state_.size();
-    return value >> 1;
-}
-
-int htsadapteradhoc(double *cc, std::uint32_t ccord, std::uint32_t nframes) {
-    for (std::size_t f = 0; f < nframes; ++f) {
-        double *const row = cc + f * (std::size_t{ccord} + 1);
-        row[0] += 5.0;
-        for (std::size_t j = 1; j <= ccord; ++j) row[j] *= 2.0;
-    }
     return 0;
 }

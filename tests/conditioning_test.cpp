@@ -1,4 +1,4 @@
-#include "driver/nalveo.h"
+#include "driver/conditioning.h"
 
 #include <gtest/gtest.h>
 
@@ -21,31 +21,26 @@ const doubles reference = {1.818331560632813,  -0.21123414636181392, 0.653008783
                            0.2577418495238488, -19.0832861371721,    0.026801820391231024,
                            2.76516019313138,   0.43459385886536617};
 
-// What the generator, whose state lives as long as the process, gives at its very start: drawn
-// before main, since the tests may run in one process and in any order.
-const struct firstnoise {
-    doubles values, filled = doubles(7, -0.5);
-
-    firstnoise() {
-        for (int i = 0; i < 3; ++i) values.push_back(gaussrand());
-        values.resize(7, 10.0);
-        addwhitenoise(values.data() + 3, 4, 0.5);
-        fillzeros(filled.data(), 7, 6);
-    }
-} first;
-
 }  // namespace
 
-TEST(gaussrand, startsalikeineveryprocess) {
-    for (std::size_t i = 0; i < 7; ++i) {
-        const double white = i < 3 ? reference[i] : 10.0 + 0.5 * reference[i];
-        EXPECT_NEAR(first.values[i], white, 1e-13 * std::abs(white));  // the reference's digits
-        EXPECT_NEAR(first.filled[i], -0.5 + 1.3 / 32768.0 * reference[7 + i], 1e-15);
-    }
+TEST(gaussrand, startsalikeineverysource) {
+    nalveo::noisesource noise, sparednoise;
+    doubles white(4, 10.0), filled(7, -0.5);
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_NEAR(gaussrand(noise), reference[i], 1e-13 * std::abs(reference[i]));
+    nalveo::noisesource copy = noise;  // in the middle of a pair
+    addwhitenoise(white.data(), 4, 0.5, noise);
+    fillzeros(filled.data(), 7, 6, noise);
+    for (std::size_t i = 0; i < 4; ++i)
+        EXPECT_NEAR(white[i], 10.0 + 0.5 * reference[3 + i], 1e-13 * std::abs(white[i]));
+    for (std::size_t i = 0; i < 7; ++i)
+        EXPECT_NEAR(filled[i], -0.5 + 1.3 / 32768.0 * reference[7 + i], 1e-15);
+    EXPECT_NEAR(gaussrand(copy), reference[3], 1e-13) << "a copy goes on by itself";
+    EXPECT_NEAR(gaussrand(sparednoise), reference[0], 1e-13) << "and no source moves another";
 }
 
 TEST(defaultrandom, istheunseededsequenceofthegnulibrary) {
-    defaultrandom random;
+    nalveo::defaultrandom random;
     for (const std::uint32_t published : {1804289383U, 846930886U, 1681692777U, 1714636915U})
         EXPECT_EQ(random.next(), published);
 #ifdef __GLIBC__
@@ -79,7 +74,9 @@ TEST(fillzeros, fillsrunslongerthanthethreshold) {
             any = any || r.filled;
         }
         doubles after = before;
-        EXPECT_EQ(fillzeros(after.data(), static_cast<std::uint32_t>(after.size()), zfill), any);
+        nalveo::noisesource noise;
+        const auto size = static_cast<std::uint32_t>(after.size());
+        EXPECT_EQ(fillzeros(after.data(), size, zfill, noise), any);
         std::size_t i = 0;
         for (const run &r : runs)
             for (const std::size_t end = i + r.length; i < end && r.value == r.value; ++i)
