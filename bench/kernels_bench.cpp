@@ -19,6 +19,8 @@
 #include "numeric/matvect.h"
 #include "numeric/windowing.h"
 
+using namespace nalveo;
+
 namespace {
 
 using reals = std::vector<double>;

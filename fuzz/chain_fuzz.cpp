@@ -12,6 +12,8 @@
 #include "fuzzing.h"
 #include "numeric/windowing.h"
 
+using namespace nalveo;
+
 namespace {
 
 template <class Value>

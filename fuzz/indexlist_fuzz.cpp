@@ -7,6 +7,8 @@
 #include "driver/paramread.h"
 #include "fuzzing.h"
 
+using namespace nalveo;
+
 namespace {
 
 std::string significant(const std::string &digits) {

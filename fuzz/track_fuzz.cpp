@@ -6,6 +6,8 @@
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 
+using namespace nalveo;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char *>(data), size);
     static memoryfile file;

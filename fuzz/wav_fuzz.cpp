@@ -5,6 +5,8 @@
 #include "io/binaryfile.h"
 #include "io/wavm1616io.h"
 
+using namespace nalveo;
+
 namespace {
 
 // Little-endian number at an offset; behind the end of the file, one that no field may have.

@@ -4,6 +4,8 @@
 
 #include "testsignals.h"
 
+using namespace nalveo;
+
 namespace {
 
 // Every way to call either direction.

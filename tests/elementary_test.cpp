@@ -9,6 +9,8 @@
 
 #include "testsignals.h"
 
+using namespace nalveo;
+
 namespace {
 
 constexpr double infinite = std::numeric_limits<double>::infinity();

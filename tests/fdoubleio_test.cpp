@@ -8,6 +8,8 @@
 #include "io/binaryfile.h"
 #include "testfiles.h"
 
+using namespace nalveo;
+
 namespace {
 
 using doubles = std::vector<double>;

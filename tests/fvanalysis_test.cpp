@@ -9,6 +9,8 @@
 #include "analysis/harmonicanalysis.h"
 #include "testsignals.h"
 
+using namespace nalveo;
+
 namespace {
 
 using track = std::vector<double>;

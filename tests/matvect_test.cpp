@@ -9,6 +9,8 @@
 
 #include "testsignals.h"
 
+using namespace nalveo;
+
 namespace {
 
 using reals = std::vector<double>;

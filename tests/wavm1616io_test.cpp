@@ -5,6 +5,8 @@
 #include "io/binaryfile.h"
 #include "testfiles.h"
 
+using namespace nalveo;
+
 namespace {
 
 using doubles = std::vector<double>;

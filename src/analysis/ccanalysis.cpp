@@ -13,6 +13,10 @@
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
 #include "numeric/windowing.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -110,11 +114,11 @@ template <std::size_t count>
         step[i] = samephasors({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
     }
     for (std::size_t m = 0; m <= 2 * p; m += vectorlength) {
-        vector sum = vectorload(mem.cosines + m);
+        real8 sum = vectorload(mem.cosines + m);
         for (std::size_t i = 0; i < count; ++i) sum += z[i].re;
         vectorstore(mem.cosines + m, sum);
         if (m <= p) {
-            vector weighted = vectorload(mem.projection + m);
+            real8 weighted = vectorload(mem.projection + m);
             for (std::size_t i = 0; i < count; ++i) weighted += levels[i] * z[i].re;
             vectorstore(mem.projection + m, weighted);
         }

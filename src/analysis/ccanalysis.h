@@ -103,6 +103,8 @@ int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, doubl
 int ccmatrixcreate(std::uint32_t p, std::uint32_t k, const double *freqs, double *c, double *s,
                    double f0, double fs, double alpha);
 
+namespace nalveo {
+
 /// A method: turns one frame into a row of the cepstral matrix.
 ///
 /// \param[in]     x         [nsamples] waveform
@@ -123,21 +125,23 @@ using ccmethod = int(const double *x, std::uint32_t nsamples, std::uint32_t cent
                      std::uint32_t nfft, double *buffer, std::uint32_t ccord, double *out,
                      ccmem *memory, double fs, double f0, double alpha);
 
+}  // namespace nalveo
+
 /// Method 0, harmonics + interpolation + mcep: cepstrum of the interpolated harmonic log spectrum.
-ccmethod getharmmcep;
+nalveo::ccmethod getharmmcep;
 
 /// Method 1, harmonics + mel-rdc: regularised discrete cepstrum fitted to the harmonic log
 /// amplitudes on the warped axis. Cappé & Moulines, "Regularization techniques for discrete
 /// cepstrum estimation", IEEE SPL 3(4), 1996.
-ccmethod getharmrdc;
+nalveo::ccmethod getharmrdc;
 
 /// Method 2, quasi-harmonics + mel-rdc: the same at the frequencies that the quasi-harmonic model
 /// finds.
-ccmethod getqharmrdc;
+nalveo::ccmethod getqharmrdc;
 
 /// Method 3, complementary windows + liftering + mcep: cepstrum of the signal log spectrum up to
 /// two thirds of a period.
-ccmethod getwwcmcep;
+nalveo::ccmethod getwwcmcep;
 
 /// Method 4, seevoc + mcep: cepstrum of the peak-picking envelope.
-ccmethod getseemcep;
+nalveo::ccmethod getseemcep;

@@ -14,8 +14,11 @@
 #include "numeric/matvect.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
 #include "numeric/windowing.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -189,28 +192,28 @@ constexpr std::array<double, nterms> lineseries = makelineseries();
 // and d are equal, so that W(t) = W(d) d (1 - d^2) / (t (1 - t^2)). No accuracy is lost where the
 // sine is 0, which is where the quotient is 0 / 0, t = 0 and +-1, or close.
 struct quotient {
-    vector numerator;
-    vector denominator;
+    real8 numerator;
+    real8 denominator;
 };
 
-[[gnu::always_inline]] inline quotient linevalue(const vector &t) {
+[[gnu::always_inline]] inline quotient linevalue(const real8 &t) {
     constexpr double integers = 6755399441055744.0;  // 1.5 2^52: next to it a unit is the last bit
-    const vector d = t - 2.0 * ((t * 0.5 + integers) - integers);
-    const vector d2 = d * d;
-    vector w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
+    const real8 d = t - 2.0 * ((t * 0.5 + integers) - integers);
+    const real8 d2 = d * d;
+    real8 w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
     for (std::size_t k = nterms - 2; k-- > 0;) w = w * d2 + lineseries[k];
-    const vector denominator = t * (1.0 - t * t);
+    const real8 denominator = t * (1.0 - t * t);
     const vectormask pole = denominator == 0.0;
-    return {choose(pole, w, w * d * (1.0 - d2)), choose(pole, vectorof(1.0), denominator)};
+    return {select(pole, w, w * d * (1.0 - d2)), select(pole, vectorof(1.0), denominator)};
 }
 
 // Bin `lane` of a vector is at stride lane; the split layout is read to the end of the vector.
 template <std::size_t stride>
-[[gnu::always_inline]] inline vector loadbins(const double *x, std::size_t count) {
+[[gnu::always_inline]] inline real8 loadbins(const double *x, std::size_t count) {
     if constexpr (stride == 1) {
         return vectorload(x);
     } else {
-        vector v{};
+        real8 v{};
         for (std::size_t lane = 0; lane < std::min(count, vectorlength); ++lane)
             v.set(lane, x[stride * lane]);
         return v;
@@ -221,19 +224,19 @@ template <std::size_t stride>
 [[gnu::always_inline]] inline void linekernel(const double *re, const double *im,
                                               const spectralline *line, std::size_t from,
                                               std::size_t count, linesums *sums) {
-    constexpr vector lanes = {{0, 1, 2, 3}, {4, 5, 6, 7}};
-    vector model2{}, power{}, sumre{}, sumim{};
+    constexpr real8 lanes = {{0, 1, 2, 3}, {4, 5, 6, 7}};
+    real8 model2{}, power{}, sumre{}, sumim{};
     for (std::size_t k = 0; k < count; k += vectorlength) {
-        const vector u = (lanes + static_cast<double>(from + k)) * line->ratio;
+        const real8 u = (lanes + static_cast<double>(from + k)) * line->ratio;
         const quotient direct = linevalue(u - line->position);
         const quotient mirror = linevalue(u - line->mirror);
-        const vector both =
+        const real8 both =
             (direct.numerator * mirror.denominator + mirror.numerator * direct.denominator) /
             (direct.denominator * mirror.denominator);
         const auto inside = lanes < static_cast<double>(count - k);
-        const vector m = choose(inside, both, vector{});
-        const vector xre = choose(inside, loadbins<stride>(re + stride * k, count - k), vector{});
-        const vector xim = choose(inside, loadbins<stride>(im + stride * k, count - k), vector{});
+        const real8 m = select(inside, both, real8{});
+        const real8 xre = select(inside, loadbins<stride>(re + stride * k, count - k), real8{});
+        const real8 xim = select(inside, loadbins<stride>(im + stride * k, count - k), real8{});
         model2 += m * m;
         power += xre * xre + xim * xim;
         sumre += xre * m;

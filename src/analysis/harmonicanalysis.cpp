@@ -9,6 +9,10 @@
 #include "numeric/matvect.h"
 #include "numeric/rotation.h"
 #include "numeric/windowing.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 // Every design row is conjugate-symmetric about the frame's centre, and the rows of harmonics +k
 // and -k are conjugates of each other. The QHA estimator therefore fills and reads only the left
@@ -369,10 +373,10 @@ template <std::size_t count>
                                                 const phasorlanes &eighth) {
     phasorlanes steps[count];
     phasorlanes z[count];
-    vector re[count] = {};
-    vector im[count] = {};
-    vector coscos[count] = {};
-    vector sinsin[count] = {};
+    real8 re[count] = {};
+    real8 im[count] = {};
+    real8 coscos[count] = {};
+    real8 sinsin[count] = {};
     for (std::size_t c = 0; c < count; ++c) {
         steps[c] = step;
         step.rotate(eighth);
@@ -582,8 +586,8 @@ struct harmonickernels {
     double alphastep;
     phasor sincstep;
     phasor taperstep;
-    vector level{};
-    vector alpha{};
+    real8 level{};
+    real8 alpha{};
     phasorlanes sinc{};
     phasorlanes taper{};
 
@@ -614,8 +618,8 @@ struct harmonickernels {
     const phasorlanes taperstep = samephasors(kernels->taperstep);
     harmonickernels k = *kernels;
     for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
-        const vector quotient = k.sinc.im / k.alpha * (1.0 + k.taper.re) / 2.0;
-        vectorstore(rows, k.level * choose(k.alpha == 0.0, vectorof(1.0), quotient));
+        const real8 quotient = k.sinc.im / k.alpha * (1.0 + k.taper.re) / 2.0;
+        vectorstore(rows, k.level * select(k.alpha == 0.0, vectorof(1.0), quotient));
         k.alpha += k.alphastep;
         k.sinc.rotate(sincstep);
         k.taper.rotate(taperstep);
@@ -709,6 +713,8 @@ hamem *haqhameminitialize(std::uint8_t type, double fs, double fmax, double f0mi
     return record.release();
 }
 
+namespace nalveo {
+
 void hamemreserve(hamem *record, std::size_t count) {
     if (count <= record->size) return;
     auto larger = std::make_unique_for_overwrite<double[]>(count);
@@ -720,6 +726,8 @@ void hamemreserve(hamem *record, std::size_t count) {
     record->data = std::move(larger);
     record->size = count;
 }
+
+}  // namespace nalveo
 
 int hamemdestroy(hamem *record) {
     const std::unique_ptr<hamem> owned(record);

@@ -22,10 +22,14 @@
 #include <cstdint>
 #include <memory>
 
+namespace nalveo {
+
 /// Lowest f0 that is modelled, Hz. No voice is below it, and the matrices grow with the square of
 /// the period: a search range or a caller's own track may reach there, and must not exhaust the
 /// memory.
 constexpr double lowestmodelled = 15.0;
+
+}  // namespace nalveo
 
 /// Scratch of the estimators, sized once for the lowest f0 of a run. A frame of a higher f0 lays
 /// its smaller matrices out from the start of each region, with its own N and M as strides. Nothing
@@ -77,9 +81,13 @@ hamem *qhameminitialize(double fs, double fmax, double f0min);
 /// Makes a record of either kind: type 0 for HA, anything else for QHA.
 hamem *haqhameminitialize(std::uint8_t type, double fs, double fmax, double f0min);
 
+namespace nalveo {
+
 /// Makes sure that at least count doubles can be borrowed from the start of a record's data block
 /// between two estimator calls. Invalidates pointers into the record.
 void hamemreserve(hamem *record, std::size_t count);
+
+}  // namespace nalveo
 
 /// Releases a record; null is allowed. Returns 0.
 int hamemdestroy(hamem *record);

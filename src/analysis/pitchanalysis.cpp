@@ -16,8 +16,11 @@
 #include "numeric/elementary.h"
 #include "numeric/polynom.h"
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
 #include "numeric/windowing.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -84,12 +87,12 @@ struct trackerscratch {
 // Largest magnitude of the differences from an offset, 0 for none.
 [[gnu::always_inline]] inline void peakkernel(const double *x, std::size_t n, double offset,
                                               double *peak) {
-    vector peaks{};
+    real8 peaks{};
     std::size_t i = 0;
     for (; i + vectorlength <= n; i += vectorlength) {
-        const vector d = vectorload(x + i) - offset;
-        const vector magnitude = choose(d < 0.0, -d, d);
-        peaks = choose(peaks < magnitude, magnitude, peaks);
+        const real8 d = vectorload(x + i) - offset;
+        const real8 magnitude = select(d < 0.0, -d, d);
+        peaks = select(peaks < magnitude, magnitude, peaks);
     }
     *peak = 0.0;
     for (std::size_t lane = 0; lane < vectorlength; ++lane) *peak = std::max(*peak, peaks[lane]);

@@ -8,8 +8,11 @@
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
 #include "numeric/windowing.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -45,7 +48,7 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
 // many samples in a row, turn by eight samples at a time.
 [[gnu::always_inline]] inline void correlatekernel(const offsetframe *frame, const phasor *first,
                                                    phasor step, phasor *result) {
-    vector re{}, im{}, sumre{}, sumim{};
+    real8 re{}, im{}, sumre{}, sumim{};
     for (std::size_t lane = 0; lane < vectorlength; ++lane) {
         re.set(lane, first[lane].re);
         im.set(lane, first[lane].im);
@@ -53,10 +56,10 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
     const std::size_t n = frame->size();
     std::size_t i = 0;
     for (; i + vectorlength <= n; i += vectorlength) {
-        const vector x = vectorload(frame->samples + i) - frame->offset;
+        const real8 x = vectorload(frame->samples + i) - frame->offset;
         sumre += x * re;
         sumim += x * im;
-        const vector turned = re * step.re - im * step.im;
+        const real8 turned = re * step.re - im * step.im;
         im = im * step.re + re * step.im;
         re = turned;
     }
@@ -286,6 +289,8 @@ int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     return 0;
 }
 
+namespace nalveo {
+
 int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record) {
     const std::size_t half = nfft / 2;
     const double scale = 1.0 / nfft;
@@ -295,3 +300,5 @@ int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record) {
     std::copy(record->frame, record->frame + half + 1, spectrum);
     return 0;
 }
+
+}  // namespace nalveo

@@ -22,7 +22,7 @@ struct namem {
     // Made at the first use of a length.
     std::vector<std::vector<double>> periodic;
 
-    alignedreals data;  // holds the arrays above
+    nalveo::alignedreals data;  // holds the arrays above
 };
 
 /// Length of the noise window: 25 ms, odd, in samples (401 at 16 kHz).
@@ -81,6 +81,8 @@ int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
 int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
                          std::uint32_t nfft, double *spectrum, namem *record, double fs, double f0);
 
+namespace nalveo {
+
 /// Turns a log spectrum into its real cepstrum, in place.
 ///
 /// \param[in]     nfft      transform size, that of the record
@@ -89,3 +91,5 @@ int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
 /// \param[in,out] record    scratch
 /// \return 0 always
 int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record);
+
+}  // namespace nalveo

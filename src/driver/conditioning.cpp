@@ -65,7 +65,7 @@ double gaussrand(nalveo::noisesource &noise) {
         noise.e2 = 2.0 * noise.random.next() / largest - 1.0;
         s = u1 * u1 + noise.e2 * noise.e2;
     } while (s >= 1.0);
-    const double f = std::sqrt(-2.0 * logarithm(s) / s);
+    const double f = std::sqrt(-2.0 * nalveo::logarithm(s) / s);
     noise.flag = true;
     return u1 * f * f;
 }

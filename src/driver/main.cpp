@@ -6,5 +6,5 @@ int main(int argc, char **argv) {
     // Line by line, so that a log is up to date whatever happens to a long batch. If that is not to
     // be had, lines come later.
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ));
-    return nalveomain(argc, argv);
+    return nalveo::nalveomain(argc, argv);
 }

@@ -25,6 +25,8 @@
 #include "io/wavm1616io.h"
 #include "numeric/windowing.h"
 
+using namespace nalveo;
+
 namespace {
 
 constexpr const char *version = "0.99";
@@ -339,6 +341,8 @@ int analyseseries(settings &set, const filenames &names) {
 
 }  // namespace
 
+namespace nalveo {
+
 int nalveomain(int argc, char **argv) {
     const char *const program = argc > 0 ? argv[0] : "nalveo16";
     if (argc < 2) {
@@ -373,6 +377,8 @@ int nalveomain(int argc, char **argv) {
     }
     return checkindexfields(names) ? analyseseries(set, names) : failurestatus;
 }
+
+}  // namespace nalveo
 
 int argcerror(const char *path) {
     std::printf("Error: incorrect input arguments.\nType '%s' for help.\n", getfilename(path));

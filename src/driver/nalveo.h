@@ -2,6 +2,8 @@
 
 #pragma once
 
+namespace nalveo {
+
 /// Runs the program.
 ///
 /// \param[in]     argc  number of arguments, the program path included
@@ -11,6 +13,8 @@
 ///         -1 (255 for the shell) after an argument error, and when some file needed more memory
 ///         than there is
 int nalveomain(int argc, char **argv);
+
+}  // namespace nalveo
 
 /// Prints that the arguments are wrong and how to get help. Returns 0.
 ///

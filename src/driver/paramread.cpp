@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace nalveo;
+
 namespace {
 
 bool isdecimal(char c) { return c >= '0' && c <= '9'; }

@@ -64,9 +64,13 @@ int unreadparams(std::uint32_t count, char *const *list);
 /// Number of decimal digits of n; 1 for 0.
 std::uint32_t getdigits(std::uint32_t n);
 
+namespace nalveo {
+
 /// Smallest number that an index list may not hold. Up to here indices fit an int as well as the
 /// running powers of ten by which digits are counted.
 constexpr std::uint32_t indexlimit = 1410065408;
+
+}  // namespace nalveo
 
 /// Checks an index list such as "1-20,25,30-32(4)".
 ///

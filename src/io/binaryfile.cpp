@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+namespace nalveo {
+
 readerarray readvalues(std::FILE *file, std::size_t valuesize, std::uint32_t *count) {
     const std::size_t wanted = *count;
     std::size_t room = std::min<std::size_t>(wanted, std::size_t{1} << 16);
@@ -23,3 +25,5 @@ readerarray readvalues(std::FILE *file, std::size_t valuesize, std::uint32_t *co
     *count = static_cast<std::uint32_t>(have);
     return values;
 }
+
+}  // namespace nalveo

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <memory>
 
+namespace nalveo {
+
 struct fileclose {
     void operator()(std::FILE *file) const { static_cast<void>(std::fclose(file)); }
 };
@@ -31,3 +33,5 @@ using readerarray = std::unique_ptr<double[], mallocfree>;
 /// \return array of at least count doubles whose first count valuesize bytes hold the values;
 ///         throws std::bad_alloc when there is no memory for them
 readerarray readvalues(std::FILE *file, std::size_t valuesize, std::uint32_t *count);
+
+}  // namespace nalveo

@@ -11,6 +11,8 @@
 
 #include "io/binaryfile.h"
 
+using namespace nalveo;
+
 static_assert(std::endian::native == std::endian::little && sizeof(float) == 4,
               "tracks are written in the machine's order");
 

@@ -9,6 +9,8 @@
 
 #include "io/binaryfile.h"
 
+using namespace nalveo;
+
 static_assert(std::endian::native == std::endian::little, "files are read in the machine's order");
 
 namespace {

@@ -6,6 +6,8 @@
 #include <new>
 #include <vector>
 
+namespace nalveo {
+
 constexpr std::size_t cacheline = 64;  // bytes
 
 /// Allocator of memory that begins on a cache line.
@@ -29,3 +31,5 @@ struct alignedallocator {
 
 /// An array of doubles on a cache line.
 using alignedreals = std::vector<double, alignedallocator<double>>;
+
+}  // namespace nalveo

@@ -8,7 +8,10 @@
 
 #include "numeric/aligned.h"
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -145,7 +148,7 @@ struct complexof {
     Real im;
 };
 
-using complexvector = complexof<vector>;
+using complexvector = complexof<real8>;
 
 template <class Real>
 [[gnu::always_inline]] inline complexof<Real> operator+(const complexof<Real> &a,
@@ -177,15 +180,15 @@ template <class Real>
     vectorstore(im, a.im);
 }
 
-[[gnu::always_inline]] inline vector reversed(const vector &a) {
+[[gnu::always_inline]] inline real8 reversed(const real8 &a) {
     return {__builtin_shufflevector(a.high, a.high, 3, 2, 1, 0),
             __builtin_shufflevector(a.low, a.low, 3, 2, 1, 0)};
 }
 
 // Real and imaginary parts of eight interleaved values.
 [[gnu::always_inline]] inline complexvector deinterleaved(const double *x) {
-    const vector a = vectorload(x);
-    const vector b = vectorload(x + vectorlength);
+    const real8 a = vectorload(x);
+    const real8 b = vectorload(x + vectorlength);
     return {{__builtin_shufflevector(a.low, a.high, 0, 2, 4, 6),
              __builtin_shufflevector(b.low, b.high, 0, 2, 4, 6)},
             {__builtin_shufflevector(a.low, a.high, 1, 3, 5, 7),
@@ -213,7 +216,7 @@ template <class Real>
 }
 
 // Transposes 8 x 8 values by quarters, two of which change places.
-[[gnu::always_inline]] inline void transpose(vector (&a)[vectorlength]) {
+[[gnu::always_inline]] inline void transpose(real8 (&a)[vectorlength]) {
     for (std::size_t i = 0; i < 8; i += 4) {
         transpose(a[i].low, a[i + 1].low, a[i + 2].low, a[i + 3].low);
         transpose(a[i].high, a[i + 1].high, a[i + 2].high, a[i + 3].high);
@@ -236,8 +239,8 @@ template <class Real>
 
 // Eight-point transforms, one per lane, as two of four points of the sums and the turned
 // differences of values four apart.
-[[gnu::always_inline]] inline void transform8(vector (&re)[vectorlength],
-                                              vector (&im)[vectorlength]) {
+[[gnu::always_inline]] inline void transform8(real8 (&re)[vectorlength],
+                                              real8 (&im)[vectorlength]) {
     complexvector even[4];
     complexvector odd[4];
     for (std::size_t i = 0; i < 4; ++i) {
@@ -261,8 +264,8 @@ template <class Real>
 
 // Values m + i n / 8 of a transform, i = 0 .. 7 by row, m = first .. first + 7 by column.
 struct square {
-    vector re[vectorlength];
-    vector im[vectorlength];
+    real8 re[vectorlength];
+    real8 im[vectorlength];
 };
 
 template <std::size_t stride>
@@ -515,6 +518,8 @@ int fftr(std::int32_t n, double *re, double *im) { return dofftr(n, re, im, 1); 
 
 int ifftr(std::int32_t n, double *re, double *im) { return dofftr(n, re, im, -1); }
 
+namespace nalveo {
+
 int fftreal(std::int32_t n, const double *x, double *re, double *im) {
     if (n <= 0) return 0;
     if (!isrealsize(n)) return -1;
@@ -542,3 +547,5 @@ int ifftreal(std::int32_t n, double *re, double *im, double *x) {
     join(m, re, im, x);
     return 0;
 }
+
+}  // namespace nalveo

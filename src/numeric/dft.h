@@ -48,6 +48,8 @@ int fftr(std::int32_t n, double *re, double *im);
 /// Inverse transform of split data; arguments and result as for dofftr.
 int ifftr(std::int32_t n, double *re, double *im);
 
+namespace nalveo {
+
 /// Forward transform of a real signal. It takes about half the time of a complex transform: the
 /// even samples go in as the real and the odd ones as the imaginary parts of a signal of half the
 /// length.
@@ -69,3 +71,5 @@ int fftreal(std::int32_t n, const double *x, double *re, double *im);
 /// \param[out]    x   [n] signal; none of the three may overlap
 /// \return 0, or -1 when n is above 0 and not such a size; then nothing is written
 int ifftreal(std::int32_t n, double *re, double *im, double *x);
+
+}  // namespace nalveo

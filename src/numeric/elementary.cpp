@@ -6,8 +6,10 @@
 #include <limits>
 
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
 
+namespace nalveo {
 namespace {
 
 constexpr double notanumber = std::numeric_limits<double>::quiet_NaN();
@@ -201,3 +203,5 @@ double logarithm(double x) { return anylogarithm(x); }
 void logarithms(double *values, std::size_t n) { runwidest<logarithmkernel>(values, n); }
 
 double power(double x, double p) { return exponential(p * logarithm(x)); }
+
+}  // namespace nalveo

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 
+namespace nalveo {
+
 /// Sine of x radians, |x| up to 10^6; NaN beyond and for a NaN.
 double sine(double x);
 
@@ -34,3 +36,5 @@ void logarithms(double *values, std::size_t n);
 /// x to the power of p for x from 0 on, as exponential(p logarithm(x)): the error grows with the
 /// exponent of the result, by a unit in the last place per factor of e.
 double power(double x, double p);
+
+}  // namespace nalveo

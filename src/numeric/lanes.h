@@ -5,16 +5,18 @@
 #include <cstddef>
 
 #include "numeric/rotation.h"
-#include "numeric/vectors.h"
+#include "simd/vectors.h"
+
+namespace nalveo {
 
 /// Eight points of the complex plane.
 struct phasorlanes {
-    vector re;
-    vector im;
+    real8 re;
+    real8 im;
 
     /// Turns every phasor by its own step: the complex products of the two.
     [[gnu::always_inline]] void rotate(const phasorlanes &step) {
-        const vector turned = re * step.re - im * step.im;
+        const real8 turned = re * step.re - im * step.im;
         im = im * step.re + re * step.im;
         re = turned;
     }
@@ -39,3 +41,5 @@ struct phasorlanes {
     }
     return powers;
 }
+
+}  // namespace nalveo

@@ -7,7 +7,10 @@
 #include <utility>
 
 #include "numeric/lanes.h"
-#include "numeric/vectors.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -22,7 +25,7 @@ template <std::size_t rows>
 [[gnu::always_inline]] inline void addrows(const double *x, const double *a, std::size_t n,
                                            double *out) {
     for (std::size_t j = 0; j < n; j += vectorlength) {
-        vector sum = vectorload(out + j);
+        real8 sum = vectorload(out + j);
         for (std::size_t i = 0; i < rows; ++i) sum += x[i] * vectorload(a + i * n + j);
         vectorstore(out + j, sum);
     }
@@ -41,10 +44,10 @@ template <std::size_t rows>
 [[gnu::always_inline]] inline void producttile(const double *a, std::size_t arow,
                                                std::size_t acolumn, const double *b, double *c,
                                                std::size_t m, std::size_t n) {
-    vector sums[4][2] = {};
+    real8 sums[4][2] = {};
     for (std::size_t k = 0; k < m; ++k, a += acolumn, b += n) {
-        const vector left = vectorload(b);
-        const vector right = vectorload(b + vectorlength);
+        const real8 left = vectorload(b);
+        const real8 right = vectorload(b + vectorlength);
         for (std::size_t r = 0; r < 4; ++r) {
             sums[r][0] += a[r * arow] * left;
             sums[r][1] += a[r * arow] * right;
@@ -217,14 +220,14 @@ void trenchfill(double *s, std::size_t n, std::size_t stride) {
 template <std::size_t rows, std::size_t count>
 [[gnu::always_inline]] inline void subtractabove(double *a, std::size_t stride, std::size_t i,
                                                  std::size_t j) {
-    vector sums[rows][count];
+    real8 sums[rows][count];
     for (std::size_t r = 0; r < rows; ++r)
         for (std::size_t v = 0; v < count; ++v)
             sums[r][v] = vectorload(a + (i + r) * stride + j + v * vectorlength);
     for (std::size_t k = 0; k < i; ++k) {
         const double *const above = a + k * stride;
         for (std::size_t v = 0; v < count; ++v) {
-            const vector u = vectorload(above + j + v * vectorlength);
+            const real8 u = vectorload(above + j + v * vectorlength);
             for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= u * above[i + r];
         }
     }
@@ -302,20 +305,20 @@ struct levinsonarrays {
 [[gnu::always_inline]] inline void widensolution(const levinsonarrays &mem, const double *x,
                                                  const double *y, const double *reversed,
                                                  std::size_t j, double re, double im) {
-    vector evensum{};
-    vector oddsum{};
+    real8 evensum{};
+    real8 oddsum{};
     for (std::size_t i = 0; i < j; i += vectorlength) {
-        const vector near = vectorload(reversed + i);
-        const vector far = vectorload(mem.t + j + i);
+        const real8 near = vectorload(reversed + i);
+        const real8 far = vectorload(mem.t + j + i);
         evensum += vectorload(mem.even + i) * (near + far);
         oddsum += vectorload(mem.odd + i) * (near - far);
     }
-    const vector evenstep = vectorof(re - sumof(evensum));
-    const vector oddstep = vectorof(im - sumof(oddsum));
-    vector weight = {{0.5, 1.0, 1.0, 1.0}, {1.0, 1.0, 1.0, 1.0}};
+    const real8 evenstep = vectorof(re - sumof(evensum));
+    const real8 oddstep = vectorof(im - sumof(oddsum));
+    real8 weight = {{0.5, 1.0, 1.0, 1.0}, {1.0, 1.0, 1.0, 1.0}};
     for (std::size_t i = 0; i <= j; i += vectorlength) {
-        const vector a = vectorload(x + i);
-        const vector b = vectorload(y + i);
+        const real8 a = vectorload(x + i);
+        const real8 b = vectorload(y + i);
         vectorstore(mem.even + i, vectorload(mem.even + i) + evenstep * ((a + b) * weight));
         vectorstore(mem.odd + i, vectorload(mem.odd + i) - oddstep * (a - b));
         weight = vectorof(1.0);
@@ -342,11 +345,11 @@ struct levinsonarrays {
         const double h = -e * g;
         double *const y = mem.y + (last - m);
         const double *const row = mem.reversed + (m < last ? last - m - 1 : 0);
-        vector sum{};
+        real8 sum{};
         for (std::size_t i = 0; i <= m; i += vectorlength) {
-            const vector a = vectorload(mem.x + i);
-            const vector b = vectorload(y + i);
-            const vector next = a * g + b * h;
+            const real8 a = vectorload(mem.x + i);
+            const real8 b = vectorload(y + i);
+            const real8 next = a * g + b * h;
             vectorstore(mem.x + i, next);
             vectorstore(y + i, b * g + a * h);
             sum += next * vectorload(row + i);
@@ -379,7 +382,7 @@ template <std::size_t rows, std::size_t count>
                                                 std::size_t nsources, const double *factors,
                                                 std::size_t factorstride, std::ptrdiff_t factorstep,
                                                 double from) {
-    vector sums[rows][count];
+    real8 sums[rows][count];
     for (std::size_t r = 0; r < rows; ++r)
         for (std::size_t v = 0; v < count; ++v)
             sums[r][v] = vectorload(target + r * n + j + v * vectorlength);
@@ -387,15 +390,15 @@ template <std::size_t rows, std::size_t count>
     const double *factor = factors;
     for (std::size_t p = 0; p < nsources; ++p, row += sourcestep, factor += factorstep) {
         for (std::size_t v = 0; v < count; ++v) {
-            const vector x = vectorload(row + v * vectorlength);
+            const real8 x = vectorload(row + v * vectorlength);
             for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= x * factor[r * factorstride];
         }
     }
-    const vector lanes = {{0.0, 1.0, 2.0, 3.0}, {4.0, 5.0, 6.0, 7.0}};
+    const real8 lanes = {{0.0, 1.0, 2.0, 3.0}, {4.0, 5.0, 6.0, 7.0}};
     for (std::size_t r = 0; r < rows; ++r) {
         for (std::size_t v = 0; v < count; ++v) {
             double *const place = target + r * n + j + v * vectorlength;
-            if (from > 0.0) sums[r][v] = choose(lanes < from, vectorload(place), sums[r][v]);
+            if (from > 0.0) sums[r][v] = select(lanes < from, vectorload(place), sums[r][v]);
             vectorstore(place, sums[r][v]);
         }
     }
@@ -557,6 +560,8 @@ int copymatwtr(double *destination, const double *source, std::uint32_t rows, st
     return 0;
 }
 
+namespace nalveo {
+
 void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out) {
     runwidest<vecbymatkernel>(x, a, m, n, out);
 }
@@ -564,6 +569,8 @@ void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, do
 void grammatrix(const double *c, std::size_t m, std::size_t n, std::size_t rows, double *gram) {
     runwidest<gramkernel>(c, m, n, rows, gram);
 }
+
+}  // namespace nalveo
 
 int simprodmat(const double *a, const double *b, double *c, std::uint32_t n, std::uint32_t m,
                std::int8_t symmetric) {
@@ -631,6 +638,8 @@ double choleskyinvdet(std::uint32_t n, double *a, double *inverse, std::int16_t 
     return determinant;
 }
 
+namespace nalveo {
+
 double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x) {
     if (n == 0) return 0.0;
     double determinant;
@@ -651,6 +660,8 @@ int toeplitzsolve(std::uint32_t k, const double *t, double *re, double *im, doub
     runwidest<toeplitzsolvekernel>(std::size_t{k}, t, re, im, work, &result);
     return result;
 }
+
+}  // namespace nalveo
 
 int toeplitzsiminv(std::uint32_t n, const double *t, double *inverse) {
     if (n == 0) return -1;

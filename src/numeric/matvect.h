@@ -43,6 +43,8 @@ int addmat(double *destination, const double *source, std::uint32_t count, doubl
 int copymatwtr(double *destination, const double *source, std::uint32_t rows, std::uint32_t cols,
                std::uint8_t transpose, double scale);
 
+namespace nalveo {
+
 /// Product of a row vector and a matrix, out(j) = sum over i of x(i) a(i, j), i in ascending order.
 ///
 /// \param[in]  x    [m]
@@ -61,6 +63,8 @@ void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, do
 /// \param[in]  rows  rows of G that are wanted; a multiple of 4, at most n
 /// \param[out] gram  [rows x n]; left of the diagonal there are numbers of no meaning
 void grammatrix(const double *c, std::size_t m, std::size_t n, std::size_t rows, double *gram);
+
+}  // namespace nalveo
 
 /// Product C = A B that is known to be symmetric or antisymmetric. Returns 0.
 ///
@@ -124,6 +128,8 @@ double medianelem(double *a, std::uint32_t n);
 [[nodiscard]] double choleskyinvdet(std::uint32_t n, double *a, double *inverse,
                                     std::int16_t keepinput);
 
+namespace nalveo {
+
 /// Solution of A x = b for a symmetric positive-definite A, by Cholesky factors.
 ///
 /// \param[in]     n       order
@@ -154,6 +160,8 @@ double medianelem(double *a, std::uint32_t n);
 /// Doubles of scratch that toeplitzsolve needs.
 std::size_t toeplitzworkspace(std::uint32_t k);
 
+}  // namespace nalveo
+
 /// Inverse of a symmetric Toeplitz matrix.
 ///
 /// The first column of the inverse comes from Levinson's recursion over the leading submatrices,
@@ -182,9 +190,13 @@ std::size_t toeplitzworkspace(std::uint32_t k);
 ///         diagonal down; the inverse is then unusable
 [[nodiscard]] int simgaussinv(std::uint32_t n, double *a, double *inverse);
 
+namespace nalveo {
+
 /// Smoothness penalty of the regularised discrete cepstrum, 8 pi^2 0.0002: times i^2, what is added
 /// to element i of the diagonal of its normal matrix.
 constexpr double smoothnesspenalty = 0.015791367;
+
+}  // namespace nalveo
 
 /// Linear least squares by the normal equations, with an optional smoothness penalty.
 ///

@@ -5,6 +5,8 @@
 
 #include "numeric/elementary.h"
 
+namespace nalveo {
+
 constexpr double pi = 3.141592653589793;
 constexpr double twopi = 6.283185307179586;
 
@@ -23,3 +25,5 @@ struct phasor {
 
 /// Unit phasor of an angle in radians: (cos angle, sin angle).
 inline phasor unitphasor(double angle) { return {cosine(angle), sine(angle)}; }
+
+}  // namespace nalveo

@@ -7,6 +7,8 @@
 #include "numeric/elementary.h"
 #include "numeric/rotation.h"
 
+using namespace nalveo;
+
 namespace {
 
 // Calls use(n, cos(n step), sin(n step)) for n = 0 .. (length - 1) / 2 with step = 2 pi / (length -
@@ -64,11 +66,15 @@ std::uint32_t getccsize(std::uint32_t nframes, std::uint32_t order) {
     return nframes * (order + 1);
 }
 
+namespace nalveo {
+
 framespan getframespan(std::uint32_t nsamples, std::uint32_t centre, std::uint32_t h) {
     const std::uint32_t length = 2 * h + 1;
     const std::uint32_t after = nsamples - 1 - centre;  // samples that follow the centre
     return {centre < h ? h - centre : 0, h > after ? length - (h - after) : length};
 }
+
+}  // namespace nalveo
 
 int getwindowedsamples(const double *signal, std::uint32_t nsamples, std::uint32_t centre,
                        double *frame, std::uint32_t h, const double *window) {

@@ -24,6 +24,8 @@ std::uint32_t getnumframes(std::uint32_t nsamples, std::uint32_t shift, std::uin
 /// that the product fits.
 std::uint32_t getccsize(std::uint32_t nframes, std::uint32_t order);
 
+namespace nalveo {
+
 /// The part of a frame that lies inside the signal: frame positions first .. end - 1.
 struct framespan {
     std::uint32_t first;  // 0 unless the frame begins before the signal
@@ -37,6 +39,8 @@ struct framespan {
 /// \param[in] h         half length of the frame
 /// \return positions first .. end - 1; position k is sample centre - h + k
 framespan getframespan(std::uint32_t nsamples, std::uint32_t centre, std::uint32_t h);
+
+}  // namespace nalveo
 
 /// Cuts one frame out of a signal, with zeros beyond the signal's ends, and weights it.
 ///

@@ -1,4 +1,4 @@
-/// Vectors of doubles, and kernels that run with the widest instructions of the processor.
+/// Vectors of doubles, the same on every processor.
 ///
 /// The same bytes come out on every processor: a vector has eight elements everywhere, whatever the
 /// width of the registers that hold it, sums keep eight partial sums, and no product is fused with
@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstring>
+
+namespace nalveo {
 
 /// Number of elements of a vector.
 constexpr std::size_t vectorlength = 8;
@@ -19,7 +21,7 @@ using halfvector [[gnu::vector_size(vectorlength / 2 * sizeof(double))]] = doubl
 /// Eight doubles in two halves, with arithmetic element by element. Two, because compilers keep a
 /// built-in vector in registers only where it fits one: of 512 bits, on most processors it does not
 /// and every operation would go through memory.
-struct vector {
+struct real8 {
     halfvector low;
     halfvector high;
 
@@ -35,67 +37,67 @@ struct vector {
 };
 
 /// Reads eight doubles from an address of any alignment.
-[[gnu::always_inline]] inline vector vectorload(const double *source) {
-    vector v;
+[[gnu::always_inline]] inline real8 vectorload(const double *source) {
+    real8 v;
     std::memcpy(&v.low, source, sizeof v.low);
     std::memcpy(&v.high, source + vectorlength / 2, sizeof v.high);
     return v;
 }
 
 /// Writes eight doubles to an address of any alignment.
-[[gnu::always_inline]] inline void vectorstore(double *target, const vector &v) {
+[[gnu::always_inline]] inline void vectorstore(double *target, const real8 &v) {
     std::memcpy(target, &v.low, sizeof v.low);
     std::memcpy(target + vectorlength / 2, &v.high, sizeof v.high);
 }
 
 /// The same number in all elements.
-[[gnu::always_inline]] inline vector vectorof(double a) {
+[[gnu::always_inline]] inline real8 vectorof(double a) {
     return {halfvector{} + a, halfvector{} + a};
 }
 
-[[gnu::always_inline]] inline vector operator+(const vector &a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator+(const real8 &a, const real8 &b) {
     return {a.low + b.low, a.high + b.high};
 }
-[[gnu::always_inline]] inline vector operator+(const vector &a, double b) {
+[[gnu::always_inline]] inline real8 operator+(const real8 &a, double b) {
     return {a.low + b, a.high + b};
 }
-[[gnu::always_inline]] inline vector operator+(double a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator+(double a, const real8 &b) {
     return {a + b.low, a + b.high};
 }
-[[gnu::always_inline]] inline vector operator-(const vector &a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator-(const real8 &a, const real8 &b) {
     return {a.low - b.low, a.high - b.high};
 }
-[[gnu::always_inline]] inline vector operator-(const vector &a, double b) {
+[[gnu::always_inline]] inline real8 operator-(const real8 &a, double b) {
     return {a.low - b, a.high - b};
 }
-[[gnu::always_inline]] inline vector operator-(double a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator-(double a, const real8 &b) {
     return {a - b.low, a - b.high};
 }
-[[gnu::always_inline]] inline vector operator*(const vector &a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator*(const real8 &a, const real8 &b) {
     return {a.low * b.low, a.high * b.high};
 }
-[[gnu::always_inline]] inline vector operator*(const vector &a, double b) {
+[[gnu::always_inline]] inline real8 operator*(const real8 &a, double b) {
     return {a.low * b, a.high * b};
 }
-[[gnu::always_inline]] inline vector operator*(double a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator*(double a, const real8 &b) {
     return {a * b.low, a * b.high};
 }
-[[gnu::always_inline]] inline vector operator/(const vector &a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator/(const real8 &a, const real8 &b) {
     return {a.low / b.low, a.high / b.high};
 }
-[[gnu::always_inline]] inline vector operator/(const vector &a, double b) {
+[[gnu::always_inline]] inline real8 operator/(const real8 &a, double b) {
     return {a.low / b, a.high / b};
 }
-[[gnu::always_inline]] inline vector operator/(double a, const vector &b) {
+[[gnu::always_inline]] inline real8 operator/(double a, const real8 &b) {
     return {a / b.low, a / b.high};
 }
-[[gnu::always_inline]] inline vector operator-(const vector &a) { return {-a.low, -a.high}; }
+[[gnu::always_inline]] inline real8 operator-(const real8 &a) { return {-a.low, -a.high}; }
 template <class Operand>
-[[gnu::always_inline]] inline vector &operator+=(vector &a, const Operand &b) {
+[[gnu::always_inline]] inline real8 &operator+=(real8 &a, const Operand &b) {
     return a = a + b;
 }
 template <class Operand>
-[[gnu::always_inline]] inline vector &operator-=(vector &a, const Operand &b) {
+[[gnu::always_inline]] inline real8 &operator-=(real8 &a, const Operand &b) {
     return a = a - b;
 }
 
@@ -105,19 +107,18 @@ struct vectormask {
     decltype(halfvector{} < halfvector{}) high;
 };
 
-[[gnu::always_inline]] inline vectormask operator<(const vector &a, double b) {
+[[gnu::always_inline]] inline vectormask operator<(const real8 &a, double b) {
     return {a.low < halfvector{} + b, a.high < halfvector{} + b};
 }
-[[gnu::always_inline]] inline vectormask operator<(const vector &a, const vector &b) {
+[[gnu::always_inline]] inline vectormask operator<(const real8 &a, const real8 &b) {
     return {a.low < b.low, a.high < b.high};
 }
-[[gnu::always_inline]] inline vectormask operator==(const vector &a, double b) {
+[[gnu::always_inline]] inline vectormask operator==(const real8 &a, double b) {
     return {a.low == halfvector{} + b, a.high == halfvector{} + b};
 }
 
 /// Elements of a where the mask is true, of b elsewhere.
-[[gnu::always_inline]] inline vector choose(const vectormask &mask, const vector &a,
-                                            const vector &b) {
+[[gnu::always_inline]] inline real8 select(const vectormask &mask, const real8 &a, const real8 &b) {
     return {mask.low ? a.low : b.low, mask.high ? a.high : b.high};
 }
 
@@ -127,13 +128,13 @@ constexpr std::size_t wholevectors(std::size_t n) {
 }
 
 /// Sum of the eight elements, always in the same order: halves, then quarters, then the last two.
-[[gnu::always_inline]] inline double sumof(const vector &v) {
+[[gnu::always_inline]] inline double sumof(const real8 &v) {
     return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7]));
 }
 
 /// Sum of n doubles, by eight partial sums.
 [[gnu::always_inline]] inline double sumof(const double *x, std::size_t n) {
-    vector partial{};
+    real8 partial{};
     std::size_t i = 0;
     for (; i + vectorlength <= n; i += vectorlength) partial += vectorload(x + i);
     double sum = sumof(partial);
@@ -141,36 +142,4 @@ constexpr std::size_t wholevectors(std::size_t n) {
     return sum;
 }
 
-namespace vectordetail {
-
-#if defined(__x86_64__)
-
-template <auto kernel, class... Arguments>
-[[gnu::target("avx2")]] void withavx2(Arguments... arguments) {
-    kernel(arguments...);
-}
-
-template <auto kernel, class... Arguments>
-[[gnu::target("avx512f,avx512dq,avx512vl")]] void withavx512(Arguments... arguments) {
-    kernel(arguments...);
-}
-
-#endif
-
-}  // namespace vectordetail
-
-/// Runs a kernel compiled for the widest vectors that this processor has. It pays for work of some
-/// hundred operations or more; a call costs about as much as a virtual one.
-///
-/// \tparam kernel  function that returns nothing, declared [[gnu::always_inline]], as is every
-///                 function of its own that it calls
-template <auto kernel, class... Arguments>
-inline void runwidest(Arguments... arguments) {
-#if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl"))
-        return vectordetail::withavx512<kernel>(arguments...);
-    if (__builtin_cpu_supports("avx2")) return vectordetail::withavx2<kernel>(arguments...);
-#endif
-    kernel(arguments...);
-}
+}  // namespace nalveo
