@@ -113,6 +113,11 @@ TEST(autocorrelation, iscircular) {
     EXPECT_EQ(autocorrelation(64, pairs.data()), 0);
     for (int lag = 0; lag < 64; ++lag)
         EXPECT_NEAR(at(pairs, 2 * lag) / pairs[0], at(wanted, lag), 1e-14) << lag;
+    const track kept = pairs;
+    EXPECT_EQ(autocorrelation(-64, pairs.data()), 0);
+    EXPECT_EQ(autocorrelation(0, pairs.data()), 0);
+    EXPECT_EQ(autocorrelation(63, pairs.data()), -1);
+    EXPECT_EQ(pairs, kept);
 }
 
 std::vector<candidate> bestcandidates(const track &r, int from, int to, double f0min) {
@@ -275,6 +280,65 @@ TEST(islands, byhand) {
     }
 }
 
+// The rules in their plainest form, which looks for the neighbours of an island frame by frame.
+track withoutislands(track f0, int longest) {
+    const int count = static_cast<int>(f0.size());
+    double low = 1e300, high = 0;
+    const auto forruns = [&](const auto &use) {
+        for (int begin = 0, end; begin < count; begin = end + 1) {
+            for (end = begin; at(f0, end) != 0;) ++end;
+            if (end > begin) use(begin, end);
+        }
+    };
+    forruns([&](int begin, int end) {
+        for (int k = begin; k < end && end - begin > longest; ++k) {
+            low = std::min(low, at(f0, k));
+            high = std::max(high, at(f0, k));
+        }
+    });
+    double left = 0, right = 1e300;
+    const auto jump = [](double a, double b) { return std::max(a / b, b / a); };
+    forruns([&](int begin, int end) {
+        bool stays = end - begin > longest || high == 0;
+        for (int k = begin; k < end; ++k) stays = stays || (low <= at(f0, k) && at(f0, k) <= high);
+        if (stays) return;
+        int before = begin - 1, after = end;
+        while (before >= 0 && at(f0, before) == 0) --before;
+        while (after < count && at(f0, after) == 0) ++after;
+        if (before >= 0) left = jump(at(f0, begin), at(f0, before));
+        if (after < count) right = jump(at(f0, end - 1), at(f0, after));
+        for (int k = begin; k < end && (left > 1.7 || right > 1.7); ++k)
+            f0[static_cast<std::size_t>(k)] = 0;
+    });
+    return f0;
+}
+
+TEST(islands, agreewiththeirplainestform) {
+    int cleared = 0, kept = 0;
+    for (std::uint64_t seed = 1; seed <= 200; ++seed) {
+        testrandom random(seed);
+        track f0;
+        while (f0.size() < 400) {
+            const auto run = static_cast<int>(2.7 + 2.5 * random.uniform());
+            double f = 150 * std::exp2(1.2 * random.uniform());
+            for (int k = 0; k < run; ++k) f0.push_back(f *= 1 + 0.3 * random.uniform());
+            f0.resize(f0.size() + (random.uniform() < 0.8 ? 1 : 9));
+        }
+        // A run of its own sets the reference; the others are islands nearly all.
+        const double f = 120 + 40 * random.uniform();
+        const auto where = f0.begin() + static_cast<std::ptrdiff_t>(200 + 190 * random.uniform());
+        for (auto frame = where - 2; frame < where + 8; ++frame)
+            *frame = frame < where || frame >= where + 6 ? 0 : f;
+        track found = f0;
+        elimislands(static_cast<std::uint32_t>(found.size()), found.data(), 200, testfs);
+        ASSERT_EQ(found, withoutislands(f0, 5)) << seed;
+        for (std::size_t k = 0; k < f0.size(); ++k)
+            if (f0[k] != 0) ++(found[k] == 0 ? cleared : kept);
+    }
+    EXPECT_GT(cleared, 5000);
+    EXPECT_GT(kept, 5000);
+}
+
 // ---- refinement ----
 
 constexpr double noband = -1;
@@ -320,6 +384,9 @@ TEST_F(refinement, keepswithinitslimits) {
     EXPECT_EQ(refined(120, 1, noband, 60, std::nextafter(up, 0)), 120.0);
     EXPECT_EQ(refined(127, 1, noband, down, 500), down);
     EXPECT_EQ(refined(127, 1, noband, std::nextafter(down, 500), 500), 127.0);
+    // Limits are taken as they are: none of 0 for f0min, all refused by one of 0 for f0max.
+    EXPECT_EQ(refined(127, 1, noband, 0, 500), down);
+    EXPECT_EQ(refined(127, 5, noband, 60, 0), 127.0);
     // A single component a quarter off: the step is above 20 %, at 15 % it is taken.
     std::fill(x.begin(), x.end(), 0.0);
     addtone(x, 0.1, 260, 0.0, 2000);

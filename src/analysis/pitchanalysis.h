@@ -3,6 +3,9 @@
 ///
 /// A track holds one f0 per frame in Hz; exactly 0 marks an unvoiced frame. Frame k is centred on
 /// sample first + k lframe.
+///
+/// What these routines cannot get memory for they report by throwing std::bad_alloc; elimislands
+/// and the conversions between Hz and logarithms allocate nothing.
 
 #pragma once
 
@@ -23,19 +26,19 @@
 /// \param[in]  nframes   number of frames, all centred within the signal; see getnumframes
 /// \param[out] f0        [nframes] f0 in Hz, 0 where unvoiced; every entry is written
 /// \param[in]  fs        sample rate in Hz
-/// \param[in]  f0min     lowest f0 searched, Hz; 0 or below stands for 60
-/// \param[in]  f0max     highest f0 searched, Hz; f0min or below stands for 500. A range that is
-///                       empty all the same leaves every frame unvoiced
-/// \return 0 always
+/// \param[in]  f0min     lowest f0 searched, Hz; 0 or below (or NaN) stands for 60
+/// \param[in]  f0max     highest f0 searched, Hz; f0min or below (or NaN) stands for 500. Where that
+///                       is below f0min, too, every frame comes out unvoiced
+/// \return 0 always; when memory runs out the track is not written
 int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
              std::uint32_t nframes, double *f0, double fs, double f0min, double f0max);
 
 /// Replaces complex data by its circular autocorrelation: forward transform, power, inverse
 /// transform. Unscaled; users take ratios to lag 0.
 ///
-/// \param[in]     n  number of complex values, a power of two
+/// \param[in]     n  number of complex values, a power of two; 0 or below does nothing
 /// \param[in,out] x  [2 n] interleaved; afterwards the real parts hold lags 0 .. n - 1
-/// \return 0 always
+/// \return 0, or -1 when n is above 0 and not a power of two; then x is as it was
 int autocorrelation(std::int32_t n, double *x);
 
 /// Clears short voiced runs (islands, up to 50 ms and a frame) that lie outside the f0 range of the
@@ -89,8 +92,10 @@ int fftfilter(const double *input, double *output, std::uint32_t n, std::uint32_
 /// \param[in]     fv          [nframes] maximum voiced frequency in Hz, which bounds the model, or
 ///                            null for 4500 Hz everywhere
 /// \param[in]     fs          sample rate in Hz
-/// \param[in]     f0min       lowest f0 accepted, Hz
-/// \param[in]     f0max       highest f0 accepted, Hz
+/// \param[in]     f0min       lowest f0 accepted, Hz. Nothing stands for another value here: 0 or
+///                            below is no bound beside lowestmodelled
+/// \param[in]     f0max       highest f0 accepted, Hz. It is taken as it is, too, so that one below
+///                            f0min refuses every estimate and the track stays
 /// \return 0 always
 int refinepitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, std::uint32_t iterations, double *f0, const double *fv,

@@ -1,6 +1,10 @@
 /// Spectral envelopes on the log-spectrum grid that all cepstral methods share: nfft doubles, bin k
 /// at k fs / nfft, natural logarithm of amplitude, and bin nfft - k equal to bin k, so that the
 /// array is the whole symmetric spectrum of a real signal.
+///
+/// nameminitialize throws std::bad_alloc where there is no memory for a record, the spectra where
+/// there is none for what they keep: a transform's tables, made at its first use, and the windows
+/// of voiced frames, made at the first use of a length. A record stays fit for use.
 
 #pragma once
 
