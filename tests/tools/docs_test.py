@@ -1,5 +1,8 @@
 #!/usr/bin/python3
-"""README, docs and manual pages: what they tell people to type works and prints what they say."""
+"""README, docs and manual pages: what they tell people to type works and prints what they say.
+
+README and docs are taken at their word in a fresh clone, with nothing else in it.
+"""
 
 import os
 import re
@@ -34,50 +37,65 @@ def blocks(document):
         yield fence[1], fence[2], output, elsewhere and elsewhere[1]
 
 
+def clone(folder):
+    """The files of a fresh clone, in an empty folder."""
+    listed = subprocess.run(["git", "-C", SOURCE, "ls-files", "-z"], stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL, check=False)
+    names = [name for name in os.fsdecode(listed.stdout).split("\0") if name]
+    if listed.returncode != 0:  # unpacked from an archive
+        names = [os.path.relpath(os.path.join(place, name), SOURCE)
+                 for place, _, files in os.walk(SOURCE) for name in files
+                 if not os.path.relpath(place, SOURCE).startswith(("build", ".git/"))]
+    for name in names:
+        path = os.path.join(folder, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        if os.path.exists(os.path.join(SOURCE, name)):
+            shutil.copy2(os.path.join(SOURCE, name), path)
+
+
 def prepare(folder):
-    """A recording, a numbered series and two collections, as a reader would have them."""
-    shutil.copytree(os.path.join(SOURCE, "examples"), os.path.join(folder, "examples"))
+    """What the examples of manual pages name: recordings, a numbered series, two collections."""
     with wave.open(os.path.join(SOURCE, "examples/sample.wav")) as file:
         samples = file.readframes(file.getnframes())
 
-    def write(name, start, length, channels=1, rate=16000):
+    def write(name, start, length, rate=16000):
         path = os.path.join(folder, name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
         with wave.open(path, "wb") as file:
-            file.setparams((channels, 2, rate, 0, "NONE", ""))
+            file.setparams((1, 2, rate, 0, "NONE", ""))
             file.writeframes(samples[2 * start:2 * (start + length)])
     write("speech.wav", 0, len(samples) // 2)
-    for index in range(1, 13):
+    for index in (1, 2, 3, 7):
         write(f"utt{index:03}.wav", 2000 * index, 8000)
     for index in range(3):
         write(f"corpus/a/{index}.wav", 9000 * index, 9000)
     write("mixed/plain.wav", 0, 8000)
-    write("stereo.wav", 0, 40000, channels=2)
     write("mixed/wide.wav", 0, 40000, rate=44100)
-    for name in ("studio", "music"):
-        subprocess.run(["sox", "mixed/wide.wav", name + ".flac"], cwd=folder, check=True)
+    subprocess.run(["sox", "mixed/wide.wav", "music.flac"], cwd=folder, check=True)
+
+
+def anchors(document):
+    """What links to a document may name behind #: its headings."""
+    headings = re.findall(r"^#+ (.*)$", re.sub(r"^```.*?^```$", "", document, flags=re.M | re.S),
+                          re.M)
+    return {re.sub(r"[^-\w]", "", heading.lower().replace(" ", "-")) for heading in headings}
 
 
 class DocsTest(unittest.TestCase):
-    def run_document(self, name, document):
+    def run_document(self, name, document, setup):
         with tempfile.TemporaryDirectory(prefix="nalveo16-docs.") as folder:
-            prepare(folder)
+            setup(folder)
             for language, content, expected, elsewhere in blocks(document):
                 if elsewhere:
                     for line in filter(None, content.splitlines()):
                         self.assertIn(re.sub(r"\s+#.*", "", line), text(elsewhere), name)
                     continue
-                if language == "console":
-                    lines = content.splitlines(keepends=True)
-                    content = "".join(line[2:] for line in lines if line.startswith("$ "))
-                    expected = "".join(line for line in lines if not line.startswith("$ "))
-                    language = "sh"
                 if language == "c":
                     path = os.path.join(folder, re.match(r"/\* (\w+\.c)", content)[1])
                     with open(path, "w", encoding="utf-8") as file:
                         file.write(content)
                 if language not in INTERPRETERS:
-                    self.assertIn(language, ("c", "text"), name)
+                    self.assertIn(language, ("c", "text", "bibtex"), name)
                     continue
                 run = subprocess.run([*INTERPRETERS[language], content], cwd=folder, text=True,
                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
@@ -86,11 +104,19 @@ class DocsTest(unittest.TestCase):
                     self.assertEqual(run.stdout.strip(), expected.strip(), f"{name}:\n{content}")
 
     def test_documents(self):
-        names = ["README.md", *("docs/" + name for name in os.listdir(os.path.join(SOURCE, "docs"))
-                                if name.endswith(".md"))]
+        names = ["README.md", "CONTRIBUTING.md"]
+        names += ["docs/" + name for name in os.listdir(os.path.join(SOURCE, "docs"))
+                  if name.endswith(".md")]
         for name in sorted(names):
             with self.subTest(name):
-                self.run_document(name, text(name))
+                self.run_document(name, text(name), clone)
+                for target in re.findall(r"\]\((?!\w+:)([^)]+)\)", text(name)):
+                    path, _, anchor = target.partition("#")
+                    path = os.path.normpath(os.path.join(os.path.dirname(name), path)) if path \
+                        else name
+                    self.assertTrue(os.path.exists(os.path.join(SOURCE, path)), f"{name}: {target}")
+                    if anchor:
+                        self.assertIn(anchor, anchors(text(path)), f"{name}: {target}")
 
     def test_manual_pages(self):
         for name in ("nalveo16", "nalveo16-plot", "nalveo16-corpus"):
@@ -102,7 +128,7 @@ class DocsTest(unittest.TestCase):
                 r"\(aq", "'")
             with self.subTest(name):
                 self.assertNotIn(r"\(", code)
-                self.run_document(name, f"```sh\n{code}\n```\n")
+                self.run_document(name, f"```sh\n{code}\n```\n", prepare)
                 # What the companions say they take, their pages explain.
                 if name != "nalveo16":
                     said = subprocess.run([name, "--help"], stdout=subprocess.PIPE, check=True,
