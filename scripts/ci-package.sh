@@ -14,7 +14,7 @@ shellcheck scripts/*.sh tools/nalveo16-corpus examples/slurm/*.sh tests/tools/*.
 bash -n completions/nalveo16{,-plot,-corpus}
 zsh -n completions/_nalveo16
 mandoc -T lint -W warning man/*.1
-codespell README.md CHANGELOG.md docs man packaging tools tests/tools examples scripts completions
+codespell README.md CONTRIBUTING.md CHANGELOG.md docs man packaging tools tests/tools examples scripts completions
 scripts/spelling.sh
 
 step companions, installed tree and documentation

@@ -11,7 +11,7 @@ misspelt=$(
         # that hold names.
         # shellcheck disable=SC2016  # the backquotes are Markdown's
         sed -E '/^```/,/^```$/d; /^    /d; s/`[^`]*`//g; s/\]\([^)]*\)//g; s/<!--.*-->//' \
-            README.md CHANGELOG.md docs/*.md examples/README.md
+            README.md CONTRIBUTING.md CHANGELOG.md docs/*.md examples/README.md
         sed -E '/^\.EX/,/^\.EE/d; /^\.(TH|TP|TQ|br|B|I|BR|RB|IR|RI|BI|IB)\b/d; s/\\f.//g
             s/\\\(..//g; s/\\-/-/g; s/\\.//g' man/*.1
     } | aspell list --lang=en_GB --encoding=utf-8 | sort -u | grep -vxFf docs/words.txt
