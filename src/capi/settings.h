@@ -1,0 +1,50 @@
+/// The options of the C interface, checked and with everything that stands for something else
+/// resolved.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "nalveo.h"
+
+namespace nalveo {
+
+/// Settings of one call, all in range.
+struct callsettings {
+    double fs = 0.0;
+    double f0min = 0.0;
+    double f0max = 0.0;
+    double alpha = 0.0;
+    std::uint32_t lframe = 0;
+    std::uint32_t ccord = 0;
+    std::uint32_t iterations = 0;
+    std::uint32_t zfill = 0;
+    std::uint8_t ccmeth = 0;
+    bool htsscale = false;
+    bool f0given = false;
+};
+
+/// Reads options of this or an earlier version of the struct.
+///
+/// \param[in]  options   the caller's; null is an error
+/// \param[out] settings  filled when the result is NALVEO_OK
+/// \return NALVEO_OK or the code of what is wrong
+int readoptions(const nalveo_options *options, callsettings *settings);
+
+/// Reads options and the length of a signal, and computes the number of frames.
+///
+/// \param[in]  options   the caller's
+/// \param[in]  nsamples  number of samples
+/// \param[out] settings  filled when the result is NALVEO_OK
+/// \param[out] nframes   number of frames, at least 1; likewise
+/// \return NALVEO_OK or the code of what is wrong
+int readgrid(const nalveo_options *options, std::size_t nsamples, callsettings *settings,
+             std::uint32_t *nframes);
+
+/// Warping parameter closest to the mel scale; see nalveo_mel_alpha.
+///
+/// \param[in] fs  sample rate in Hz, in range
+double melalpha(double fs);
+
+}  // namespace nalveo
