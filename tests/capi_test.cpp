@@ -51,7 +51,7 @@ tracks analyse(const reals &x, const nalveo_options &options) {
 // A voice that glides, with unvoiced ends and 30 ms of digital silence.
 reals speech() {
     const voice v{[](double t) { return t < 0.05 || t > 0.4 ? 0.0 : 110 + 100 * t; }, vowel(), 4000,
-                  0.05, 0.002};
+                  0.01, 0.002};
     reals x = speak(v, 8000);
     std::fill(x.begin() + 7000, x.begin() + 7480, 0.0);
     return x;
