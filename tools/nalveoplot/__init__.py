@@ -1,0 +1,12 @@
+"""The parts of nalveo16-plot, which draws what nalveo16 found in a recording.
+
+recording     recordings and tracks, checked against each other
+spectra       levels, envelopes and what is left of a track in one column of pixels
+style         colours, lines and outlines that the pictures share
+overview      a recording in rows of lanes on one time axis
+frame         one frame: its spectrum, and envelopes over it
+options       of the program, and which go together
+commandline   outputs and messages
+"""
+
+VERSION = "0.99"

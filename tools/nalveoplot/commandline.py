@@ -1,0 +1,150 @@
+"""From the command line to files: what is drawn, where it goes, what the user is told."""
+
+import contextlib
+import os
+import sys
+
+from matplotlib.figure import Figure
+
+from . import frame, overview
+from .options import ending_of, is_folder, parse
+from .recording import Tracks, Wrong, analyse, escape, read_recording, tell
+
+METHODS = ("harmonics, interpolated", "harmonics, discrete cepstrum",
+           "quasi-harmonics, discrete cepstrum", "complementary windows", "SEEVOC")
+
+# No date and no version in the file: the same input gives the same picture.
+METADATA = {".png": {"Software": None},
+            ".pdf": {"Creator": None, "Producer": None, "CreationDate": None},
+            ".svg": {"Creator": None, "Date": None}}
+
+
+class Drawing:
+    """All that pictures of one recording need."""
+
+    def __init__(self, args, wave):
+        self.args = args
+        self.samples = read_recording(wave)
+        if args.lf0 or args.mcc or args.mvf:
+            self.tracks = Tracks(args, wave, len(self.samples), args.lf0, args.mcc, args.mvf)
+        else:
+            self.tracks = analyse(args, wave, self.samples)
+        if args.compare:
+            self.envelopes = [(f"{number}: {name}", analyse(args, wave, self.samples, number), 0)
+                              for number, name in enumerate(METHODS)]
+        else:
+            names = ["envelope"] if len(args.mcc) < 2 else map(escape, args.mcc)
+            self.envelopes = [(name, self.tracks, index)
+                              for index, name in zip(range(len(self.tracks.cc)), names)]
+
+    def pages(self, new_figure, dpi):
+        """Yields (figure, number of the page, number of pages)."""
+        if self.args.frame is None:
+            yield from overview.pages(new_figure, self.args, self.samples, self.tracks, dpi)
+        else:
+            figure = new_figure(self.args.size or (10, 5.5))
+            frame.draw(figure, self.args, self.samples, self.tracks, self.envelopes)
+            yield figure, 1, 1
+
+
+@contextlib.contextmanager
+def whole(path):
+    """A name to write to; the file gets its own name when it is complete."""
+    folder, name = os.path.split(os.path.realpath(path))
+    stem, ending = os.path.splitext(name)
+    unfinished = os.path.join(folder, f".{stem}.{os.getpid()}{ending}")
+    try:
+        yield unfinished
+        os.replace(unfinished, path)
+    finally:
+        with contextlib.suppress(FileNotFoundError):
+            os.remove(unfinished)
+
+
+def new_figure(size):
+    return Figure(figsize=size)
+
+
+def save(drawing, path):
+    """Pictures of a recording: one file, or one for each page, numbered."""
+    ending = ending_of(path)
+    dpi = drawing.args.dpi or (100 if ending == ".png" else 300)
+    made = []
+    for figure, page, npages in drawing.pages(new_figure, dpi):
+        name = path
+        if npages > 1:
+            name = f"{path[:-len(ending)]}-{page:0{len(str(npages))}}{ending}"
+        with whole(name) as unfinished:
+            figure.savefig(unfinished, dpi=dpi, metadata=METADATA[ending])
+        made.append(name)
+    if len(made) > 1:
+        tell(f"Note: the pages are {escape(made[0])} to {escape(made[-1])}; a .pdf holds all.")
+
+
+def show(drawing):
+    """Opens a window for each page, and waits until they are closed."""
+    from matplotlib import pyplot
+    pyplot.switch_backend(pyplot.rcParams["backend"])
+    if pyplot.get_backend().lower() in ("agg", "pdf", "svg", "ps", "cairo", "template"):
+        raise Wrong("--show finds no display, or no toolkit to open a window with (Debian: "
+                    "python3-tk).")
+    for _ in drawing.pages(lambda size: pyplot.figure(figsize=size, dpi=drawing.args.dpi or 100),
+                           drawing.args.dpi or 100):
+        pass
+    pyplot.show()
+
+
+def targets(args):
+    """For each recording, the files that its pictures go to; no two recordings share one."""
+    taken = {}
+    plan = []
+    for wave in args.wave:
+        mine = []
+        for output in args.output:
+            path = output
+            if is_folder(output):
+                stem = os.path.splitext(os.path.basename(wave))[0]
+                path = os.path.join(output, f"{stem}.{args.format}")
+                if taken.setdefault(path, wave) != wave:
+                    raise Wrong(f"{taken[path]} and {wave} would both be drawn in {path}.")
+            mine.append(path)
+        plan.append((wave, mine))
+    return plan
+
+
+def run(args, stack):
+    """Draws all recordings; returns the exit status."""
+    status = 0
+    books = {}
+    for wave, paths in targets(args):
+        try:
+            drawing = Drawing(args, wave)
+            for path in paths:
+                if ending_of(path) == ".pdf":
+                    # Opened by the first recording that can be drawn; holds the pages of all.
+                    for figure, _, _ in drawing.pages(new_figure, args.dpi or 300):
+                        if path not in books:
+                            from matplotlib.backends.backend_pdf import PdfPages
+                            unfinished = stack.enter_context(whole(path))
+                            books[path] = stack.enter_context(
+                                PdfPages(unfinished, metadata=METADATA[".pdf"]))
+                        books[path].savefig(figure, dpi=args.dpi or 300)
+                else:
+                    save(drawing, path)
+            if args.show:
+                show(drawing)
+        except (Wrong, OSError, ValueError) as error:
+            tell(f"Error: {escape(str(error))}")
+            status = 1
+    return status
+
+
+def main(argv=None):
+    args = parse(argv)
+    try:
+        with contextlib.ExitStack() as stack:
+            status = run(args, stack)
+    except (Wrong, OSError) as error:
+        tell(f"Error: {escape(str(error))}")
+        status = 1
+    sys.exit(status)

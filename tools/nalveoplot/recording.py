@@ -1,0 +1,243 @@
+"""Recordings and what the analyser found in them, read and checked against each other."""
+
+import math
+import os
+import re
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+
+import numpy as np
+
+FS = 16000  # Hz
+UNVOICED = -1e9  # anything below is the marker -1e10
+# Where a recording is cut or damaged, sox goes on with what it has got, and tells so in words only.
+DAMAGED = re.compile(r"(^|\n)sox FAIL |Premature EOF|MD5 checksum mismatch")
+
+
+class Wrong(Exception):
+    """What is wrong with the input, for the user."""
+
+
+class Foreign(Wrong):
+    """A recording that the analyser does not take as it is, but that another program may read."""
+
+
+def tell(message):
+    """A line for the user that is no failure."""
+    print(message, file=sys.stderr)
+
+
+def escape(text):
+    """Bytes of a name that are not UTF-8 must not end the drawing."""
+    return text.encode(errors="replace").decode()
+
+
+# Recordings ---------------------------------------------------------------------------------------
+
+
+def read_plain(path):
+    """Samples of a mono 16 kHz 16-bit WAV file, -1 <= x < 1.
+
+    Takes what the analyser takes: the RIFF size may be wrong and the format have further bytes, but
+    the samples follow it at once, and all of them are there.
+    """
+    try:
+        with open(path, "rb") as file:
+            content = file.read()
+    except OSError as error:
+        raise Wrong(f"could not open {path}: {error.strerror}.") from error
+    try:
+        riff, kind, tag, size = struct.unpack_from("<4s4x4s4sI", content)
+        if (riff, kind, tag) != (b"RIFF", b"WAVE", b"fmt ") or size < 16:
+            raise Foreign(f"could not open {path}: it is no WAV file that begins with its format.")
+        coding, channels, rate, bits = struct.unpack_from("<HHI6xH", content, 20)
+        tag, nbytes = struct.unpack_from("<4sI", content, 20 + size)
+    except struct.error as error:
+        raise Foreign(f"could not open {path}: it ends within its header.") from error
+    if (coding, channels, rate, bits) != (1, 1, FS, 16):
+        raise Foreign(f"{path} has {channels} channel(s), {rate} Hz, {bits} bits, coding {coding}; "
+                      f"it must be mono, {FS} Hz, 16 bits, coding 1 (PCM).")
+    if tag != b"data":
+        raise Foreign(f"could not open {path}: its samples do not follow the format at once.")
+    if nbytes < 2:
+        raise Wrong(f"{path} holds no samples.")
+    if len(content) < 28 + size + nbytes:
+        raise Wrong(f"could not open {path}: it ends before the samples that its header promises.")
+    return np.frombuffer(content, "<i2", nbytes // 2, 28 + size) / 32768.0
+
+
+def read_recording(path):
+    """Samples of anything that the analyser or sox reads, at 16 kHz; says what was converted."""
+    try:
+        return read_plain(path)
+    except Foreign as refusal:
+        if not shutil.which("soxi"):
+            raise Wrong(f"{refusal} With sox installed, it would be converted.") from refusal
+        return convert(path, refusal)
+
+
+def convert(path, refusal):
+    """Samples of what sox makes of a file: the downmix, with its best resampler."""
+    kind = []
+    for option in "-r", "-c", "-b":
+        run = subprocess.run(["soxi", "-V1", option, path], stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, check=False, text=True)
+        if run.returncode:
+            raise Wrong(f"{refusal} sox cannot read it either.")
+        kind.append(run.stdout.strip())
+    with tempfile.TemporaryDirectory(prefix="nalveo16-plot.") as folder:
+        made = os.path.join(folder, "converted.wav")
+        run = subprocess.run(
+            ["sox", "-R", "-G", "--no-glob", path, "-c", "1", "-b", "16", made, "rate", "-v",
+             str(FS)], stderr=subprocess.PIPE, check=False)
+        said = run.stderr.decode(errors="replace").strip()
+        if run.returncode or DAMAGED.search(said):
+            raise Wrong(f"could not open {path}: sox says: {said or run.returncode}")
+        samples = read_plain(made)
+    rate, channels, bits = kind
+    what = ", ".join(text for text, differs in (
+        (f"{rate} Hz", rate != str(FS)), (f"{channels} channels", channels != "1"),
+        (f"{bits} bits", bits != "16")) if differs)
+    tell(f"Note: {escape(path)} was converted by sox from {what or 'another kind of file'} to "
+         f"mono, {FS} Hz, 16 bits.")
+    return samples
+
+
+def write_plain(path, samples):
+    """A WAV file as the analyser takes it."""
+    data = np.round(np.clip(samples, -1, 32767 / 32768) * 32768).astype("<i2").tobytes()
+    with open(path, "wb") as file:
+        file.write(struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16,
+                               1, 1, FS, 2 * FS, 2, 16, b"data", len(data)) + data)
+
+
+# Tracks -------------------------------------------------------------------------------------------
+
+
+def read_floats(path):
+    """Values of a headerless file of float32."""
+    try:
+        size = os.path.getsize(path)
+        if size == 0 or size % 4:
+            raise Wrong(f"{path} is no track: its {size} bytes are not a whole number of floats.")
+        return np.fromfile(path, "<f4").astype(float)
+    except OSError as error:
+        raise Wrong(f"could not read {path}: {error.strerror}.") from error
+
+
+def shift_that_fits(nsamples, nframes):
+    """The roundest frame shift by which so many samples make so many frames, or None."""
+    if nframes < 2:
+        return None
+    low, high = (nsamples - 1) // nframes + 1, (nsamples - 1) // (nframes - 1)
+    for step in (80, 40, 16, 10, 5, 1):
+        fit = -(-low // step) * step
+        if low <= fit <= high:
+            return fit
+    return None
+
+
+class Tracks:
+    """What the analyser wrote, checked against the recording.
+
+    nframes  number of frames, common to all tracks
+    time     [nframes] their centres in s
+    f0       list of [nframes] in Hz, NaN where unvoiced; one array for each file given
+    mvf      the same for the maximum voiced frequency
+    cc       list of [nframes x (ccord + 1)] cepstra
+    names    of the files, by kind: "lf0", "mcc", "mvf"
+    """
+
+    def __init__(self, args, wave, nsamples, lf0=(), mcc=(), mvf=()):
+        self.lframe, self.ccord, self.alpha = args.lframe, args.ccord, args.alpha
+        self.hts = args.htsscale == 1
+        self.wave, self.nsamples, self.partial = wave, nsamples, args.partial
+        self.nframes = None
+        self.names = {"lf0": list(lf0), "mcc": list(mcc), "mvf": list(mvf)}
+        self.f0 = [self._f0(path) for path in lf0]
+        self.mvf = [self._mvf(path) for path in mvf]
+        self.cc = [self._cepstra(path) for path in mcc]
+        self.time = np.arange(self.nframes) * self.lframe / FS
+
+    def _track(self, path):
+        values = read_floats(path)
+        self._check_frames(path, len(values))
+        return values
+
+    def _check_frames(self, path, nframes):
+        expected = (self.nsamples - 1) // self.lframe + 1
+        if self.nframes is not None and nframes != self.nframes:
+            raise Wrong(f"{path} holds {nframes} frames, but the tracks before it {self.nframes}.")
+        if nframes != expected and not (self.partial and nframes < expected):
+            fit = shift_that_fits(self.nsamples, nframes)
+            hint = (f" It would fit --lframe={fit}." if fit else
+                    " If it ends early on purpose, say --partial." if nframes < expected else "")
+            raise Wrong(f"{path} holds {nframes} frames, but {self.wave} makes {expected} with a "
+                        f"frame shift of {self.lframe} samples.{hint}")
+        self.nframes = nframes
+
+    def _f0(self, path):
+        values = self._track(path)
+        voiced = values > UNVOICED
+        if not np.all(np.isfinite(values)) or np.any(values[voiced] > math.log(FS / 2)) or np.any(
+                values[voiced] < 0):
+            raise Wrong(f"{path} is no track of log f0: it has values other than logarithms of 1 "
+                        f"to {FS // 2} Hz and -1e10.")
+        return np.exp(np.where(voiced, values, np.nan))
+
+    def _mvf(self, path):
+        values = self._track(path)
+        if not np.all((values >= 0) & (values <= FS / 2)):
+            raise Wrong(f"{path} is no track of maximum voiced frequency: it has values below 0 or "
+                        f"above {FS // 2} Hz.")
+        return np.where(values > 0, values, np.nan)
+
+    def _cepstra(self, path):
+        values = read_floats(path)
+        nframes = self.nframes or (self.nsamples - 1) // self.lframe + 1
+        fit = len(values) // nframes - 1
+        fits = len(values) == nframes * (fit + 1)
+        if (self.nframes is None and (self.partial or not fits)
+                and len(values) % (self.ccord + 1) == 0):
+            nframes = len(values) // (self.ccord + 1)
+        if len(values) != nframes * (self.ccord + 1):
+            hint = f" It would fit --ccord={fit}." if fits else ""
+            raise Wrong(f"{path} holds {len(values)} values, but {nframes} frames of order "
+                        f"{self.ccord} make {nframes * (self.ccord + 1)}.{hint}")
+        self._check_frames(path, nframes)
+        if not np.all(np.isfinite(values)):
+            raise Wrong(f"{path} is no file of cepstra: it has values that are no finite numbers.")
+        return values.reshape(nframes, self.ccord + 1)
+
+
+# Analysing ----------------------------------------------------------------------------------------
+
+# Options that this program shares with the analyser; the first four tell how to read tracks, too.
+SHARED = ("lframe", "ccord", "alpha", "htsscale", "ccmeth", "f0min", "f0max", "f0acc", "zfill")
+
+
+def analyse(args, wave, samples, method=None):
+    """Tracks of a recording by the analyser, with the options that it shares with this program."""
+    beside = os.path.join(os.path.dirname(os.path.realpath(sys.argv[0])), "nalveo16")
+    program = beside if os.access(beside, os.X_OK) else shutil.which("nalveo16")
+    if not program:
+        raise Wrong("the program nalveo16 is not installed, and no tracks are given.")
+    with tempfile.TemporaryDirectory(prefix="nalveo16-plot.") as folder:
+        recording, *names = (os.path.join(folder, name) for name in ("wav", "lf0", "mcc", "mvf"))
+        write_plain(recording, samples)
+        options = {name: getattr(args, name) for name in SHARED}
+        if method is not None:
+            options["ccmeth"] = method
+        command = [program, recording, *names]
+        command += [f"--{name}={value}" for name, value in options.items() if value is not None]
+        run = subprocess.run(command, stdout=subprocess.PIPE, check=False)
+        said = run.stdout.decode(errors="replace").strip().replace(recording, escape(wave))
+        if run.returncode or "Error:" in said or not all(map(os.path.exists, names)):
+            raise Wrong("nalveo16 says: " + (said or f"exit status {run.returncode}"))
+        if said:
+            tell(said)
+        lf0, mcc, mvf = ([name] for name in names)
+        return Tracks(args, wave, len(samples), lf0, mcc, mvf)

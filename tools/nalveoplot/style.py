@@ -1,0 +1,32 @@
+"""Colours, lines and outlines that the pictures share."""
+
+import sys
+
+try:
+    import matplotlib
+    from matplotlib.patheffects import Normal, Stroke
+except ImportError as error:
+    sys.exit(f"nalveo16-plot: {error}. It needs Debian's python3-numpy and python3-matplotlib.")
+
+# Colours that stay apart for colour-blind eyes (Okabe and Ito, "Color universal design", 2008).
+BLUE, ORANGE, GREEN, PINK, SKY, VERMILION = (
+    "#0072B2", "#E69F00", "#009E73", "#CC79A7", "#56B4E9", "#D55E00")
+UNVOICED_GREY = "#E3E3E3"
+WAVE_GREY = "#555555"
+F0_COLOURS = (BLUE, VERMILION, SKY, PINK, ORANGE)
+MVF_COLOURS = (GREEN, ORANGE, PINK, SKY, VERMILION)
+COLOURMAP = "magma_r"
+
+matplotlib.rcParams.update({
+    "svg.hashsalt": "nalveo16-plot",  # instead of random names: the same input, the same file
+    "svg.fonttype": "none",  # text stays text: it can be searched and edited
+    "pdf.fonttype": 42,  # TrueType, embedded; journals refuse matplotlib's Type 3
+    "ps.fonttype": 42,
+    "axes.titlesize": 10,
+    "axes.titlelocation": "left",
+})
+
+
+def outline(width):
+    """A white edge, by which a line can be told from any background."""
+    return [Stroke(linewidth=width + 1.4, foreground="white"), Normal()]
