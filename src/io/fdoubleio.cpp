@@ -1,15 +1,17 @@
 #include "io/fdoubleio.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <memory>
-#include <system_error>
+#include <optional>
+#include <span>
+#include <utility>
 
-#include "io/binaryfile.h"
+#include "io/wholefile.h"
 
 using namespace nalveo;
 
@@ -40,24 +42,16 @@ void widen(double *values, std::size_t count) {
     }
 }
 
-// Number of whole values in a file, which is left at its start; 0 for what has no size, as a device
-// or a pipe.
-std::uint32_t countvalues(std::FILE *file) {
-    if (std::fseek(file, 0, SEEK_END) != 0) return 0;
+// Number of whole values in a file, which is left at its start; nothing for what has no size, as a
+// folder or a pipe, or more values than can be counted.
+std::optional<std::uint32_t> countvalues(std::FILE *file) {
+    if (std::fseek(file, 0, SEEK_END) != 0) return std::nullopt;
     const long size = std::ftell(file);
     std::rewind(file);
-    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
-    const std::uint64_t values = size > 0 ? static_cast<std::uint64_t>(size) / sizeof(float) : 0;
-    return values <= most ? static_cast<std::uint32_t>(values) : 0;
-}
-
-// Removes a file that was not written whole: half a track would pass for a short one. What is no
-// plain file, such as a device or a link, stays.
-void discard(const char *path) {
-    std::error_code ignored;
-    if (std::filesystem::symlink_status(path, ignored).type() ==
-        std::filesystem::file_type::regular)
-        std::filesystem::remove(path, ignored);
+    if (size < 0) return std::nullopt;
+    const std::uint64_t count = static_cast<std::uint64_t>(size) / sizeof(float);
+    if (count > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+    return static_cast<std::uint32_t>(count);
 }
 
 }  // namespace
@@ -65,29 +59,42 @@ void discard(const char *path) {
 std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count,
                            std::int8_t copy) {
     if (path == nullptr || count == 0) return 0;
-    filehandle file(std::fopen(path, "wb"));
-    if (!file) return 0;
+    const std::size_t size = count * sizeof(float);
     std::unique_ptr<unsigned char[]> own;
-    if (copy == 1) own = std::make_unique_for_overwrite<unsigned char[]>(count * sizeof(float));
+    if (copy == 1) own = std::make_unique_for_overwrite<unsigned char[]>(size);
     unsigned char *const floats = own ? own.get() : reinterpret_cast<unsigned char *>(values);
     narrow(values, count, floats);
-    const bool written = std::fwrite(floats, sizeof(float), count, file.get()) == count;
-    // A full disk may show only when the last buffer is flushed.
-    const bool closed = std::fclose(file.release()) == 0;
-    if (written && closed) return count;
-    discard(path);
-    return 0;
+    return nalveo::writewhole(path, std::as_bytes(std::span(floats, size))) ? count : 0;
 }
 
 std::uint32_t fdoubleread(const char *path, double **values) {
     if (path == nullptr) return 0;
-    const filehandle file(std::fopen(path, "rb"));
-    if (!file) return 0;
-    std::uint32_t count = countvalues(file.get());
-    if (count == 0) return 0;
-    readerarray track = readvalues(file.get(), sizeof(float), &count);
-    if (count == 0 || std::ferror(file.get()) != 0) return 0;
-    widen(track.get(), count);
+    readerarray track;
+    std::uint32_t count = 0;
+    if (nalveo::readtrack(path, &track, &count) != nalveo::trackstate::good) return 0;
     *values = track.release();
     return count;
 }
+
+namespace nalveo {
+
+trackstate readtrack(const char *path, readerarray *values, std::uint32_t *count) {
+    const filehandle file(std::fopen(path, "rb"));
+    if (!file)
+        return errno == ENOENT || errno == ENOTDIR ? trackstate::missing : trackstate::unreadable;
+    const std::optional<std::uint32_t> held = countvalues(file.get());
+    if (!held) return trackstate::unreadable;
+    if (*held == 0) {  // of which a folder is told by the error that reading it gives
+        static_cast<void>(std::getc(file.get()));
+        return std::ferror(file.get()) == 0 ? trackstate::empty : trackstate::unreadable;
+    }
+    std::uint32_t got = *held;
+    readerarray track = readvalues(file.get(), sizeof(float), &got);
+    if (got < *held) return trackstate::unreadable;
+    widen(track.get(), got);
+    *values = std::move(track);
+    *count = got;
+    return trackstate::good;
+}
+
+}  // namespace nalveo

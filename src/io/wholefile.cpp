@@ -1,0 +1,151 @@
+#include "io/wholefile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "io/filepath.h"
+
+namespace nalveo {
+namespace {
+
+constexpr mode_t everybody = 0666;  // less the umask
+constexpr mode_t owneronly = 0600;
+constexpr mode_t permissions = 0777;
+
+class descriptor {
+   public:
+    explicit descriptor(int file) : file_(file) {}
+    ~descriptor() {
+        if (file_ >= 0) ::close(file_);
+    }
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+
+    int get() const { return file_; }
+    bool isopen() const { return file_ >= 0; }
+
+    // A full disk may show only here.
+    bool close() {
+        const int file = file_;
+        file_ = -1;
+        return ::close(file) == 0;
+    }
+
+   private:
+    int file_;
+};
+
+bool writeall(int file, std::span<const std::byte> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// What is not a regular file: the name is opened as it is.
+bool writestream(const char *path, std::span<const std::byte> bytes) {
+    descriptor file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, everybody));
+    return file.isopen() && writeall(file.get(), bytes) && file.close();
+}
+
+// Over what a file holds. The part behind its old end goes first: where the disk has no room for it,
+// it is cut off again, and nothing has happened.
+bool writeinplace(descriptor &file, off_t oldsize, std::span<const std::byte> bytes) {
+    const auto size = static_cast<off_t>(bytes.size());
+    const std::size_t covered = std::min(bytes.size(), static_cast<std::size_t>(oldsize));
+    if (lseek(file.get(), oldsize, SEEK_SET) != oldsize) return false;
+    if (!writeall(file.get(), bytes.subspan(covered))) {
+        static_cast<void>(ftruncate(file.get(), oldsize));
+        return false;
+    }
+    if (lseek(file.get(), 0, SEEK_SET) == 0 && writeall(file.get(), bytes.first(covered)) &&
+        ftruncate(file.get(), size) == 0)
+        return file.close();
+    static_cast<void>(ftruncate(file.get(), 0));  // a mixture would pass for a track
+    return false;
+}
+
+// A new file beside another, which either takes its name or vanishes. Its own name is short, so that
+// it fits wherever the other does; a number tells it from those of other runs and threads.
+class neighbour {
+   public:
+    neighbour(const std::string &path, mode_t mode)
+        : path_(path.substr(0, path.rfind('/') + 1) + ".nalveo16-" + std::to_string(getpid()) +
+                "-000"),
+          file_(create(mode)) {}
+    ~neighbour() {
+        if (exists_) unlink(path_.c_str());
+    }
+    neighbour(const neighbour &) = delete;
+    neighbour &operator=(const neighbour &) = delete;
+
+    bool exists() const { return exists_; }
+
+    // Owner and group where the system lets us; in this order, as the change of an owner may take
+    // permissions away.
+    bool takeaccess(const struct stat &from) const {
+        if (fchown(file_.get(), from.st_uid, from.st_gid) != 0)
+            static_cast<void>(fchown(file_.get(), static_cast<uid_t>(-1), from.st_gid));
+        return fchmod(file_.get(), from.st_mode & permissions) == 0;
+    }
+
+    bool fill(std::span<const std::byte> bytes) {
+        return writeall(file_.get(), bytes) && file_.close();
+    }
+
+    bool takename(const std::string &name) {
+        exists_ = std::rename(path_.c_str(), name.c_str()) != 0;
+        return !exists_;
+    }
+
+   private:
+    int create(mode_t mode) {
+        constexpr int attempts = 1000;
+        for (int i = 0; i < attempts; ++i) {
+            std::snprintf(&path_[path_.size() - 3], 4, "%03d", i);
+            const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+            exists_ = file >= 0;
+            if (exists_ || errno != EEXIST) return file;
+        }
+        return -1;
+    }
+
+    std::string path_;
+    bool exists_ = false;
+    descriptor file_;
+};
+
+}  // namespace
+
+bool writewhole(const char *path, std::span<const std::byte> bytes) {
+    const std::string target = linktarget(path);
+    struct stat old, itself;
+    if (stat(path, &old) != 0) {
+        if (errno != ENOENT) return false;
+        neighbour made(target, everybody);
+        return made.exists() && made.fill(bytes) && made.takename(target);
+    }
+    // Behind a link of /proc there may be a file whose name is gone, or is another's.
+    const bool regular = S_ISREG(old.st_mode) && lstat(target.c_str(), &itself) == 0 &&
+                         itself.st_dev == old.st_dev && itself.st_ino == old.st_ino;
+    if (!regular) return writestream(path, bytes);
+    descriptor existing(open(target.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!existing.isopen()) return false;
+    neighbour made(target, owneronly);
+    if (made.exists() && made.takeaccess(old)) {
+        if (!made.fill(bytes)) return false;
+        if (made.takename(target)) return true;
+    }
+    return writeinplace(existing, old.st_size, bytes);
+}
+
+}  // namespace nalveo
