@@ -1,11 +1,12 @@
-// The whole program on short signals with any options: whatever it accepts, all outputs have the
-// right size and hold finite numbers.
+// The whole program on short signals with any options and names: whatever it accepts, all outputs
+// have the right size and hold finite numbers; whatever it refuses, every file stays as it was.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "driver/nalveo.h"
@@ -82,8 +83,17 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     FuzzedDataProvider input(data, size);
-    static memoryfile wave, f0, cc, fv;
-    for (memoryfile *output : {&f0, &cc, &fv}) output->put("");
+    static const memoryfolder folder;
+    folder.clear();
+    for (const char *other : {"x", "y"}) folder.put(other, "mine");
+    std::filesystem::create_symlink("cc", folder / "ahead");
+    std::filesystem::create_hard_link(folder / "x", folder / "hard");
+    // One run in eight or so has names that are not the four of a careful user.
+    std::string wave = "wave", f0 = "f0", cc = "cc", fv = "fv";
+    for (std::string *name : {&wave, &f0, &cc, &fv}) {
+        constexpr const char *odd[] = {"wave", "f0", "cc", "fv", "x", "y", "ahead", "hard"};
+        if (input.ConsumeIntegralInRange(0, 31) == 31) *name = input.PickValueInArray(odd);
+    }
 
     const int lframe = wholeoption(input, 40, 400), ccord = wholeoption(input, 0, 50);
     // A frame takes milliseconds under the sanitizers, so there are few.
@@ -91,10 +101,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         1, static_cast<std::uint32_t>(6 * std::clamp(lframe, 1, 400)));
     const int f0load = input.ConsumeIntegralInRange(0, 1);
     std::vector<std::string> arguments{"nalveo16",
-                                       wave.path(),
-                                       f0.path(),
-                                       cc.path(),
-                                       fv.path(),
+                                       folder / wave,
+                                       folder / f0,
+                                       folder / cc,
+                                       folder / fv,
                                        "--lframe=" + std::to_string(lframe),
                                        "--ccord=" + std::to_string(ccord),
                                        "--ccmeth=" + std::to_string(wholeoption(input, 0, 5)),
@@ -110,25 +120,36 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         std::string track;
         for (std::size_t k = 0; k < loaded; ++k)
             track += littleendian(static_cast<float>(realoption(input, 4.0, 9.2)));
-        f0.put(track);
+        folder.put(f0, track);
     }
-    wave.put(wavbytes(signalof(input, n)));
+    folder.put(wave, wavbytes(signalof(input, n)));
 
     std::vector<char *> argv;
     for (std::string &argument : arguments) argv.push_back(argument.data());
-    const std::string before = f0.get();
-    if (nalveomain(static_cast<int>(argv.size()), argv.data()) != 0 || cc.get().empty()) {
-        require(f0.get() == before && cc.get().empty() && fv.get().empty(),
-                "what is refused leaves nothing behind");
+    auto files = folder.files();
+    const auto before = files;
+    const int status = nalveomain(static_cast<int>(argv.size()), argv.data());
+    files = folder.files();
+    const auto place = [](const std::string &name) { return name == "ahead" ? "cc" : name; };
+    const std::set<std::string> outputs{place(f0), place(cc), place(fv)};
+    if (status != 0 || files == before) {
+        require(files == before, "what is refused leaves everything as it was");
         return 0;
     }
+    require(outputs.size() == 3 && outputs.count(place(wave)) == 0, "no file is named twice");
     std::size_t frames = getnumframes(n, static_cast<std::uint32_t>(lframe), 0);
-    if (before.size() >= 4) frames = std::min(frames, before.size() / 4);
-    require(f0.get().size() / 4 == frames && fv.get().size() == 4 * frames &&
-                cc.get().size() == 4 * frames * (static_cast<std::size_t>(ccord) + 1),
+    if (f0load != 0 && before.count(f0) != 0 && before.at(f0).size() >= 4)
+        frames = std::min(frames, before.at(f0).size() / 4);
+    require(files[f0].size() / 4 == frames && files[fv].size() == 4 * frames &&
+                files[cc].size() == 4 * frames * (static_cast<std::size_t>(ccord) + 1),
             "every output holds every frame");
-    requirefinite(f0.get(), "log f0 is finite");
-    requirefinite(fv.get(), "the maximum voiced frequency is finite");
-    requirefinite(cc.get(), "the cepstra are finite");
+    requirefinite(files[f0], "log f0 is finite");
+    requirefinite(files[fv], "the maximum voiced frequency is finite");
+    requirefinite(files[cc], "the cepstra are finite");
+    for (const auto &[name, bytes] : before)
+        require(files.count(name) != 0 && (outputs.count(place(name)) != 0 || files[name] == bytes),
+                "no other file changes");
+    for (const auto &[name, bytes] : files)
+        require(before.count(name) != 0 || outputs.count(name) != 0, "no other file appears");
     return 0;
 }

@@ -1,4 +1,4 @@
-/// What a fuzzer needs: a property that ends the run, and files that live in memory.
+/// What a fuzzer needs: a property that ends the run, files and folders that live in memory.
 
 #pragma once
 
@@ -7,6 +7,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 
 /// Ends the process with a message when a property does not hold.
@@ -43,4 +47,38 @@ class memoryfile {
 
    private:
     int file_ = memfd_create("fuzz", 0);
+};
+
+/// A folder in memory, removed at the end.
+class memoryfolder {
+   public:
+    memoryfolder() { require(mkdtemp(path_.data()) != nullptr, "a folder can be made"); }
+    ~memoryfolder() { std::filesystem::remove_all(path_); }
+    memoryfolder(const memoryfolder &) = delete;
+    memoryfolder &operator=(const memoryfolder &) = delete;
+
+    std::string operator/(const std::string &name) const { return path_ + '/' + name; }
+
+    void clear() const {
+        for (const auto &entry : std::filesystem::directory_iterator(path_))
+            std::filesystem::remove(entry.path());
+    }
+
+    void put(const std::string &name, const std::string &bytes) const {
+        std::ofstream file(*this / name, std::ios::binary);
+        require(bool(file << bytes << std::flush), "a file can be made");
+    }
+
+    /// Name and contents of all its files; a link is what it leads to.
+    std::map<std::string, std::string> files() const {
+        std::map<std::string, std::string> all;
+        for (const auto &entry : std::filesystem::directory_iterator(path_)) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            all[entry.path().filename().string()] = {std::istreambuf_iterator<char>(file), {}};
+        }
+        return all;
+    }
+
+   private:
+    std::string path_ = "/dev/shm/fuzz_XXXXXX";
 };

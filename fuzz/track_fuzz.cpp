@@ -10,18 +10,22 @@ using namespace nalveo;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char *>(data), size);
-    static memoryfile file;
+    static const memoryfolder folder;
+    folder.put("track", bytes);
+    const std::string path = folder / "track";
     double untouched = 0.0, *read = &untouched;
-    const std::uint32_t count = fdoubleread(file.put(bytes).c_str(), &read);
+    const std::uint32_t count = fdoubleread(path.c_str(), &read);
     require(count == size / 4, "every whole value is read");
     require((count == 0) == (read == &untouched), "only success stores a result");
     if (count == 0) return 0;
     const readerarray track(read);
     const bool copy = data[0] % 2 == 0;
     const double first = track[0];
-    require(fdoublewrite(file.path().c_str(), read, count, copy ? 1 : 0) == count,
+    require(fdoublewrite(path.c_str(), read, count, copy ? 1 : 0) == count,
             "every value is written");
-    const std::string written = file.get();
+    const auto files = folder.files();
+    const std::string &written = files.at("track");
+    require(files.size() == 1, "no other file is left");
     require(written.size() == 4 * std::size_t{count}, "nothing else is written");
     for (std::size_t k = 0; k < written.size(); k += 4) {
         float was = 0.0F, is = 0.0F;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <limits>
 
 #include "io/binaryfile.h"
@@ -32,7 +33,7 @@ TEST(fdoublewrite, writeslittleendianfloats) {
     const std::string bytes("\0\0\x80\x3f\0\0\x20\x40\xf9\x02\x15\xd0\xcd\xcc\xcc\x3d", 16);
     for (const auto copy : {std::int8_t{0}, std::int8_t{1}, std::int8_t{2}}) {
         doubles track = values;
-        writefile(folder / "track", "more than will be there when the file has been truncated");
+        writefile(folder / "track", "more than there will be afterwards");
         ASSERT_EQ(fdoublewrite((folder / "track").c_str(), track.data(), 4, copy), 4U);
         EXPECT_EQ(readfile(folder / "track"), bytes);
         if (copy == 1)
@@ -73,4 +74,30 @@ TEST(fdoubleread, readswholevaluesofanynumber) {
     for (const char *none : {"", "none"}) EXPECT_TRUE(readtrack(folder / none).empty()) << none;
     double *unset = nullptr;
     EXPECT_EQ(fdoubleread(nullptr, &unset), 0U);
+}
+
+TEST(readtrack, sayswhythereisnone) {
+    const tempfolder folder;
+    const auto state = [&](const std::string &path) {
+        readerarray values;
+        std::uint32_t count = 7;
+        const trackstate result = readtrack(path.c_str(), &values, &count);
+        EXPECT_EQ(result == trackstate::good, values && count == 1) << path;
+        return result;
+    };
+    writefile(folder / "track", floatbytes({1.0F}) + "abc");
+    writefile(folder / "few", "abc");
+    EXPECT_EQ(state(folder / "track"), trackstate::good);
+    for (const char *missing : {"none", "none/none", "track/none"})
+        EXPECT_EQ(state(folder / missing), trackstate::missing) << missing;
+    EXPECT_EQ(state(folder / "few"), trackstate::empty);
+    EXPECT_EQ(state("/dev/null"), trackstate::empty);
+    std::filesystem::create_symlink("loop", folder / "loop");
+    std::filesystem::permissions(folder / "", std::filesystem::perms{0755});
+    std::filesystem::permissions(folder / "track", std::filesystem::perms{0});
+    std::filesystem::resize_file(folder / "few", std::uintmax_t{1} << 35);  // and a hole
+    const unprivileged user;
+    for (const char *name : {"track", "few", "loop", ""})
+        EXPECT_EQ(state(folder / name), trackstate::unreadable) << name;
+    EXPECT_EQ(state("/proc/self/mem"), trackstate::unreadable) << "has no end";
 }

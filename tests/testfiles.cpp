@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -38,6 +39,23 @@ std::optional<std::string> readfile(const std::string &path) {
 void writefile(const std::string &path, const std::string &bytes) {
     std::ofstream file(path, std::ios::binary);
     if (!(file << bytes << std::flush)) throw std::runtime_error("could not write " + path);
+}
+
+std::vector<std::string> namesin(const std::string &folder) {
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+unprivileged::unprivileged() : another_(geteuid() == 0) {
+    constexpr uid_t nobody = 65534;
+    if (another_ && seteuid(nobody) != 0) throw std::runtime_error("root cannot step down");
+}
+
+unprivileged::~unprivileged() {
+    if (another_ && seteuid(0) != 0) std::abort();
 }
 
 std::string floatbytes(const std::vector<float> &values) {

@@ -27,6 +27,24 @@ std::optional<std::string> readfile(const std::string &path);
 /// Creates or replaces a file. Throws when that fails: a test without its input tests nothing.
 void writefile(const std::string &path, const std::string &bytes);
 
+/// Names of all that a folder holds, hidden or not, in order.
+std::vector<std::string> namesin(const std::string &folder);
+
+/// While it lives, the process has no more rights to files than any user: root may do everything,
+/// and would see no refusal.
+class unprivileged {
+   public:
+    unprivileged();
+    ~unprivileged();
+    unprivileged(const unprivileged &) = delete;
+    unprivileged &operator=(const unprivileged &) = delete;
+    /// Whether this user is another than made the files before.
+    bool isanother() const { return another_; }
+
+   private:
+    bool another_;
+};
+
 /// Bytes of a track file with these values, and back.
 std::string floatbytes(const std::vector<float> &values);
 std::vector<float> floatsof(const std::string &bytes);

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <limits>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,6 +23,7 @@
 #include "driver/paramread.h"
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
+#include "io/filepath.h"
 #include "io/wavm1616io.h"
 #include "numeric/windowing.h"
 
@@ -179,6 +181,23 @@ bool checkindexfields(const filenames &names) {
     return true;
 }
 
+// No two names may stand for one file, or an output would take the place of the recording or of
+// another output. `identity` tells a name's file; nothing stands for what may be named twice.
+template <class Identity>
+bool checkdistinct(const filenames &names, Identity identity) {
+    const std::array<const char *, 4> all{names.wave, names.f0, names.cc, names.fv};
+    std::array<std::optional<fileidentity>, 4> files;
+    for (std::size_t i = 0; i < all.size() && all[i] != nullptr; ++i) {
+        files[i] = identity(all[i]);
+        for (std::size_t k = 0; files[i] && k < i; ++k) {
+            if (files[k] != files[i]) continue;
+            std::printf("Error: %s and %s are the same file.\n", all[k], all[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
 // f0 of a file's frames, in Hz.
 struct f0track {
     readerarray values;  // null for a track that was refused
@@ -198,21 +217,27 @@ f0track estimatef0(const settings &set, const double *waveform, std::uint32_t ns
 // First of n values that is no log f0 to analyse with; n when all are.
 std::uint32_t findbadlogf0(const double *values, std::uint32_t n) {
     const double *const bad = std::find_if_not(values, values + n, [](double v) {
-        const bool unvoiced = v <= unvoicedlogf0 && std::isfinite(v);
-        return unvoiced || (v >= lowestlogf0 && v <= highestlogf0);
+        return v <= unvoicedlogf0 || (v >= lowestlogf0 && v <= highestlogf0);
     });
     return static_cast<std::uint32_t>(bad - values);
 }
 
 // A loaded track can shorten the analysis but not lengthen it. One that is too long is cut, in its
-// file too; one that cannot be read is replaced by an estimate. One with a value out of range is
-// refused with a message: the result holds no values then.
+// file too; one that is missing or empty is replaced by an estimate. One that is there but cannot
+// be read, or has a value out of range, is refused with a message and stays: it may be somebody's
+// work by hand. The result holds no values then.
 f0track obtainf0(const settings &set, const char *filef0, const double *waveform,
                  std::uint32_t nsamples, std::uint32_t nframes) {
-    double *read = nullptr;
-    const std::uint32_t loaded = set.f0load != 0 ? fdoubleread(filef0, &read) : 0;
-    if (loaded == 0) return estimatef0(set, waveform, nsamples, nframes);
-    f0track track{readerarray(read), std::min(loaded, nframes), loaded <= nframes};
+    readerarray read;
+    std::uint32_t loaded = 0;
+    const trackstate state =
+        set.f0load != 0 ? readtrack(filef0, &read, &loaded) : trackstate::missing;
+    if (state == trackstate::unreadable) {
+        std::printf("Error: could not open %s.\n", filef0);
+        return {};
+    }
+    if (state != trackstate::good) return estimatef0(set, waveform, nsamples, nframes);
+    f0track track{std::move(read), std::min(loaded, nframes), loaded <= nframes};
     const std::uint32_t bad = findbadlogf0(track.values.get(), track.nframes);
     if (bad < track.nframes) {
         std::printf(
@@ -308,9 +333,11 @@ void analysefile(settings &set, const filenames &names, nalveo::noisesource &noi
     if (names.fv != nullptr) writetrack(names.fv, fv.data(), f0.nframes);
 }
 
-// Returns the exit status, which says no more than that there was enough memory.
+// Returns the exit status, which says no more than that there was enough memory and that every name
+// stood for a file of its own.
 int analyseguarded(settings &set, const filenames &names, nalveo::noisesource &noise) {
     try {
+        if (!checkdistinct(names, identify)) return failurestatus;
         analysefile(set, names, noise);
         return 0;
     } catch (const std::bad_alloc &) {
@@ -319,10 +346,33 @@ int analyseguarded(settings &set, const filenames &names, nalveo::noisesource &n
     }
 }
 
+// Writes an index into every name. A name whose field is too narrow keeps its text, so that its
+// file is that of the index before: a line says so.
+void setindex(const filenames &names, std::uint32_t index) {
+    std::array<const char *, 4> narrow{};
+    std::size_t count = 0;
+    for (char *name : {names.wave, names.f0, names.cc, names.fv})
+        if (name != nullptr && replacefileindex(name, index) != 0) narrow[count++] = name;
+    std::puts(names.wave);
+    for (std::size_t i = 0; i < count; ++i)
+        std::printf("Warning: %u does not fit the index field of %s.\n", index, narrow[i]);
+}
+
+// Names of a series that differ in nothing but the index are one file's for every index. Index
+// fields of one width in the same place of the same text get the same digits as long as an index
+// fits; indices grow, so the first of them fits if any does, and what holds for it holds for all.
+bool checkseriesnames(const settings &set, const filenames &names) {
+    const std::uint32_t first = strnumintervstart(set.indlist);
+    return checkdistinct(names, [first](std::string name) {
+        replacefileindex(name.data(), first);
+        return identifyplace(name);
+    });
+}
+
 // A file that needs too much memory does not stop the batch: the next one may well fit. The noise
 // of one file continues that of the one before, so that no two have the same.
 int analyseseries(settings &set, const filenames &names) {
-    nalveo::noisesource noise;
+    noisesource noise;
     int status = 0;
     for (const char *position = set.indlist; position != nullptr;
          position = strnumnextinterv(position)) {
@@ -330,9 +380,7 @@ int analyseseries(settings &set, const filenames &names) {
         const std::uint64_t end = strnumintervend(position, start);
         // In 64 bits, since an interval may end at the largest number.
         for (std::uint64_t i = start; i <= end; ++i) {
-            for (char *name : {names.wave, names.f0, names.cc, names.fv})
-                if (name != nullptr) replacefileindex(name, static_cast<std::uint32_t>(i));
-            std::puts(names.wave);
+            setindex(names, static_cast<std::uint32_t>(i));
             status = std::min(status, analyseguarded(set, names, noise));
         }
     }
@@ -375,7 +423,8 @@ int nalveomain(int argc, char **argv) {
         nalveo::noisesource noise;
         return analyseguarded(set, names, noise);
     }
-    return checkindexfields(names) ? analyseseries(set, names) : failurestatus;
+    if (!checkindexfields(names) || !checkseriesnames(set, names)) return failurestatus;
+    return analyseseries(set, names);
 }
 
 }  // namespace nalveo

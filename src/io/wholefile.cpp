@@ -57,8 +57,8 @@ bool writestream(const char *path, std::span<const std::byte> bytes) {
     return file.isopen() && writeall(file.get(), bytes) && file.close();
 }
 
-// Over what a file holds. The part behind its old end goes first: where the disk has no room for it,
-// it is cut off again, and nothing has happened.
+// Over what a file holds. The part behind its old end goes first: where the disk has no room for
+// it, it is cut off again, and nothing has happened.
 bool writeinplace(descriptor &file, off_t oldsize, std::span<const std::byte> bytes) {
     const auto size = static_cast<off_t>(bytes.size());
     const std::size_t covered = std::min(bytes.size(), static_cast<std::size_t>(oldsize));
@@ -74,8 +74,8 @@ bool writeinplace(descriptor &file, off_t oldsize, std::span<const std::byte> by
     return false;
 }
 
-// A new file beside another, which either takes its name or vanishes. Its own name is short, so that
-// it fits wherever the other does; a number tells it from those of other runs and threads.
+// A new file beside another, which either takes its name or vanishes. Its own name is short enough
+// for any file system; a number tells it from those of other runs and threads.
 class neighbour {
    public:
     neighbour(const std::string &path, mode_t mode)

@@ -1,0 +1,199 @@
+#include "io/wholefile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include "io/filepath.h"
+#include "testfiles.h"
+
+using namespace nalveo;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool write(const std::string &path, const std::string &bytes) {
+    return writewhole(path.c_str(), std::as_bytes(std::span(bytes)));
+}
+
+ino_t inodeof(const std::string &path) {
+    struct stat found;
+    return stat(path.c_str(), &found) == 0 ? found.st_ino : 0;
+}
+
+unsigned modeof(const std::string &path) {
+    return static_cast<unsigned>(fs::status(path).permissions());
+}
+
+// The size beyond which no file of this process grows.
+class sizelimit {
+   public:
+    explicit sizelimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~sizelimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+   private:
+    rlimit before_{};
+    void (*handler_)(int);
+};
+
+class wholefile : public testing::Test {
+   protected:
+    wholefile() {
+        fs::create_directory(folder_ / "in");
+        for (const char *name : {"", "in"}) fs::permissions(folder_ / name, fs::perms{0777});
+    }
+
+    tempfolder folder_;
+    const std::string file_ = folder_ / "in/file";
+    const std::vector<std::string> alone_{"file"};
+};
+
+}  // namespace
+
+TEST_F(wholefile, takesthenameofwhatwasthere) {
+    const mode_t mask = umask(027);
+    EXPECT_TRUE(write(file_, "old"));
+    umask(mask);
+    EXPECT_EQ(modeof(file_), 0640U) << "of a new file";
+    fs::permissions(file_, fs::perms{0604});
+    fs::create_hard_link(file_, folder_ / "link");
+    EXPECT_TRUE(write(file_, "new"));
+    EXPECT_EQ(readfile(file_), "new");
+    EXPECT_EQ(readfile(folder_ / "link"), "old") << "a file that is being read does not change";
+    EXPECT_EQ(modeof(file_), 0604U);
+    EXPECT_EQ(namesin(folder_ / "in"), alone_);
+    const std::string longest = folder_ / "in/" + std::string(255, 'n');
+    EXPECT_TRUE(write(longest, "1") && write(longest, "2"));
+    EXPECT_EQ(readfile(longest), "2");
+    for (const std::string never : {"", "/", "/.", "/..", "no/file", "file/", "file/."})
+        EXPECT_FALSE(write(folder_ / "in" + never, "x") || write(folder_ / "in/" + never, "x"));
+    EXPECT_EQ(namesin(folder_ / "in").size(), 2U);
+}
+
+TEST_F(wholefile, followslinkstothefile) {
+    writefile(file_, "old");
+    fs::create_symlink("in", folder_ / "folder");
+    fs::create_symlink("../folder/file", folder_ / "in/1");
+    fs::create_symlink(folder_ / "in/1", folder_ / "2");
+    fs::create_symlink("folder/new", folder_ / "3");
+    EXPECT_TRUE(write(folder_ / "2", "new") && write(folder_ / "3", "made"));
+    EXPECT_EQ(readfile(file_), "new");
+    EXPECT_EQ(readfile(folder_ / "in/new"), "made");
+    for (const char *link : {"in/1", "2", "3"}) EXPECT_TRUE(fs::is_symlink(folder_ / link));
+    fs::create_symlink("loop", folder_ / "loop");
+    EXPECT_FALSE(write(folder_ / "loop", "x"));
+    EXPECT_EQ(namesin(folder_ / "in"), (std::vector<std::string>{"1", "file", "new"}));
+}
+
+TEST_F(wholefile, needsleavetowrite) {
+    writefile(file_, "old");
+    fs::permissions(file_, fs::perms{0444});
+    const unprivileged user;
+    EXPECT_FALSE(write(file_, "new")) << "though the folder would let it be replaced";
+    EXPECT_EQ(readfile(file_), "old");
+    EXPECT_EQ(namesin(folder_ / "in"), alone_);
+}
+
+// Folders that take no new file, or do not let others' files be replaced.
+TEST_F(wholefile, writesinplacewhereitcannotreplace) {
+    for (const unsigned mode : {0555U, 01777U}) {
+        writefile(file_, "old");
+        fs::permissions(file_, fs::perms{0666});
+        fs::permissions(folder_ / "in", fs::perms{mode});
+        const unprivileged user;
+        if (mode == 01777U && !user.isanother()) continue;
+        const ino_t inode = inodeof(file_);
+        for (const std::string bytes : {"longer", "new", "s"}) {
+            EXPECT_TRUE(write(file_, bytes));
+            EXPECT_EQ(readfile(file_), bytes) << mode;
+        }
+        EXPECT_EQ(inodeof(file_), inode);
+        EXPECT_EQ(write(folder_ / "in/new", "x"), mode != 0555U);
+        unlink((folder_ / "in/new").c_str());
+        EXPECT_EQ(namesin(folder_ / "in"), alone_);
+        writefile(file_, "of before");
+        const sizelimit full(12);
+        EXPECT_FALSE(write(file_, "more than fits"));
+        EXPECT_EQ(readfile(file_), "of before") << mode;
+    }
+}
+
+TEST_F(wholefile, leavesnothingofwhatfails) {
+    const sizelimit full(12);
+    EXPECT_FALSE(write(file_, "more than fits"));
+    EXPECT_TRUE(namesin(folder_ / "in").empty());
+    writefile(file_, "of before");
+    EXPECT_FALSE(write(file_, "more than fits"));
+    EXPECT_EQ(readfile(file_), "of before");
+    EXPECT_EQ(namesin(folder_ / "in"), alone_);
+    EXPECT_TRUE(write(file_, "what fits"));
+}
+
+TEST_F(wholefile, writeswhathasnonameofitsown) {
+    for (const bool deleted : {false, true}) {
+        const int file =
+            deleted ? open(file_.c_str(), O_RDWR | O_CREAT, 0600) : memfd_create("", 0);
+        if (deleted) unlink(file_.c_str());
+        const std::string path = "/proc/self/fd/" + std::to_string(file);
+        EXPECT_TRUE(write(path, "first") && write(path, "new"));
+        EXPECT_EQ(readfile(path), "new");
+        close(file);
+    }
+    EXPECT_TRUE(write("/dev/null", "x"));
+    EXPECT_FALSE(write("/dev/full", "x"));
+    EXPECT_TRUE(namesin(folder_ / "in").empty());
+}
+
+TEST_F(wholefile, isneverseeninpart) {
+    const auto all = [](char c) { return std::string(300000, c); };
+    ASSERT_TRUE(write(file_, all('a')));
+    {
+        const auto rewrite = [&](char c) {
+            for (int i = 0; i < 30; ++i) EXPECT_TRUE(write(file_, all(c)));
+        };
+        const std::jthread a(rewrite, 'a'), b(rewrite, 'b');
+        for (int i = 0; i < 100; ++i) {
+            const std::string seen = readfile(file_).value_or("");
+            ASSERT_TRUE(seen == all('a') || seen == all('b'));
+        }
+    }
+    EXPECT_EQ(namesin(folder_ / "in"), alone_);
+}
+
+TEST_F(wholefile, isoneundermanynames) {
+    writefile(file_, "");
+    fs::create_hard_link(file_, folder_ / "hard");
+    fs::create_symlink("in", folder_ / "folder");
+    fs::create_symlink("folder/file", folder_ / "soft");
+    fs::create_symlink("in/none", folder_ / "nowhere");
+    const auto same = [this](const std::string &a, const std::string &b) {
+        return identify(folder_ / a) && identify(folder_ / a) == identify(folder_ / b);
+    };
+    for (const char *name : {"in/file", "hard", "soft", "folder/../in//./file"})
+        EXPECT_TRUE(same("in/file", name)) << name;
+    for (const char *name : {"in/none", "folder/none", "nowhere", "in/../folder/./none"})
+        EXPECT_TRUE(same("in/none", name)) << name;
+    EXPECT_TRUE(same("no/x/../y", "no/y") && same("no/y", "folder/../no/y"));
+    for (const char *other : {"in/nine", "none", "no/none", "in/file"})
+        EXPECT_FALSE(same("in/none", other)) << other;
+    for (const std::string many : {"", "in", "no/", "no/.", "no/..", "/dev/null", "/dev/stdin/."})
+        EXPECT_FALSE(identify(many) && identify(folder_ / many)) << many;
+    EXPECT_FALSE(identify("/dev/null") || identifyplace("/dev/null"));
+    EXPECT_EQ(identifyplace(folder_ / "in/file"), identifyplace(folder_ / "folder/file"));
+    EXPECT_NE(identifyplace(folder_ / "hard"), identifyplace(folder_ / "in/file"));
+}
