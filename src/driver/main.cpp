@@ -7,7 +7,7 @@ int main(int argc, char **argv) {
     // Line by line, so that a log is up to date whatever happens to a long batch. If that is not to
     // be had, lines come later.
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ));
-    // A file that would grow beyond the user's limit cannot be written; the run goes on all the same.
+    // What would grow beyond the user's file size limit cannot be written; the run goes on.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     return nalveo::nalveomain(argc, argv);
 }
