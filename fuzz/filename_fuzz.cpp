@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "driver/indexlist.h"
 #include "driver/paramread.h"
 #include "fuzzing.h"
 

@@ -4,7 +4,7 @@
 #include <regex>
 #include <vector>
 
-#include "driver/paramread.h"
+#include "driver/indexlist.h"
 #include "fuzzing.h"
 
 using namespace nalveo;

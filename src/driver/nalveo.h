@@ -1,4 +1,6 @@
-/// The analyser as a program: command line, batch loop, per-file chain and all its messages.
+/// The analyser as a program: its arguments, the chain that makes a recording's three tracks, the
+/// batch over a series of files. Uses settings, help, filenames, indexlist and conditioning beside
+/// it, and the readers, writers and analyses below.
 
 #pragma once
 
@@ -11,17 +13,7 @@ namespace nalveo {
 ///                      the index fields of the file names are rewritten in place
 /// \return exit status: 0 after the help and after a batch, whatever was wrong with single files;
 ///         -1 (255 for the shell) after an argument error, and when some file needed more memory
-///         than there is
+///         than there is or two of its names stood for one file
 int nalveomain(int argc, char **argv);
 
 }  // namespace nalveo
-
-/// Prints that the arguments are wrong and how to get help. Returns 0.
-///
-/// \param[in] path  path of the program
-int argcerror(const char *path);
-
-/// Prints the help text. Returns 0.
-///
-/// \param[in] path  path of the program
-int plothelp(const char *path);

@@ -1,0 +1,65 @@
+#include "driver/settings.h"
+
+#include <cstdio>
+#include <limits>
+#include <string>
+
+#include "driver/numbertext.h"
+#include "driver/paramread.h"
+
+namespace nalveo {
+namespace {
+
+// What lies outside these would divide by zero, overflow or never end.
+constexpr int shortestshift = 1;        // samples
+constexpr int highestorder = 511;       // envelopes have 513 points: a cepstrum says no more
+constexpr double lowestsearched = 1.0;  // Hz; below it, one pitch window takes megabytes and more
+
+template <class Number>
+bool checkoption(bool allowed, const char *name, Number value, const std::string &range) {
+    if (!allowed)
+        std::printf("Error: %s is %s, but must be %s.\n", name, numbertext(value).c_str(),
+                    range.c_str());
+    return allowed;
+}
+
+std::string orderrange() { return "from 0 to " + numbertext(highestorder); }
+
+}  // namespace
+
+settings readsettings(std::uint32_t count, char **list) {
+    settings set;  // a search that finds nothing leaves the default
+    searchdoubleparam(count, list, "f0min", &set.f0min);
+    searchdoubleparam(count, list, "f0max", &set.f0max);
+    searchdoubleparam(count, list, "alpha", &set.alpha);
+    searchintparam(count, list, "lframe", &set.lframe);
+    searchintparam(count, list, "ccord", &set.ccord);
+    searchintparam(count, list, "f0load", &set.f0load);
+    searchintparam(count, list, "ccmeth", &set.ccmeth);
+    searchintparam(count, list, "f0acc", &set.f0acc);
+    searchintparam(count, list, "htsscale", &set.htsscale);
+    searchintparam(count, list, "zfill", &set.zfill);
+    searchintparam(count, list, "cctimeit", &set.cctimeit);
+    set.indlist = searchstringparam(count, list, "indlist");
+    return set;
+}
+
+bool checkleasts(const settings &set) {
+    return checkoption(set.lframe >= shortestshift, "lframe", set.lframe,
+                       "at least " + numbertext(shortestshift)) &&
+           checkoption(set.ccord >= 0, "ccord", set.ccord, orderrange());
+}
+
+// Not-a-number fails every comparison, so each is written to hold for what is allowed.
+bool checkranges(const settings &set) {
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    const double f0min = set.f0min, f0max = set.f0max, alpha = set.alpha;
+    return checkoption(set.ccord <= highestorder, "ccord", set.ccord, orderrange()) &&
+           checkoption(alpha > -1.0 && alpha < 1.0, "alpha", alpha, "above -1 and below 1") &&
+           checkoption(f0min <= 0.0 || (f0min >= lowestsearched && f0min < infinite), "f0min",
+                       f0min, "at least " + numbertext(lowestsearched) + ", or 0 or less for 60") &&
+           checkoption(f0max < infinite, "f0max", f0max, "a finite number") &&
+           checkoption(set.cctimeit >= 0, "cctimeit", set.cctimeit, "at least 0");
+}
+
+}  // namespace nalveo

@@ -1,0 +1,38 @@
+/// The options: their values, defaults and ranges. Uses paramread.
+
+#pragma once
+
+#include <cstdint>
+
+namespace nalveo {
+
+/// Values of all options, here with their defaults. An option and its field have one name; the
+/// routine of src/analysis or src/driver that takes the value has an argument of that name, too.
+struct settings {
+    double f0min = 60.0;            // lowest f0 searched, Hz; 0 or below stands for 60
+    double f0max = 500.0;           // highest f0 searched, Hz; f0min or below stands for 500
+    double alpha = 0.42;            // warping factor of the cepstra
+    int lframe = 80;                // frame shift, samples
+    int ccord = 39;                 // order of the cepstra
+    int f0load = 0;                 // not 0: log f0 is read, not estimated
+    int ccmeth = 1;                 // cepstral method; its low 8 bits count
+    int f0acc = 0;                  // refinements of f0; 0 none, as unsigned 5 at most
+    int htsscale = 1;               // 1: cepstra are scaled for HTS
+    int zfill = 160;                // longest run of equal samples without noise; 0: no noise
+    int cctimeit = 0;               // not 0: as many cepstral analyses of the first file, timed
+    const char *indlist = nullptr;  // index list; null for a single file
+};
+
+/// Reads all options. One that no argument gives a readable value keeps its default.
+///
+/// \param[in]     count  number of arguments
+/// \param[in,out] list   [count] arguments; those that are used get marked as read
+settings readsettings(std::uint32_t count, char **list);
+
+/// Both say in a line which option's value cannot be computed with, and return false then. They
+/// are two because argument errors are reported in a fixed order: first a frame shift or an order
+/// below its least, then arguments that nobody understands, then any other value out of its range.
+bool checkleasts(const settings &set);
+bool checkranges(const settings &set);
+
+}  // namespace nalveo
