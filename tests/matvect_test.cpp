@@ -186,4 +186,15 @@ TEST(inverses, failwheretheyshould) {
     EXPECT_EQ(simgaussinv(3, column.data(), out), -1);
 }
 
+TEST(choleskysolvepossible, leavesoutunknownswithoutapositivepivot) {
+    // The second unknown repeats the first one, then contradicts it; the third stands alone.
+    for (const double diagonal : {1.0, 0.5}) {
+        reals a(24), x(3);
+        a[0] = 4.0, a[1] = 2.0, a[9] = diagonal, a[18] = 3.0;
+        a[3] = 2.0, a[11] = 1.0, a[19] = 6.0;
+        choleskysolvepossible(3, a.data(), 8, x.data());
+        expectclose(x, {0.5, 0.0, 2.0}, 1e-15);
+    }
+}
+
 }  // namespace

@@ -854,10 +854,8 @@ int getqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std:
     const std::uint32_t n = qhaframesize(fs, f0);
     if (!loadframe(record, x, len, centre, n)) return -1;
     const framesize size(n, k);
-    const double s = timescale(record->window, size.h, fs);
-    hahalfrows(record->design, size, record->window, f0, fs);
-    timeweightedrows(record->design, size, s, fs);
-    if (qhalscsolve(record, n, 4 * k + 2, s) != 0) return -1;
+    solveqharmonics(record->quasi, record->window, record->frame, size.h, size.k, f0, fs,
+                    record->solution);
     polarform(record, k, amp, phase);
     if (freq == nullptr) return 0;
     const double *const x1 = record->solution;

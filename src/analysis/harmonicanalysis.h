@@ -22,6 +22,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "analysis/harmonic/qha.h"
+
 namespace nalveo {
 
 /// Lowest f0 that is modelled, Hz. No voice is below it, and the matrices grow with the square of
@@ -45,6 +47,7 @@ struct hamem {
     double *solution;    // [M] complex; lies behind the projection, over the normal matrix too
     double *scratch;     // at least [2 (N + 1)]: rows and sums of a kernel beside the regions above
 
+    nalveo::qhascratch quasi;        // of the QHA fit
     std::unique_ptr<double[]> data;  // holds all of the above
     std::size_t size;                // its length
 };

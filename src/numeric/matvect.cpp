@@ -236,8 +236,9 @@ template <std::size_t rows, std::size_t count>
             vectorstore(a + (i + r) * stride + j + v * vectorlength, sums[r][v]);
 }
 
-// Rows i .. i + rows - 1 of the factor. Returns false for a negative pivot.
-template <std::size_t rows>
+// Rows i .. i + rows - 1 of the factor. Returns false for a negative pivot, unless unknowns without
+// a positive one are left out: their rows become 0.
+template <std::size_t rows, bool leaveout>
 [[gnu::always_inline]] inline bool factorrows(double *a, std::size_t stride, std::size_t i,
                                               double *determinant) {
     const std::size_t start = i / vectorlength * vectorlength;
@@ -254,9 +255,10 @@ template <std::size_t rows>
                 vectorstore(row + j, vectorload(row + j) - vectorload(above + j) * factor);
         }
         const double pivot = row[r];
-        if (pivot < 0.0) return false;
+        if (!leaveout && pivot < 0.0) return false;
         *determinant *= pivot;
-        const double scale = 1.0 / std::sqrt(pivot);
+        const bool left = leaveout && !(pivot > 0.0);
+        const double scale = left ? 0.0 : 1.0 / std::sqrt(pivot);
         for (j = start; j < stride; j += vectorlength)
             vectorstore(row + j, vectorload(row + j) * scale);
         row[r] = scale;
@@ -267,14 +269,33 @@ template <std::size_t rows>
 // Cholesky factor U of A = U^T U, in place, its diagonal inverted. What follows A in a row, a
 // right-hand side b, becomes U^-T b. Vectors begin at whole multiples of their length, so they
 // cover some elements to the left of the diagonal, which are never read.
+template <bool leaveout>
 [[gnu::always_inline]] inline void choleskyrowskernel(std::size_t n, double *a, std::size_t stride,
                                                       double *determinant) {
     *determinant = 1.0;
     std::size_t i = 0;
     bool positive = true;
-    for (; i + 2 <= n && positive; i += 2) positive = factorrows<2>(a, stride, i, determinant);
-    if (i < n && positive) positive = factorrows<1>(a, stride, i, determinant);
+    for (; i + 2 <= n && positive; i += 2)
+        positive = factorrows<2, leaveout>(a, stride, i, determinant);
+    if (i < n && positive) positive = factorrows<1, leaveout>(a, stride, i, determinant);
     if (!positive) *determinant = 0.0;
+}
+
+// Solves U x = b for the factor and the right-hand side that choleskyrowskernel leaves. Eight
+// columns go together, so that a row's share of a cache line is used up at once; what is taken off
+// an element is in descending order of the columns all the same.
+void substituteback(std::size_t n, const double *a, std::size_t stride, double *x) {
+    for (std::size_t i = 0; i < n; ++i) x[i] = a[i * stride + n];
+    for (std::size_t end = n; end > 0;) {
+        const std::size_t begin = (end - 1) / vectorlength * vectorlength;
+        for (std::size_t i = end; i-- > begin;) {
+            x[i] *= a[i * stride + i];
+            for (std::size_t r = begin; r < i; ++r) x[r] -= a[r * stride + i] * x[i];
+        }
+        for (std::size_t r = 0; r < begin; ++r)
+            for (std::size_t i = end; i-- > begin;) x[r] -= a[r * stride + i] * x[i];
+        end = begin;
+    }
 }
 
 // Scratch of toeplitzsolve. Behind each array there is room for the rest of a vector, which stays
@@ -643,14 +664,15 @@ namespace nalveo {
 double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x) {
     if (n == 0) return 0.0;
     double determinant;
-    runwidest<choleskyrowskernel>(std::size_t{n}, a, stride, &determinant);
-    if (determinant == 0.0) return 0.0;
-    for (std::size_t i = 0; i < n; ++i) x[i] = a[i * stride + n];
-    for (std::size_t i = n; i-- > 0;) {
-        x[i] *= a[i * stride + i];
-        for (std::size_t r = 0; r < i; ++r) x[r] -= a[r * stride + i] * x[i];
-    }
+    runwidest<choleskyrowskernel<false>>(std::size_t{n}, a, stride, &determinant);
+    if (determinant != 0.0) substituteback(n, a, stride, x);
     return determinant;
+}
+
+void choleskysolvepossible(std::uint32_t n, double *a, std::size_t stride, double *x) {
+    double determinant;
+    runwidest<choleskyrowskernel<true>>(std::size_t{n}, a, stride, &determinant);
+    substituteback(n, a, stride, x);
 }
 
 std::size_t toeplitzworkspace(std::uint32_t k) { return levinsonarrays::size(k); }

@@ -141,6 +141,10 @@ namespace nalveo {
 ///         exactly 0; x is then as it was
 [[nodiscard]] double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x);
 
+/// The same for a matrix that may be singular to within rounding: an unknown whose pivot is not above
+/// 0 is left out, which is to say that its x is 0.
+void choleskysolvepossible(std::uint32_t n, double *a, std::size_t stride, double *x);
+
 /// Solution of T x = b for a symmetric Toeplitz matrix of odd order 2k + 1 and a right-hand side
 /// that is conjugate-symmetric about its centre, as the solution then is.
 ///
