@@ -15,7 +15,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build libgtest-dev)
 people=(parallel sox libsox-fmt-base python3 python3-numpy python3-matplotlib man-db lintian sptk
     octave shellcheck codespell aspell aspell-en mandoc zsh bash-completion munge slurmctld slurmd
-    slurm-client)
+    slurm-client chromium chromium-driver)
 case "${1-}" in
 '') ;;
 full) packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev) ;;

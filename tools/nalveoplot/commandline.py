@@ -68,12 +68,17 @@ def new_figure(size):
 def save(drawing, path):
     """Pictures of a recording: one file, or one for each page, numbered."""
     ending = ending_of(path)
+    if ending == ".html":
+        from . import page
+        with whole(path) as unfinished:
+            page.write(unfinished, drawing.args, drawing.samples, drawing.tracks)
+        return
     dpi = drawing.args.dpi or (100 if ending == ".png" else 300)
     made = []
-    for figure, page, npages in drawing.pages(new_figure, dpi):
+    for figure, number, npages in drawing.pages(new_figure, dpi):
         name = path
         if npages > 1:
-            name = f"{path[:-len(ending)]}-{page:0{len(str(npages))}}{ending}"
+            name = f"{path[:-len(ending)]}-{number:0{len(str(npages))}}{ending}"
         with whole(name) as unfinished:
             figure.savefig(unfinished, dpi=dpi, metadata=METADATA[ending])
         made.append(name)

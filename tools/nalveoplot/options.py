@@ -7,7 +7,7 @@ import os
 from . import VERSION
 from .recording import FS, SHARED
 
-ENDINGS = (".png", ".pdf", ".svg")
+ENDINGS = (".png", ".pdf", ".svg", ".html")
 
 
 def ending_of(path):
@@ -27,8 +27,9 @@ def parse(argv):
     add = parser.add_argument
     add("wave", metavar="IN.wav", nargs="+",
         help="recording; what is not mono, 16000 Hz, 16 bits is converted by sox")
-    add("-o", "--output", action="append", metavar="OUT", help="picture: .png, .pdf or .svg; or "
-        "a folder, for a picture of each recording; may be repeated")
+    add("-o", "--output", action="append", metavar="OUT", help="picture: .png, .pdf, .svg or .html;"
+        " or a folder, for a picture of each recording; may be repeated")
+    add("--html", metavar="OUT.html", help="page with zoom, values under the pointer and sound")
     add("--show", action="store_true", help="open a window")
     add("--format", choices=[ending[1:] for ending in ENDINGS], default="png",
         help="of the pictures in a folder (png)")
@@ -56,7 +57,7 @@ def parse(argv):
     for name in SHARED[4:]:
         made.add_argument("--" + name, metavar="N", help="see nalveo16(1)")
     args = parser.parse_intermixed_args(argv)
-    args.output = args.output or []
+    args.output = (args.output or []) + ([args.html] if args.html else [])
     check(parser, args)
     return args
 
@@ -88,13 +89,17 @@ def check(parser, args):
             parser.error("--lf0, --mcc and --mvf are of one recording; name only that one")
     if args.compare and (args.frame is None or args.ccmeth is not None):
         parser.error("--compare needs --frame, and no --ccmeth")
+    if args.html and ending_of(args.html) != ".html":
+        parser.error("the name of the --html page must end in .html")
     if not args.output and not args.show:
         parser.error("name a picture to write (-o OUT.png), or say --show")
     for output in args.output:
         if is_folder(output):
             continue
         if ending_of(output) not in ENDINGS:
-            parser.error("the picture's name must end in .png, .pdf or .svg")
+            parser.error("the picture's name must end in .png, .pdf, .svg or .html")
         if ending_of(output) != ".pdf" and len(args.wave) > 1:
             parser.error(f"{output} cannot hold several recordings: name a folder that is there, "
                          "or a .pdf")
+        if ending_of(output) == ".html" and args.frame is not None:
+            parser.error("the page shows recordings; a --frame goes to .png, .pdf or .svg")

@@ -126,6 +126,14 @@ def spectrum_lane(samples, tracks, limits, columns, label="spectrogram"):
     return Lane(2.3, f"{label}\nkHz, mel scale", draw)
 
 
+def envelope_levels(samples, tracks, index, frames, freqs):
+    """Levels in dB, [frames x freqs]."""
+    levels = spectra.envelope(tracks.cc[index][frames], tracks.alpha, tracks.hts, freqs)
+    # Cepstra of digital silence describe the faint noise with which the analyser fills it.
+    levels[spectra.silent(samples, frames * tracks.lframe)] = spectra.SILENCE
+    return levels
+
+
 def envelope_lane(samples, tracks, index, limits, columns):
     def draw(axes, view):
         frames = np.arange(view.first // tracks.lframe,
@@ -133,10 +141,8 @@ def envelope_lane(samples, tracks, index, limits, columns):
         if len(frames) == 0:
             return None
         frames = frames[::-(-len(frames) // columns)]
-        levels = spectra.envelope(tracks.cc[index][frames], tracks.alpha, tracks.hts, FREQS)
-        # Cepstra of digital silence describe the faint noise with which the analyser fills it.
-        levels[spectra.silent(samples, frames * tracks.lframe)] = spectra.SILENCE
-        return image(axes, levels, tracks.time[frames], limits)
+        return image(axes, envelope_levels(samples, tracks, index, frames, FREQS),
+                     tracks.time[frames], limits)
     name = escape(os.path.basename(tracks.names["mcc"][index])) if len(tracks.cc) > 1 else ""
     return Lane(2.0, f"envelope {name}\nkHz, mel scale", draw)
 
@@ -163,21 +169,33 @@ def f0_limits(tracks, start, end):
     return min(low / 1.12, centre / 1.5), max(high * 1.12, centre * 1.5)
 
 
-def f0_lane(tracks, lowest, highest):
+def f0_steps(lowest, highest):
+    """Round frequencies in Hz for the ticks of the axis."""
     steps = [hz for hz in (20, 30, 40, 50, 60, 80, 100, 120, 150, 200, 250, 300, 400, 500, 600, 800,
                            1000, 1500, 2000, 3000, 4000, 6000) if lowest <= hz <= highest]
     while len(steps) > 6:
         steps = steps[::2]
+    return steps
+
+
+def unvoiced_spans(tracks):
+    """(start, end) in s of the stretches without f0."""
+    half = tracks.lframe / FS / 2
+    unvoiced = np.isnan(tracks.f0[0])
+    edges = np.flatnonzero(np.diff(np.concatenate(([0], unvoiced.astype(int), [0]))))
+    return [(tracks.time[a] - half, tracks.time[b - 1] + half)
+            for a, b in zip(edges[::2], edges[1::2])]
+
+
+def f0_lane(tracks, lowest, highest):
+    steps = f0_steps(lowest, highest)
+    unvoiced = unvoiced_spans(tracks)
 
     def draw(axes, view):
-        half = tracks.lframe / FS / 2
-        unvoiced = np.isnan(tracks.f0[0])
-        edges = np.flatnonzero(np.diff(np.concatenate(([0], unvoiced.astype(int), [0]))))
-        starts, ends = edges[::2], edges[1::2]
-        axes.broken_barh([(tracks.time[a] - half, (b - a) * 2 * half)
-                          for a, b in zip(starts, ends) if tracks.time[b - 1] >= view.start
-                          and tracks.time[a] <= view.end], (lowest, highest - lowest),
-                         color=style.UNVOICED_GREY, linewidth=0, zorder=0)
+        axes.broken_barh([(begin, end - begin) for begin, end in unvoiced
+                          if end >= view.start and begin <= view.end],
+                         (lowest, highest - lowest), color=style.UNVOICED_GREY, linewidth=0,
+                         zorder=0)
         size = 1 if view.crowded(tracks) else 2 if view.columns * tracks.lframe < 2 * FS else 4
         for number, (f0, colour) in enumerate(zip(tracks.f0, style.F0_COLOURS)):
             # A dot per frame keeps lone voiced frames visible.
@@ -233,13 +251,18 @@ def explain(figure, tracks, start, end, height):
             text.set_parse_math(False)
 
 
+def levels_between(samples, first, last):
+    """The palest and the darkest level of a picture of some samples, the last not included."""
+    centres = np.unique(np.linspace(first, last - 1, 3000).astype(int))
+    return spectra.level_range(spectra.spectrogram(samples, centres, FREQS[::4]))
+
+
 def make_lanes(samples, tracks, start, end, columns):
     """The lanes of every row, with axes that all rows share."""
     first, last = int(start * FS), min(int(end * FS) + 1, len(samples))
     if first >= last or first // tracks.lframe >= tracks.nframes:
         raise Wrong(f"there is nothing to draw from {start:g} s on.")
-    centres = np.unique(np.linspace(first, last - 1, 3000).astype(int))
-    limits = spectra.level_range(spectra.spectrogram(samples, centres, FREQS[::4]))
+    limits = levels_between(samples, first, last)
     lanes = [wave_lane(samples, np.abs(samples[first:last]).max() or 1.0),
              spectrum_lane(samples, tracks, limits, columns)]
     lanes += [envelope_lane(samples, tracks, index, limits, columns)
