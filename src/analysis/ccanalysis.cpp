@@ -9,9 +9,8 @@
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
 #include "numeric/elementary.h"
-#include "numeric/lanes.h"
 #include "numeric/matvect.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -104,23 +103,23 @@ void fillpowers(const rdcarrays &mem, std::uint32_t k, const double *freqs, doub
 }
 
 // Adds `count` frequencies to the sums; eight multiples m of each run side by side.
-template <std::size_t count>
+template <std::size_t count, class Real8>
 [[gnu::always_inline]] inline void addfrequencies(const rdcarrays &mem, const double *powers,
                                                   const double *levels, std::size_t p) {
-    phasorlanes z[count];
-    phasorlanes step[count];
+    complexof<Real8> z[count];
+    complexof<Real8> step[count];
     for (std::size_t i = 0; i < count; ++i, powers += rdcarrays::powerslength) {
-        z[i] = {vectorload(powers), vectorload(powers + vectorlength)};
-        step[i] = samephasors({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
+        z[i] = {Real8::load(powers), Real8::load(powers + vectorlength)};
+        step[i] = samephasors<Real8>({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
     }
     for (std::size_t m = 0; m <= 2 * p; m += vectorlength) {
-        real8 sum = vectorload(mem.cosines + m);
+        Real8 sum = Real8::load(mem.cosines + m);
         for (std::size_t i = 0; i < count; ++i) sum += z[i].re;
-        vectorstore(mem.cosines + m, sum);
+        sum.store(mem.cosines + m);
         if (m <= p) {
-            real8 weighted = vectorload(mem.projection + m);
+            Real8 weighted = Real8::load(mem.projection + m);
             for (std::size_t i = 0; i < count; ++i) weighted += levels[i] * z[i].re;
-            vectorstore(mem.projection + m, weighted);
+            weighted.store(mem.projection + m);
         }
         for (std::size_t i = 0; i < count; ++i) z[i].rotate(step[i]);
     }
@@ -129,27 +128,30 @@ template <std::size_t count>
 // Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
 // cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
 // upper triangle is filled; to its left there are zeros.
-[[gnu::always_inline]] inline void normalequationskernel(const rdcarrays *arrays, std::size_t k,
-                                                         const double *levels, std::size_t p) {
-    const rdcarrays &mem = *arrays;
-    for (double *d = mem.cosines; d < mem.normal + (p + 1) * mem.stride; ++d) *d = 0.0;
-    std::size_t i = 0;
-    for (; i + 4 <= k; i += 4)
-        addfrequencies<4>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
-    for (; i < k; ++i)
-        addfrequencies<1>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+struct normalequationskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const rdcarrays *arrays, std::size_t k,
+                                           const double *levels, std::size_t p) {
+        const rdcarrays &mem = *arrays;
+        for (double *d = mem.cosines; d < mem.normal + (p + 1) * mem.stride; ++d) *d = 0.0;
+        std::size_t i = 0;
+        for (; i + 4 <= k; i += 4)
+            addfrequencies<4, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+        for (; i < k; ++i)
+            addfrequencies<1, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
 
-    const double *const c = mem.cosines;
-    for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
-    mem.normal[0] = c[0];
-    mem.normal[p + 1] = mem.projection[0];
-    for (i = 1; i <= p; ++i) {
-        double *const row = mem.normal + i * mem.stride;
-        for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
-        row[i] += smoothnesspenalty * static_cast<double>(i * i);
-        row[p + 1] = 2.0 * mem.projection[i];
+        const double *const c = mem.cosines;
+        for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
+        mem.normal[0] = c[0];
+        mem.normal[p + 1] = mem.projection[0];
+        for (i = 1; i <= p; ++i) {
+            double *const row = mem.normal + i * mem.stride;
+            for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
+            row[i] += smoothnesspenalty * static_cast<double>(i * i);
+            row[p + 1] = 2.0 * mem.projection[i];
+        }
     }
-}
+};
 
 // ---- mel cepstrum ----
 

@@ -12,8 +12,8 @@
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
 #include "numeric/matvect.h"
+#include "numeric/phasor.h"
 #include "numeric/polynom.h"
-#include "numeric/rotation.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -92,11 +92,6 @@ struct spectralpeak {
     double frequency;
 };
 
-[[gnu::always_inline]] inline void powerkernel(std::size_t n, const double *re, const double *im,
-                                               double *power) {
-    for (std::size_t i = 0; i < n; ++i) power[i] = re[i] * re[i] + im[i] * im[i];
-}
-
 // Hann-windowed frame with its centre at time 0, so that a sinusoid's line has one phase
 // throughout, transformed; then its power.
 void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const bandframe &frame,
@@ -114,7 +109,7 @@ void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const 
     double *const re = scratch.re.data();
     double *const im = scratch.im.data();
     fftreal(static_cast<std::int32_t>(frame.nfft), signal, re, im);
-    runwidest<powerkernel>(half + 1, re, im, scratch.power.data());
+    powerspectrum(half + 1, re, im, scratch.power.data());
     // The line of a harmonic close to fs / 2 reaches beyond.
     for (std::size_t i = 1; i <= frame.halfband; ++i) {
         re[half + i] = re[half - i];
@@ -191,29 +186,31 @@ constexpr std::array<double, nterms> lineseries = makelineseries();
 // W(t) up to scale, W(0) = 1, as a quotient. With d = t less the nearest even number the sines of t
 // and d are equal, so that W(t) = W(d) d (1 - d^2) / (t (1 - t^2)). No accuracy is lost where the
 // sine is 0, which is where the quotient is 0 / 0, t = 0 and +-1, or close.
+template <class Real8>
 struct quotient {
-    real8 numerator;
-    real8 denominator;
+    Real8 numerator;
+    Real8 denominator;
 };
 
-[[gnu::always_inline]] inline quotient linevalue(const real8 &t) {
+template <class Real8>
+[[gnu::always_inline]] inline quotient<Real8> linevalue(const Real8 &t) {
     constexpr double integers = 6755399441055744.0;  // 1.5 2^52: next to it a unit is the last bit
-    const real8 d = t - 2.0 * ((t * 0.5 + integers) - integers);
-    const real8 d2 = d * d;
-    real8 w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
+    const Real8 d = t - 2.0 * ((t * 0.5 + integers) - integers);
+    const Real8 d2 = d * d;
+    Real8 w = d2 * lineseries[nterms - 1] + lineseries[nterms - 2];
     for (std::size_t k = nterms - 2; k-- > 0;) w = w * d2 + lineseries[k];
-    const real8 denominator = t * (1.0 - t * t);
-    const vectormask pole = denominator == 0.0;
-    return {select(pole, w, w * d * (1.0 - d2)), select(pole, vectorof(1.0), denominator)};
+    const Real8 denominator = t * (1.0 - t * t);
+    const auto pole = denominator == 0.0;
+    return {select(pole, w, w * d * (1.0 - d2)), select(pole, Real8::all(1.0), denominator)};
 }
 
 // Bin `lane` of a vector is at stride lane; the split layout is read to the end of the vector.
-template <std::size_t stride>
-[[gnu::always_inline]] inline real8 loadbins(const double *x, std::size_t count) {
+template <class Real8, std::size_t stride>
+[[gnu::always_inline]] inline Real8 loadbins(const double *x, std::size_t count) {
     if constexpr (stride == 1) {
-        return vectorload(x);
+        return Real8::load(x);
     } else {
-        real8 v{};
+        Real8 v{};
         for (std::size_t lane = 0; lane < std::min(count, vectorlength); ++lane)
             v.set(lane, x[stride * lane]);
         return v;
@@ -221,37 +218,41 @@ template <std::size_t stride>
 }
 
 template <std::size_t stride>
-[[gnu::always_inline]] inline void linekernel(const double *re, const double *im,
-                                              const spectralline *line, std::size_t from,
-                                              std::size_t count, linesums *sums) {
-    constexpr real8 lanes = {{0, 1, 2, 3}, {4, 5, 6, 7}};
-    real8 model2{}, power{}, sumre{}, sumim{};
-    for (std::size_t k = 0; k < count; k += vectorlength) {
-        const real8 u = (lanes + static_cast<double>(from + k)) * line->ratio;
-        const quotient direct = linevalue(u - line->position);
-        const quotient mirror = linevalue(u - line->mirror);
-        const real8 both =
-            (direct.numerator * mirror.denominator + mirror.numerator * direct.denominator) /
-            (direct.denominator * mirror.denominator);
-        const auto inside = lanes < static_cast<double>(count - k);
-        const real8 m = select(inside, both, real8{});
-        const real8 xre = select(inside, loadbins<stride>(re + stride * k, count - k), real8{});
-        const real8 xim = select(inside, loadbins<stride>(im + stride * k, count - k), real8{});
-        model2 += m * m;
-        power += xre * xre + xim * xim;
-        sumre += xre * m;
-        sumim += xim * m;
+struct linekernel {
+    template <class Real8>
+    [[gnu::always_inline]] static linesums run(const double *re, const double *im,
+                                               const spectralline *line, std::size_t from,
+                                               std::size_t count) {
+        const Real8 lanes = Real8::count();
+        Real8 model2{}, power{}, sumre{}, sumim{};
+        for (std::size_t k = 0; k < count; k += vectorlength) {
+            const Real8 u = (lanes + static_cast<double>(from + k)) * line->ratio;
+            const quotient<Real8> direct = linevalue(u - line->position);
+            const quotient<Real8> mirror = linevalue(u - line->mirror);
+            const Real8 both =
+                (direct.numerator * mirror.denominator + mirror.numerator * direct.denominator) /
+                (direct.denominator * mirror.denominator);
+            const auto inside = lanes < static_cast<double>(count - k);
+            const Real8 m = select(inside, both, Real8{});
+            const Real8 xre =
+                select(inside, loadbins<Real8, stride>(re + stride * k, count - k), Real8{});
+            const Real8 xim =
+                select(inside, loadbins<Real8, stride>(im + stride * k, count - k), Real8{});
+            model2 += m * m;
+            power += xre * xre + xim * xim;
+            sumre += xre * m;
+            sumim += xim * m;
+        }
+        return {sumof(model2), sumof(power), sumof(sumre), sumof(sumim)};
     }
-    *sums = {sumof(model2), sumof(power), sumof(sumre), sumof(sumim)};
-}
+};
 
 // Correlation of a line with bins from .. from + count - 1 of a spectrum; re and im point to the
 // first of them.
 template <std::size_t stride>
 double matchline(const double *re, const double *im, const spectralline &line, std::size_t from,
                  std::size_t count) {
-    linesums sums;
-    runwidest<linekernel<stride>>(re, im, &line, from, count, &sums);
+    const linesums sums = runwidest<linekernel<stride>>(re, im, &line, from, count);
     const double energies = sums.model2 * sums.power;
     return energies > 0.0 ? std::sqrt((sums.re * sums.re + sums.im * sums.im) / energies) : 0.0;
 }

@@ -5,9 +5,8 @@
 #include <cstring>
 
 #include "numeric/elementary.h"
-#include "numeric/lanes.h"
 #include "numeric/matvect.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -340,6 +339,7 @@ struct phasorpowers {
 };
 
 // Folds the frame and weights the top harmonic.
+template <class Real8>
 [[gnu::always_inline]] inline void foldframe(const harmonicsums &sums, const double *w,
                                              const double *y, std::size_t h,
                                              const phasorpowers &top) {
@@ -351,11 +351,11 @@ struct phasorpowers {
         sums.odd[t] = weight[t] * (centre[t] - *mirror);
     }
     sums.even[0] *= 0.5;
-    phasorlanes z = powersof(top.first);
-    const phasorlanes step = samephasors(top.eighth);
+    complexof<Real8> z = powersof<Real8>(top.first);
+    const complexof<Real8> step = samephasors<Real8>(top.eighth);
     for (std::size_t t = 0; t <= h; t += vectorlength, z.rotate(step)) {
-        vectorstore(sums.topcos + t, z.re);
-        vectorstore(sums.topsin + t, z.im);
+        z.re.store(sums.topcos + t);
+        z.im.store(sums.topsin + t);
     }
     for (std::size_t t = 0; t <= h; ++t) {
         const double square = weight[t] * weight[t];
@@ -367,20 +367,20 @@ struct phasorpowers {
 
 // The sums of `count` times eight harmonics from harmonic k on; step holds the phasors of the first
 // eight and turns to those of the next.
-template <std::size_t count>
+template <std::size_t count, class Real8>
 [[gnu::always_inline]] inline void sumharmonics(const harmonicsums &sums, std::size_t h,
-                                                std::size_t k, phasorlanes &step,
-                                                const phasorlanes &eighth) {
-    phasorlanes steps[count];
-    phasorlanes z[count];
-    real8 re[count] = {};
-    real8 im[count] = {};
-    real8 coscos[count] = {};
-    real8 sinsin[count] = {};
+                                                std::size_t k, complexof<Real8> &step,
+                                                const complexof<Real8> &eighth) {
+    complexof<Real8> steps[count];
+    complexof<Real8> z[count];
+    Real8 re[count] = {};
+    Real8 im[count] = {};
+    Real8 coscos[count] = {};
+    Real8 sinsin[count] = {};
     for (std::size_t c = 0; c < count; ++c) {
         steps[c] = step;
         step.rotate(eighth);
-        z[c] = samephasors({1.0, 0.0});
+        z[c] = samephasors<Real8>({1.0, 0.0});
     }
     for (std::size_t t = 0; t <= h; ++t) {
         for (std::size_t c = 0; c < count; ++c) {
@@ -393,30 +393,32 @@ template <std::size_t count>
     }
     for (std::size_t c = 0; c < count; ++c) {
         const std::size_t entry = k + c * vectorlength;
-        vectorstore(sums.re + entry, re[c]);
-        vectorstore(sums.im + entry, im[c]);
-        vectorstore(sums.coscos + entry, coscos[c]);
-        vectorstore(sums.sinsin + entry, sinsin[c]);
+        re[c].store(sums.re + entry);
+        im[c].store(sums.im + entry);
+        coscos[c].store(sums.coscos + entry);
+        sinsin[c].store(sums.sinsin + entry);
     }
 }
 
-[[gnu::always_inline]] inline void harmonicsumskernel(const harmonicsums *sums, const double *w,
-                                                      const double *y, std::size_t h,
-                                                      std::size_t harmonics,
-                                                      const phasorpowers *fundamental,
-                                                      const phasorpowers *top) {
-    foldframe(*sums, w, y, h, *top);
-    phasorlanes step = powersof(fundamental->first);
-    const phasorlanes eighth = samephasors(fundamental->eighth);
-    std::size_t k = 0;
-    for (; k + vectorlength <= harmonics; k += 2 * vectorlength)
-        sumharmonics<2>(*sums, h, k, step, eighth);
-    if (k <= harmonics) sumharmonics<1>(*sums, h, k, step, eighth);
-    for (k = 0; k <= harmonics; ++k) {
-        sums->normal[harmonics - k] = 2.0 * (sums->coscos[k] + sums->sinsin[k]);
-        sums->normal[harmonics + k] = 2.0 * (sums->coscos[k] - sums->sinsin[k]);
+struct harmonicsumskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const harmonicsums *sums, const double *w,
+                                           const double *y, std::size_t h, std::size_t harmonics,
+                                           const phasorpowers *fundamental,
+                                           const phasorpowers *top) {
+        foldframe<Real8>(*sums, w, y, h, *top);
+        complexof<Real8> step = powersof<Real8>(fundamental->first);
+        const complexof<Real8> eighth = samephasors<Real8>(fundamental->eighth);
+        std::size_t k = 0;
+        for (; k + vectorlength <= harmonics; k += 2 * vectorlength)
+            sumharmonics<2>(*sums, h, k, step, eighth);
+        if (k <= harmonics) sumharmonics<1>(*sums, h, k, step, eighth);
+        for (k = 0; k <= harmonics; ++k) {
+            sums->normal[harmonics - k] = 2.0 * (sums->coscos[k] + sums->sinsin[k]);
+            sums->normal[harmonics + k] = 2.0 * (sums->coscos[k] - sums->sinsin[k]);
+        }
     }
-}
+};
 
 // Fits the HA model to the record's frame. The solution is as hasqhalscsolve leaves it.
 int solveharmonics(hamem *record, const framesize &size, double f0, double fs) {
@@ -470,27 +472,30 @@ struct sqhaarrays {
           im(re + stride) {}
 };
 
-[[gnu::always_inline]] inline void sqhabasiskernel(const sqhaarrays *arrays, const double *w,
-                                                   const double *y, std::size_t h, std::size_t k) {
-    constexpr double sqrthalf = 0.7071067811865476;
-    const sqhaarrays &mem = *arrays;
-    for (std::size_t column = 0; column < mem.stride; column += vectorlength) {
-        const phasorlanes step{vectorload(mem.re + column), vectorload(mem.im + column)};
-        phasorlanes z = samephasors({1.0, 0.0});
-        for (std::size_t t = 0; t <= h; ++t, z.rotate(step)) {
-            const double weight = t == 0 ? sqrthalf * w[h] : w[h + t];
-            vectorstore(mem.cosines + t * mem.stride + column, z.re * weight);
-            vectorstore(mem.sines + t * mem.stride + column, z.im * weight);
+struct sqhabasiskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const sqhaarrays *arrays, const double *w,
+                                           const double *y, std::size_t h, std::size_t k) {
+        constexpr double sqrthalf = 0.7071067811865476;
+        const sqhaarrays &mem = *arrays;
+        for (std::size_t column = 0; column < mem.stride; column += vectorlength) {
+            const complexof<Real8> step{Real8::load(mem.re + column), Real8::load(mem.im + column)};
+            complexof<Real8> z = samephasors<Real8>({1.0, 0.0});
+            for (std::size_t t = 0; t <= h; ++t, z.rotate(step)) {
+                const double weight = t == 0 ? sqrthalf * w[h] : w[h + t];
+                (z.re * weight).store(mem.cosines + t * mem.stride + column);
+                (z.im * weight).store(mem.sines + t * mem.stride + column);
+            }
+        }
+        // A step of 1 has made the column of the constant.
+        const double *mirror = y + h;
+        for (std::size_t t = 0; t <= h; ++t, --mirror) {
+            const double share = t == 0 ? 0.5 * sqrthalf : 0.5;
+            mem.cosines[t * mem.stride + k + 1] = share * (y[h + t] + *mirror);
+            mem.sines[t * mem.stride + k] = share * (y[h + t] - *mirror);
         }
     }
-    // A step of 1 has made the column of the constant.
-    const double *mirror = y + h;
-    for (std::size_t t = 0; t <= h; ++t, --mirror) {
-        const double share = t == 0 ? 0.5 * sqrthalf : 0.5;
-        mem.cosines[t * mem.stride + k + 1] = share * (y[h + t] + *mirror);
-        mem.sines[t * mem.stride + k] = share * (y[h + t] - *mirror);
-    }
-}
+};
 
 // Fits the SQHA model at the frequencies fk to the record's frame. The solution is as
 // hasqhalscsolve leaves it.
@@ -586,10 +591,13 @@ struct harmonickernels {
     double alphastep;
     phasor sincstep;
     phasor taperstep;
-    real8 level{};
-    real8 alpha{};
-    phasorlanes sinc{};
-    phasorlanes taper{};
+    // One entry per harmonic.
+    double level[vectorlength] = {};
+    double alpha[vectorlength] = {};
+    double sincre[vectorlength] = {};
+    double sincim[vectorlength] = {};
+    double taperre[vectorlength] = {};
+    double taperim[vectorlength] = {};
 
     harmonickernels(double f, double binspacing)
         : f0(f),
@@ -600,32 +608,42 @@ struct harmonickernels {
 
     void start(std::size_t lane, const harmonicspan &span) {
         const double d = static_cast<double>(span.from) * spacing - span.frequency;
-        level.set(lane, span.level);
-        alpha.set(lane, pi * d / f0);
+        level[lane] = span.level;
+        alpha[lane] = pi * d / f0;
         const phasor sincstart = unitphasor(alpha[lane]);
-        sinc.re.set(lane, sincstart.re);
-        sinc.im.set(lane, sincstart.im);
+        sincre[lane] = sincstart.re;
+        sincim[lane] = sincstart.im;
         const phasor taperstart = unitphasor(pi * d / (4.0 * f0));
-        taper.re.set(lane, taperstart.re);
-        taper.im.set(lane, taperstart.im);
+        taperre[lane] = taperstart.re;
+        taperim[lane] = taperstart.im;
     }
 };
 
 // Levels times kernels on the next `count` bins, eight harmonics to a row.
-[[gnu::always_inline]] inline void kernelrowskernel(harmonickernels *kernels, std::int64_t count,
-                                                    double *rows) {
-    const phasorlanes sincstep = samephasors(kernels->sincstep);
-    const phasorlanes taperstep = samephasors(kernels->taperstep);
-    harmonickernels k = *kernels;
-    for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
-        const real8 quotient = k.sinc.im / k.alpha * (1.0 + k.taper.re) / 2.0;
-        vectorstore(rows, k.level * select(k.alpha == 0.0, vectorof(1.0), quotient));
-        k.alpha += k.alphastep;
-        k.sinc.rotate(sincstep);
-        k.taper.rotate(taperstep);
+struct kernelrowskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(harmonickernels *kernels, std::int64_t count,
+                                           double *rows) {
+        const complexof<Real8> sincstep = samephasors<Real8>(kernels->sincstep);
+        const complexof<Real8> taperstep = samephasors<Real8>(kernels->taperstep);
+        const Real8 level = Real8::load(kernels->level);
+        Real8 alpha = Real8::load(kernels->alpha);
+        complexof<Real8> sinc{Real8::load(kernels->sincre), Real8::load(kernels->sincim)};
+        complexof<Real8> taper{Real8::load(kernels->taperre), Real8::load(kernels->taperim)};
+        for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
+            const Real8 quotient = sinc.im / alpha * (1.0 + taper.re) / 2.0;
+            (level * select(alpha == 0.0, Real8::all(1.0), quotient)).store(rows);
+            alpha += kernels->alphastep;
+            sinc.rotate(sincstep);
+            taper.rotate(taperstep);
+        }
+        alpha.store(kernels->alpha);
+        sinc.re.store(kernels->sincre);
+        sinc.im.store(kernels->sincim);
+        taper.re.store(kernels->taperre);
+        taper.im.store(kernels->taperim);
     }
-    *kernels = k;
-}
+};
 
 // Adds the shares of up to eight harmonics to the bins, one harmonic after the other. Only spans
 // longer than any voice has come in more than one piece.

@@ -14,8 +14,8 @@
 #include "numeric/aligned.h"
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
+#include "numeric/phasor.h"
 #include "numeric/polynom.h"
-#include "numeric/rotation.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -85,19 +85,22 @@ struct trackerscratch {
 };
 
 // Largest magnitude of the differences from an offset, 0 for none.
-[[gnu::always_inline]] inline void peakkernel(const double *x, std::size_t n, double offset,
-                                              double *peak) {
-    real8 peaks{};
-    std::size_t i = 0;
-    for (; i + vectorlength <= n; i += vectorlength) {
-        const real8 d = vectorload(x + i) - offset;
-        const real8 magnitude = select(d < 0.0, -d, d);
-        peaks = select(peaks < magnitude, magnitude, peaks);
+struct peakkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static double run(const double *x, std::size_t n, double offset) {
+        Real8 peaks{};
+        std::size_t i = 0;
+        for (; i + vectorlength <= n; i += vectorlength) {
+            const Real8 d = Real8::load(x + i) - offset;
+            const Real8 magnitude = select(d < 0.0, -d, d);
+            peaks = select(peaks < magnitude, magnitude, peaks);
+        }
+        double peak = 0.0;
+        for (std::size_t lane = 0; lane < vectorlength; ++lane) peak = std::max(peak, peaks[lane]);
+        for (; i < n; ++i) peak = std::max(peak, std::abs(x[i] - offset));
+        return peak;
     }
-    *peak = 0.0;
-    for (std::size_t lane = 0; lane < vectorlength; ++lane) *peak = std::max(*peak, peaks[lane]);
-    for (; i < n; ++i) *peak = std::max(*peak, std::abs(x[i] - offset));
-}
+};
 
 // Hann window, each cosine by itself. The recurrence behind winhanning is off by up to 34 units in
 // the last place, which serves a spectrum; but the f0 of an exactly periodic signal is an exact
@@ -111,18 +114,12 @@ alignedreals trackerwindow(std::uint32_t length) {
     return window;
 }
 
-[[gnu::always_inline]] inline void powerkernel(std::size_t n, double *re, double *im) {
-    for (std::size_t k = 0; k < n; ++k) {
-        re[k] = re[k] * re[k] + im[k] * im[k];
-        im[k] = 0.0;
-    }
-}
-
 // Autocorrelation of the weighted frame: the transform of its power spectrum.
 void correlateframe(const trackersetup &t, trackerscratch &s) {
     const auto size = static_cast<std::int32_t>(t.nfft);
     fftreal(size, s.frame.data(), s.re.data(), s.im.data());
-    runwidest<powerkernel>(s.re.size(), s.re.data(), s.im.data());
+    powerspectrum(s.re.size(), s.re.data(), s.im.data(), s.re.data());
+    std::fill(s.im.begin(), s.im.end(), 0.0);
     ifftreal(size, s.re.data(), s.im.data(), s.lags.data());
 }
 
@@ -138,7 +135,7 @@ trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, do
     t.h = lwin / 2;
     t.nfft = std::max(2u, getwinlengthceilpot2(lwin));
     t.m = getwinlengthnperiodsodd(0.5, f0min, fs);
-    runwidest<peakkernel>(filtered, std::size_t{n}, 0.0, &t.globalpeak);
+    t.globalpeak = runwidest<peakkernel>(filtered, std::size_t{n}, 0.0);
     t.window = trackerwindow(lwin);
 
     trackerscratch s(t);
@@ -150,38 +147,43 @@ trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, do
     return t;
 }
 
-// Removes the local mean over about two periods and weights the frame. The peak is the local one,
+// Removes the local mean over about two periods and weights the frame. Returns the local peak, that
 // over about one period.
-[[gnu::always_inline]] inline void weightkernel(const trackersetup *t, const double *raw,
-                                                double *frame, double *peak) {
-    // Search ranges in the kilohertz, beyond all pitch, have windows shorter than the span of the
-    // mean: what is outside the window counts as 0.
-    const std::size_t hmean = std::min(2 * t->m, t->h);
-    const double mean = sumof(raw + t->h - hmean, 2 * hmean + 1) / (4 * t->m + 1);
-    const std::size_t hpeak = std::min(t->m, t->h);
-    peakkernel(raw + t->h - hpeak, 2 * hpeak + 1, mean, peak);
-    const double *const window = t->window.data();
-    for (std::size_t i = 0; i < 2 * std::size_t{t->h} + 1; ++i)
-        frame[i] = (raw[i] - mean) * window[i];
-}
+struct weightkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static double run(const trackersetup *t, const double *raw,
+                                             double *frame) {
+        // Search ranges in the kilohertz, beyond all pitch, have windows shorter than the span of the
+        // mean: what is outside the window counts as 0.
+        const std::size_t hmean = std::min(2 * t->m, t->h);
+        const double mean = sumof<Real8>(raw + t->h - hmean, 2 * hmean + 1) / (4 * t->m + 1);
+        const double *const window = t->window.data();
+        for (std::size_t i = 0; i < 2 * std::size_t{t->h} + 1; ++i)
+            frame[i] = (raw[i] - mean) * window[i];
+        const std::size_t hpeak = std::min(t->m, t->h);
+        return peakkernel::run<Real8>(raw + t->h - hpeak, 2 * hpeak + 1, mean);
+    }
+};
 
 // Divides the autocorrelation of the frame by its own lag 0 and by that of the window.
-[[gnu::always_inline]] inline void correctkernel(const trackersetup *t, const double *lags,
-                                                 double *corrected) {
-    const double *const correction = t->correction.data();
-    const double energy = lags[0];
-    for (std::size_t tau = t->taumin - 1; tau <= std::size_t{t->taumax} + 1; ++tau) {
-        const double v = lags[tau] / energy / correction[tau];
-        corrected[tau] = v > 0.0 ? v : 0.0;  // 0 also for the 0 / 0 of a silent frame
+struct correctkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const trackersetup *t, const double *lags,
+                                           double *corrected) {
+        const double *const correction = t->correction.data();
+        const double energy = lags[0];
+        for (std::size_t tau = t->taumin - 1; tau <= std::size_t{t->taumax} + 1; ++tau) {
+            const double v = lags[tau] / energy / correction[tau];
+            corrected[tau] = v > 0.0 ? v : 0.0;  // 0 also for the 0 / 0 of a silent frame
+        }
     }
-}
+};
 
 // Corrected autocorrelation of a frame. Returns the frame's local peak.
 double analyseframe(const trackersetup &t, const double *signal, std::uint32_t n,
                     std::uint32_t centre, trackerscratch &s) {
-    double peak = 0.0;
     getwindowedsamples(signal, n, centre, s.raw.data(), t.h, nullptr);
-    runwidest<weightkernel>(&t, s.raw.data(), s.frame.data(), &peak);
+    const double peak = runwidest<weightkernel>(&t, s.raw.data(), s.frame.data());
     correlateframe(t, s);
     runwidest<correctkernel>(&t, s.lags.data(), s.corrected.data());
     return peak;

@@ -7,7 +7,7 @@
 
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -28,9 +28,12 @@ struct offsetframe {
     std::size_t size() const { return span.end - span.first; }
 };
 
-[[gnu::always_inline]] inline void sumkernel(const double *x, std::size_t n, double *sum) {
-    *sum = sumof(x, n);
-}
+struct sumkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static double run(const double *x, std::size_t n) {
+        return sumof<Real8>(x, n);
+    }
+};
 
 // Finds a frame and its mean. Deliberate: the sum is divided by the full length of the window also
 // where the signal's ends cut it short.
@@ -39,37 +42,36 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
     const std::uint32_t h = lwin / 2;
     offsetframe frame{getframespan(nsamples, centre, h), nullptr, 0.0};
     frame.samples = x + (std::size_t{centre} + frame.span.first - h);
-    runwidest<sumkernel>(frame.samples, frame.size(), &frame.offset);
-    frame.offset /= lwin;
+    frame.offset = runwidest<sumkernel>(frame.samples, frame.size()) / lwin;
     return frame;
 }
 
 // Correlates a frame with e^(j omega i), i = 0, 1, .. from its first sample. Eight phasors, for as
 // many samples in a row, turn by eight samples at a time.
-[[gnu::always_inline]] inline void correlatekernel(const offsetframe *frame, const phasor *first,
-                                                   phasor step, phasor *result) {
-    real8 re{}, im{}, sumre{}, sumim{};
-    for (std::size_t lane = 0; lane < vectorlength; ++lane) {
-        re.set(lane, first[lane].re);
-        im.set(lane, first[lane].im);
+struct correlatekernel {
+    template <class Real8>
+    [[gnu::always_inline]] static phasor run(const offsetframe *frame, phasor step) {
+        complexof<Real8> z = powersof<Real8>(step);
+        phasor eighth{z.re[vectorlength - 1], z.im[vectorlength - 1]};
+        eighth.rotate(step);
+        const auto turn = samephasors<Real8>(eighth);
+        Real8 sumre{}, sumim{};
+        const std::size_t n = frame->size();
+        std::size_t i = 0;
+        for (; i + vectorlength <= n; i += vectorlength, z.rotate(turn)) {
+            const Real8 x = Real8::load(frame->samples + i) - frame->offset;
+            sumre += x * z.re;
+            sumim += x * z.im;
+        }
+        phasor sum{sumof(sumre), sumof(sumim)};
+        for (std::size_t lane = 0; i < n; ++i, ++lane) {
+            const double x = frame->samples[i] - frame->offset;
+            sum.re += x * z.re[lane];
+            sum.im += x * z.im[lane];
+        }
+        return sum;
     }
-    const std::size_t n = frame->size();
-    std::size_t i = 0;
-    for (; i + vectorlength <= n; i += vectorlength) {
-        const real8 x = vectorload(frame->samples + i) - frame->offset;
-        sumre += x * re;
-        sumim += x * im;
-        const real8 turned = re * step.re - im * step.im;
-        im = im * step.re + re * step.im;
-        re = turned;
-    }
-    *result = {sumof(sumre), sumof(sumim)};
-    for (std::size_t lane = 0; i < n; ++i, ++lane) {
-        const double x = frame->samples[i] - frame->offset;
-        result->re += x * re[lane];
-        result->im += x * im[lane];
-    }
-}
+};
 
 // Finds a frame of a voiced signal. Deliberate: what is taken off is not the mean but the mean less
 // the amplitude of the component at f0, so that the bin at 0 Hz carries energy in proportion to the
@@ -77,31 +79,21 @@ offsetframe meanframe(const double *x, std::uint32_t nsamples, std::uint32_t cen
 offsetframe fundamentalframe(const double *x, std::uint32_t nsamples, std::uint32_t centre,
                              std::uint32_t lwin, double f0, double fs) {
     offsetframe frame = meanframe(x, nsamples, centre, lwin);
-    const phasor step = unitphasor(twopi * f0 / fs);
-    phasor first[vectorlength];
-    phasor z{1.0, 0.0};
-    for (phasor &lane : first) {
-        lane = z;
-        z.rotate(step);
-    }
-    phasor sum{};
-    runwidest<correlatekernel>(&frame, first, z, &sum);
+    phasor sum = runwidest<correlatekernel>(&frame, unitphasor(twopi * f0 / fs));
     sum.re /= lwin;
     sum.im /= lwin;
     frame.offset -= std::sqrt(sum.re * sum.re + sum.im * sum.im);
     return frame;
 }
 
-[[gnu::always_inline]] inline void windowkernel(const offsetframe *frame, const double *window,
-                                                double *windowed) {
-    for (std::size_t i = 0; i < frame->size(); ++i)
-        windowed[i] = (frame->samples[i] - frame->offset) * window[i];
-}
-
-[[gnu::always_inline]] inline void powerkernel(std::size_t n, const double *re, const double *im,
-                                               double *power) {
-    for (std::size_t k = 0; k < n; ++k) power[k] = re[k] * re[k] + im[k] * im[k];
-}
+struct windowkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const offsetframe *frame, const double *window,
+                                           double *windowed) {
+        for (std::size_t i = 0; i < frame->size(); ++i)
+            windowed[i] = (frame->samples[i] - frame->offset) * window[i];
+    }
+};
 
 // Power spectrum, bins 0 .. nfft / 2, of a windowed frame with zeros beyond the signal and behind
 // the window.
@@ -113,7 +105,7 @@ void transformframe(const offsetframe &frame, const double *window, std::uint32_
     runwidest<windowkernel>(&frame, window + first, windowed + first);
     std::fill(windowed + frame.span.end, windowed + nfft, 0.0);
     fftreal(static_cast<std::int32_t>(nfft), windowed, record.real, record.imag);
-    runwidest<powerkernel>(nfft / 2 + std::size_t{1}, record.real, record.imag, power);
+    powerspectrum(nfft / 2 + std::size_t{1}, record.real, record.imag, power);
 }
 
 // Plain Hann window, scaled for the number of its samples that are not 0, and its complement behind
@@ -161,13 +153,15 @@ struct logpower {
     }
 };
 
-[[gnu::always_inline]] inline void ratiokernel(const logpower *spectrum, std::size_t n,
-                                               double *ratio) {
-    for (std::size_t k = 0; k < n; ++k) {
-        const double power = spectrum->power[k];
-        ratio[k] = (power > spectrum->lowest ? power : spectrum->lowest) / spectrum->scale;
+struct ratiokernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const logpower *spectrum, std::size_t n, double *ratio) {
+        for (std::size_t k = 0; k < n; ++k) {
+            const double power = spectrum->power[k];
+            ratio[k] = (power > spectrum->lowest ? power : spectrum->lowest) / spectrum->scale;
+        }
     }
-}
+};
 
 // Fills bins 0 .. nfft / 2; those at 0 Hz and fs / 2 take the values of their neighbours.
 void fillspectrum(const logpower &from, std::size_t nfft, double *spectrum) {

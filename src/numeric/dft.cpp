@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "numeric/aligned.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
 
@@ -142,95 +142,46 @@ void smalltransform(std::size_t n, const plan &p, double *re, double *im) {
 // their imaginary parts at im + k stride, eight in a row. Stride 1 is the split layout. Stride 2
 // with im = re + 8 lets every 16 doubles of an interleaved array hold eight values.
 
-template <class Real>
-struct complexof {
-    Real re;
-    Real im;
-};
-
-using complexvector = complexof<real8>;
-
-template <class Real>
-[[gnu::always_inline]] inline complexof<Real> operator+(const complexof<Real> &a,
-                                                        const complexof<Real> &b) {
-    return {a.re + b.re, a.im + b.im};
-}
-
-template <class Real>
-[[gnu::always_inline]] inline complexof<Real> operator-(const complexof<Real> &a,
-                                                        const complexof<Real> &b) {
-    return {a.re - b.re, a.im - b.im};
-}
-
-template <class Real>
-[[gnu::always_inline]] inline complexof<Real> operator*(const complexof<Real> &a,
-                                                        const complexof<Real> &b) {
-    return {a.re * b.re - a.im * b.im, a.im * b.re + a.re * b.im};
-}
-
 // -j a
-[[gnu::always_inline]] inline complexvector turned(const complexvector &a) { return {a.im, -a.re}; }
-
-[[gnu::always_inline]] inline complexvector load(const double *re, const double *im) {
-    return {vectorload(re), vectorload(im)};
+template <class Real8>
+[[gnu::always_inline]] inline complexof<Real8> turned(const complexof<Real8> &a) {
+    return {a.im, -a.re};
 }
 
-[[gnu::always_inline]] inline void store(double *re, double *im, const complexvector &a) {
-    vectorstore(re, a.re);
-    vectorstore(im, a.im);
+template <class Real8>
+[[gnu::always_inline]] inline complexof<Real8> load(const double *re, const double *im) {
+    return {Real8::load(re), Real8::load(im)};
 }
 
-[[gnu::always_inline]] inline real8 reversed(const real8 &a) {
-    return {__builtin_shufflevector(a.high, a.high, 3, 2, 1, 0),
-            __builtin_shufflevector(a.low, a.low, 3, 2, 1, 0)};
+template <class Real8>
+[[gnu::always_inline]] inline void store(double *re, double *im, const complexof<Real8> &a) {
+    a.re.store(re);
+    a.im.store(im);
 }
 
 // Real and imaginary parts of eight interleaved values.
-[[gnu::always_inline]] inline complexvector deinterleaved(const double *x) {
-    const real8 a = vectorload(x);
-    const real8 b = vectorload(x + vectorlength);
-    return {{__builtin_shufflevector(a.low, a.high, 0, 2, 4, 6),
-             __builtin_shufflevector(b.low, b.high, 0, 2, 4, 6)},
-            {__builtin_shufflevector(a.low, a.high, 1, 3, 5, 7),
-             __builtin_shufflevector(b.low, b.high, 1, 3, 5, 7)}};
+template <class Real8>
+[[gnu::always_inline]] inline void deinterleave(const double *x, double *re, double *im) {
+    const auto [even, odd] = deinterleaved(Real8::load(x), Real8::load(x + vectorlength));
+    even.store(re);
+    odd.store(im);
 }
 
-[[gnu::always_inline]] inline void interleave(const complexvector &a, double *x) {
-    vectorstore(x, {__builtin_shufflevector(a.re.low, a.im.low, 0, 4, 1, 5),
-                    __builtin_shufflevector(a.re.low, a.im.low, 2, 6, 3, 7)});
-    vectorstore(x + vectorlength, {__builtin_shufflevector(a.re.high, a.im.high, 0, 4, 1, 5),
-                                   __builtin_shufflevector(a.re.high, a.im.high, 2, 6, 3, 7)});
-}
-
-// Transposes 4 x 4 values: pairs of rows exchange single elements, then pairs.
-[[gnu::always_inline]] inline void transpose(halfvector &a, halfvector &b, halfvector &c,
-                                             halfvector &d) {
-    const halfvector ab0 = __builtin_shufflevector(a, b, 0, 4, 2, 6);
-    const halfvector ab1 = __builtin_shufflevector(a, b, 1, 5, 3, 7);
-    const halfvector cd0 = __builtin_shufflevector(c, d, 0, 4, 2, 6);
-    const halfvector cd1 = __builtin_shufflevector(c, d, 1, 5, 3, 7);
-    a = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5);
-    b = __builtin_shufflevector(ab1, cd1, 0, 1, 4, 5);
-    c = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7);
-    d = __builtin_shufflevector(ab1, cd1, 2, 3, 6, 7);
-}
-
-// Transposes 8 x 8 values by quarters, two of which change places.
-[[gnu::always_inline]] inline void transpose(real8 (&a)[vectorlength]) {
-    for (std::size_t i = 0; i < 8; i += 4) {
-        transpose(a[i].low, a[i + 1].low, a[i + 2].low, a[i + 3].low);
-        transpose(a[i].high, a[i + 1].high, a[i + 2].high, a[i + 3].high);
-    }
-    for (std::size_t i = 0; i < 4; ++i) std::swap(a[i].high, a[i + 4].low);
+template <class Real8>
+[[gnu::always_inline]] inline void interleave(const double *re, const double *im, double *x) {
+    const auto [first, second] = interleaved(Real8::load(re), Real8::load(im));
+    first.store(x);
+    second.store(x + vectorlength);
 }
 
 // Four-point transforms, one per lane: a, b, c, d become bins 0 .. 3.
-[[gnu::always_inline]] inline void transform4(complexvector &a, complexvector &b, complexvector &c,
-                                              complexvector &d) {
-    const complexvector sum = a + c;
-    const complexvector difference = a - c;
-    const complexvector othersum = b + d;
-    const complexvector otherdifference = turned(b - d);
+template <class Real8>
+[[gnu::always_inline]] inline void transform4(complexof<Real8> &a, complexof<Real8> &b,
+                                              complexof<Real8> &c, complexof<Real8> &d) {
+    const complexof<Real8> sum = a + c;
+    const complexof<Real8> difference = a - c;
+    const complexof<Real8> othersum = b + d;
+    const complexof<Real8> otherdifference = turned(b - d);
     a = sum + othersum;
     b = difference + otherdifference;
     c = sum - othersum;
@@ -239,13 +190,14 @@ template <class Real>
 
 // Eight-point transforms, one per lane, as two of four points of the sums and the turned
 // differences of values four apart.
-[[gnu::always_inline]] inline void transform8(real8 (&re)[vectorlength],
-                                              real8 (&im)[vectorlength]) {
-    complexvector even[4];
-    complexvector odd[4];
+template <class Real8>
+[[gnu::always_inline]] inline void transform8(Real8 (&re)[vectorlength],
+                                              Real8 (&im)[vectorlength]) {
+    complexof<Real8> even[4];
+    complexof<Real8> odd[4];
     for (std::size_t i = 0; i < 4; ++i) {
-        const complexvector a = {re[i], im[i]};
-        const complexvector b = {re[i + 4], im[i + 4]};
+        const complexof<Real8> a = {re[i], im[i]};
+        const complexof<Real8> b = {re[i + 4], im[i + 4]};
         even[i] = a + b;
         odd[i] = a - b;
     }
@@ -263,45 +215,46 @@ template <class Real>
 }
 
 // Values m + i n / 8 of a transform, i = 0 .. 7 by row, m = first .. first + 7 by column.
+template <class Real8>
 struct square {
-    real8 re[vectorlength];
-    real8 im[vectorlength];
+    Real8 re[vectorlength];
+    Real8 im[vectorlength];
 };
 
-template <std::size_t stride>
-[[gnu::always_inline]] inline void loadtransformed(square &s, std::size_t n, const double *re,
-                                                   const double *im) {
+template <std::size_t stride, class Real8>
+[[gnu::always_inline]] inline void loadtransformed(square<Real8> &s, std::size_t n,
+                                                   const double *re, const double *im) {
     for (std::size_t i = 0; i < vectorlength; ++i) {
-        s.re[i] = vectorload(re + i * (n / 8) * stride);
-        s.im[i] = vectorload(im + i * (n / 8) * stride);
+        s.re[i] = Real8::load(re + i * (n / 8) * stride);
+        s.im[i] = Real8::load(im + i * (n / 8) * stride);
     }
     transform8(s.re, s.im);
     transpose(s.re);
     transpose(s.im);
 }
 
-template <std::size_t stride>
-[[gnu::always_inline]] inline void storereversed(const square &s, std::size_t n, double *re,
+template <std::size_t stride, class Real8>
+[[gnu::always_inline]] inline void storereversed(const square<Real8> &s, std::size_t n, double *re,
                                                  double *im) {
     constexpr std::size_t reversedrow[] = {0, 4, 2, 6, 1, 5, 3, 7};
     for (std::size_t i = 0; i < vectorlength; ++i) {
-        vectorstore(re + i * (n / 8) * stride, s.re[reversedrow[i]]);
-        vectorstore(im + i * (n / 8) * stride, s.im[reversedrow[i]]);
+        s.re[reversedrow[i]].store(re + i * (n / 8) * stride);
+        s.im[reversedrow[i]].store(im + i * (n / 8) * stride);
     }
 }
 
 // The first three stages and the bit reversal. A square's eight-point transforms, transposed, are
 // contiguous blocks of the next stage. They go where the bit reversal takes them: into the rows of
 // the square whose column index is the reversed one.
-template <std::size_t stride>
+template <class Real8, std::size_t stride>
 [[gnu::always_inline]] inline void firstpass(std::size_t n, const plan &p, double *re, double *im) {
     for (const auto &[i, j] : p.swaps) {
         const std::size_t from = i * vectorlength * stride;
         const std::size_t to = j * vectorlength * stride;
-        square s;
+        square<Real8> s;
         loadtransformed<stride>(s, n, re + from, im + from);
         if (i != j) {
-            square t;
+            square<Real8> t;
             loadtransformed<stride>(t, n, re + to, im + to);
             storereversed<stride>(t, n, re + from, im + from);
         }
@@ -310,7 +263,7 @@ template <std::size_t stride>
 }
 
 // One stage: blocks of `half` values a, b become a + w b, a - w b.
-template <std::size_t stride>
+template <class Real8, std::size_t stride>
 [[gnu::always_inline]] inline void pass2(std::size_t half, std::size_t n, const plan &p, double *re,
                                          double *im) {
     const double *const wre = p.re.data() + half;
@@ -319,8 +272,8 @@ template <std::size_t stride>
         for (std::size_t k = 0; k < half; k += vectorlength) {
             const std::size_t i = (m + k) * stride;
             const std::size_t j = i + half * stride;
-            const complexvector a = load(re + i, im + i);
-            const complexvector b = load(re + j, im + j) * load(wre + k, wim + k);
+            const complexof<Real8> a = load<Real8>(re + i, im + i);
+            const complexof<Real8> b = load<Real8>(re + j, im + j) * load<Real8>(wre + k, wim + k);
             store(re + i, im + i, a + b);
             store(re + j, im + j, a - b);
         }
@@ -328,7 +281,7 @@ template <std::size_t stride>
 
 // Two stages in one: blocks of `quarter` values a, c, b, d (the bit reversal has exchanged the
 // middle ones) become the four-point transforms of a, w b, w^2 c, w^3 d.
-template <std::size_t stride>
+template <class Real8, std::size_t stride>
 [[gnu::always_inline]] inline void pass4(std::size_t quarter, std::size_t n, const plan &p,
                                          double *re, double *im) {
     const double *const wre = p.re.data() + 2 * quarter;
@@ -342,10 +295,13 @@ template <std::size_t stride>
         for (std::size_t k = 0; k < quarter; k += vectorlength) {
             double *const r = re + (m + k) * stride;
             double *const i = im + (m + k) * stride;
-            complexvector a = load(r, i);
-            complexvector c = load(r + step, i + step) * load(squarere + k, squareim + k);
-            complexvector b = load(r + 2 * step, i + 2 * step) * load(wre + k, wim + k);
-            complexvector d = load(r + 3 * step, i + 3 * step) * load(cubere + k, cubeim + k);
+            complexof<Real8> a = load<Real8>(r, i);
+            complexof<Real8> c =
+                load<Real8>(r + step, i + step) * load<Real8>(squarere + k, squareim + k);
+            complexof<Real8> b =
+                load<Real8>(r + 2 * step, i + 2 * step) * load<Real8>(wre + k, wim + k);
+            complexof<Real8> d =
+                load<Real8>(r + 3 * step, i + 3 * step) * load<Real8>(cubere + k, cubeim + k);
             transform4(a, b, c, d);
             store(r, i, a);
             store(r + step, i + step, b);
@@ -355,16 +311,18 @@ template <std::size_t stride>
 }
 
 template <std::size_t stride>
-[[gnu::always_inline]] inline void transformkernel(std::size_t n, const plan *p, double *re,
-                                                   double *im) {
-    firstpass<stride>(n, *p, re, im);
-    std::size_t joined = vectorlength;
-    if (std::countr_zero(n) % 2 == 0) {  // an odd number of stages is left
-        pass2<stride>(joined, n, *p, re, im);
-        joined *= 2;
+struct transformkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t n, const plan *p, double *re, double *im) {
+        firstpass<Real8, stride>(n, *p, re, im);
+        std::size_t joined = vectorlength;
+        if (std::countr_zero(n) % 2 == 0) {  // an odd number of stages is left
+            pass2<Real8, stride>(joined, n, *p, re, im);
+            joined *= 2;
+        }
+        for (; joined < n; joined *= 4) pass4<Real8, stride>(joined, n, *p, re, im);
     }
-    for (; joined < n; joined *= 4) pass4<stride>(joined, n, *p, re, im);
-}
+};
 
 // Forward transform. The inverse has the conjugate twiddles, which is the same as exchanging the
 // real with the imaginary parts on the way in and out, so callers swap the two pointers instead.
@@ -378,17 +336,23 @@ void transform(std::size_t n, double *re, double *im) {
 
 // ---- interleaved data ----
 
-[[gnu::always_inline]] inline void splitkernel(std::size_t n, const double *x, double *re,
-                                               double *im, std::size_t stride) {
-    for (std::size_t k = 0; k < n; k += vectorlength)
-        store(re + k * stride, im + k * stride, deinterleaved(x + 2 * k));
-}
+struct splitkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t n, const double *x, double *re, double *im,
+                                           std::size_t stride) {
+        for (std::size_t k = 0; k < n; k += vectorlength)
+            deinterleave<Real8>(x + 2 * k, re + k * stride, im + k * stride);
+    }
+};
 
-[[gnu::always_inline]] inline void joinkernel(std::size_t n, const double *re, const double *im,
-                                              double *x, std::size_t stride) {
-    for (std::size_t k = 0; k < n; k += vectorlength)
-        interleave(load(re + k * stride, im + k * stride), x + 2 * k);
-}
+struct joinkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t n, const double *re, const double *im,
+                                           double *x, std::size_t stride) {
+        for (std::size_t k = 0; k < n; k += vectorlength)
+            interleave<Real8>(re + k * stride, im + k * stride, x + 2 * k);
+    }
+};
 
 // From interleaved data to separate real and imaginary parts.
 void split(std::size_t n, const double *x, double *re, double *im) {
@@ -408,14 +372,16 @@ void join(std::size_t n, const double *re, const double *im, double *x) {
     }
 }
 
-[[gnu::always_inline]] inline void interleavedkernel(std::size_t n, const plan *p, double *x,
-                                                     bool inverse) {
-    double *const re = x;
-    double *const im = x + vectorlength;
-    splitkernel(n, x, re, im, 2);
-    transformkernel<2>(n, p, inverse ? im : re, inverse ? re : im);
-    joinkernel(n, re, im, x, 2);
-}
+struct interleavedkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t n, const plan *p, double *x, bool inverse) {
+        double *const re = x;
+        double *const im = x + vectorlength;
+        splitkernel::run<Real8>(n, x, re, im, 2);
+        transformkernel<2>::template run<Real8>(n, p, inverse ? im : re, inverse ? re : im);
+        joinkernel::run<Real8>(n, re, im, x, 2);
+    }
+};
 
 // ---- real signals ----
 //
@@ -451,36 +417,52 @@ template <class Real>
 // Applies one of the two to the pairs k, M - k of M values, k = 1 .. M / 2. The last pair is the
 // middle twice.
 template <bool forward>
-[[gnu::always_inline]] inline void pairskernel(std::size_t m, const double *wre, const double *wim,
-                                               double *re, double *im) {
-    std::size_t k = 1;
-    for (; k + vectorlength <= m / 2 + 1; k += vectorlength) {
-        const std::size_t mirrored = m - k - (vectorlength - 1);
-        complexvector low = load(re + k, im + k);
-        const complexvector upper = load(re + mirrored, im + mirrored);
-        complexvector high = {reversed(upper.re), reversed(upper.im)};
-        const complexvector w = load(wre + k, wim + k);
-        forward ? tospectrum(low, high, w) : fromspectrum(low, high, w);
-        store(re + k, im + k, low);
-        store(re + mirrored, im + mirrored, {reversed(high.re), reversed(high.im)});
+struct pairskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t m, const double *wre, const double *wim,
+                                           double *re, double *im) {
+        std::size_t k = 1;
+        for (; k + vectorlength <= m / 2 + 1; k += vectorlength) {
+            const std::size_t mirrored = m - k - (vectorlength - 1);
+            complexof<Real8> low = load<Real8>(re + k, im + k);
+            const complexof<Real8> upper = load<Real8>(re + mirrored, im + mirrored);
+            complexof<Real8> high = {reversed(upper.re), reversed(upper.im)};
+            const complexof<Real8> w = load<Real8>(wre + k, wim + k);
+            forward ? tospectrum(low, high, w) : fromspectrum(low, high, w);
+            store(re + k, im + k, low);
+            store<Real8>(re + mirrored, im + mirrored, {reversed(high.re), reversed(high.im)});
+        }
+        for (; k <= m / 2; ++k) {
+            complexof<double> low = {re[k], im[k]};
+            complexof<double> high = {re[m - k], im[m - k]};
+            const complexof<double> w = {wre[k], wim[k]};
+            forward ? tospectrum(low, high, w) : fromspectrum(low, high, w);
+            re[k] = low.re;
+            im[k] = low.im;
+            re[m - k] = high.re;
+            im[m - k] = high.im;
+        }
     }
-    for (; k <= m / 2; ++k) {
-        complexof<double> low = {re[k], im[k]};
-        complexof<double> high = {re[m - k], im[m - k]};
-        const complexof<double> w = {wre[k], wim[k]};
-        forward ? tospectrum(low, high, w) : fromspectrum(low, high, w);
-        re[k] = low.re;
-        im[k] = low.im;
-        re[m - k] = high.re;
-        im[m - k] = high.im;
-    }
-}
+};
 
 template <bool forward>
 void turnpairs(std::size_t m, double *re, double *im) {
     const plan &p = planfor(2 * m);  // its last stage has the twiddles of size 2 m
     runwidest<pairskernel<forward>>(m, p.re.data() + m, p.im.data() + m, re, im);
 }
+
+struct powerkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(std::size_t n, const double *re, const double *im,
+                                           double *power) {
+        std::size_t k = 0;
+        for (; k + vectorlength <= n; k += vectorlength) {
+            const auto x = load<Real8>(re + k, im + k);
+            (x.re * x.re + x.im * x.im).store(power + k);
+        }
+        for (; k < n; ++k) power[k] = re[k] * re[k] + im[k] * im[k];
+    }
+};
 
 bool isrealsize(std::int32_t n) { return n >= 2 && std::has_single_bit(static_cast<unsigned>(n)); }
 
@@ -546,6 +528,10 @@ int ifftreal(std::int32_t n, double *re, double *im, double *x) {
     transform(m, im, re);  // the parts exchanged: an inverse
     join(m, re, im, x);
     return 0;
+}
+
+void powerspectrum(std::size_t n, const double *re, const double *im, double *power) {
+    runwidest<powerkernel>(n, re, im, power);
 }
 
 }  // namespace nalveo

@@ -14,6 +14,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// Transforms interleaved complex data in place.
@@ -71,5 +72,13 @@ int fftreal(std::int32_t n, const double *x, double *re, double *im);
 /// \param[out]    x   [n] signal; none of the three may overlap
 /// \return 0, or -1 when n is above 0 and not such a size; then nothing is written
 int ifftreal(std::int32_t n, double *re, double *im, double *x);
+
+/// Squared magnitudes of complex values, power(k) = re(k)^2 + im(k)^2.
+///
+/// \param[in]  n      number of values
+/// \param[in]  re     [n] real parts
+/// \param[in]  im     [n] imaginary parts
+/// \param[out] power  [n]; may be re or im
+void powerspectrum(std::size_t n, const double *re, const double *im, double *power);
 
 }  // namespace nalveo

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
 
@@ -130,9 +130,12 @@ double addpairs(double high1, double low1, double high2, double low2) {
     return x > 0.0 && x < infinite ? value : special;
 }
 
-[[gnu::always_inline]] inline void logarithmkernel(double *values, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) values[i] = anylogarithm(values[i]);
-}
+struct logarithmkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(double *values, std::size_t n) {
+        for (std::size_t i = 0; i < n; ++i) values[i] = anylogarithm(values[i]);
+    }
+};
 
 }  // namespace
 

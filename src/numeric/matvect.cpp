@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "numeric/lanes.h"
+#include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
 
@@ -21,78 +21,88 @@ inline void subtractscaled(double *__restrict y, const double *__restrict x, std
 }
 
 // out += x^T A for `rows` rows of A. Every element is summed in ascending order of the rows.
-template <std::size_t rows>
+template <class Real8, std::size_t rows>
 [[gnu::always_inline]] inline void addrows(const double *x, const double *a, std::size_t n,
                                            double *out) {
     for (std::size_t j = 0; j < n; j += vectorlength) {
-        real8 sum = vectorload(out + j);
-        for (std::size_t i = 0; i < rows; ++i) sum += x[i] * vectorload(a + i * n + j);
-        vectorstore(out + j, sum);
+        Real8 sum = Real8::load(out + j);
+        for (std::size_t i = 0; i < rows; ++i) sum += x[i] * Real8::load(a + i * n + j);
+        sum.store(out + j);
     }
 }
 
-[[gnu::always_inline]] inline void vecbymatkernel(const double *x, const double *a, std::size_t m,
-                                                  std::size_t n, double *out) {
-    for (std::size_t j = 0; j < n; ++j) out[j] = 0.0;
-    std::size_t i = 0;
-    for (; i + 8 <= m; i += 8) addrows<8>(x + i, a + i * n, n, out);
-    for (; i < m; ++i) addrows<1>(x + i, a + i * n, n, out);
-}
+struct vecbymatkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const double *x, const double *a, std::size_t m,
+                                           std::size_t n, double *out) {
+        for (std::size_t j = 0; j < n; ++j) out[j] = 0.0;
+        std::size_t i = 0;
+        for (; i + 8 <= m; i += 8) addrows<Real8, 8>(x + i, a + i * n, n, out);
+        for (; i < m; ++i) addrows<Real8, 1>(x + i, a + i * n, n, out);
+    }
+};
 
 // Tile of a product C = A B: four rows and two vectors of columns, the first of them at a, b and c.
 // Element (r, k) of A is at r arow + k acolumn. Every element is summed over k in ascending order.
+template <class Real8>
 [[gnu::always_inline]] inline void producttile(const double *a, std::size_t arow,
                                                std::size_t acolumn, const double *b, double *c,
                                                std::size_t m, std::size_t n) {
-    real8 sums[4][2] = {};
+    Real8 sums[4][2] = {};
     for (std::size_t k = 0; k < m; ++k, a += acolumn, b += n) {
-        const real8 left = vectorload(b);
-        const real8 right = vectorload(b + vectorlength);
+        const Real8 left = Real8::load(b);
+        const Real8 right = Real8::load(b + vectorlength);
         for (std::size_t r = 0; r < 4; ++r) {
             sums[r][0] += a[r * arow] * left;
             sums[r][1] += a[r * arow] * right;
         }
     }
     for (std::size_t r = 0; r < 4; ++r) {
-        vectorstore(c + r * n, sums[r][0]);
-        vectorstore(c + r * n + vectorlength, sums[r][1]);
+        sums[r][0].store(c + r * n);
+        sums[r][1].store(c + r * n + vectorlength);
     }
 }
 
-[[gnu::always_inline]] inline void gramkernel(const double *c, std::size_t m, std::size_t n,
-                                              std::size_t rows, double *gram) {
-    constexpr std::size_t width = 2 * vectorlength;
-    for (std::size_t j = 0; j < n; j += width)
-        for (std::size_t i = 0; i < rows && i < j + width; i += 4)
-            producttile(c + i, 1, n, c + j, gram + i * n + j, m, n);
-}
+struct gramkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const double *c, std::size_t m, std::size_t n,
+                                           std::size_t rows, double *gram) {
+        constexpr std::size_t width = 2 * vectorlength;
+        for (std::size_t j = 0; j < n; j += width)
+            for (std::size_t i = 0; i < rows && i < j + width; i += 4)
+                producttile<Real8>(c + i, 1, n, c + j, gram + i * n + j, m, n);
+    }
+};
 
 // The first rows of a product C = A B with n columns, or the lower triangle of those rows at least.
 // The last tiles of a row and of a column are moved back to end with the matrix, so that some
 // elements are computed twice. Matrices below the size of a tile are done by single elements.
-[[gnu::always_inline]] inline void productkernel(const double *a, const double *b, double *c,
-                                                 std::size_t n, std::size_t m, std::size_t rows,
-                                                 bool triangle) {
-    constexpr std::size_t width = 2 * vectorlength;
-    if (n < width || rows < 4) {
-        for (std::size_t i = 0; i < rows; ++i) {
-            for (std::size_t j = 0; j < n; ++j) {
-                double sum = 0.0;
-                for (std::size_t k = 0; k < m; ++k) sum += a[i * m + k] * b[k * n + j];
-                c[i * n + j] = sum;
+struct productkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const double *a, const double *b, double *c,
+                                           std::size_t n, std::size_t m, std::size_t rows,
+                                           bool triangle) {
+        constexpr std::size_t width = 2 * vectorlength;
+        if (n < width || rows < 4) {
+            for (std::size_t i = 0; i < rows; ++i) {
+                for (std::size_t j = 0; j < n; ++j) {
+                    double sum = 0.0;
+                    for (std::size_t k = 0; k < m; ++k) sum += a[i * m + k] * b[k * n + j];
+                    c[i * n + j] = sum;
+                }
+            }
+            return;
+        }
+        for (std::size_t j = 0; j < n; j += width) {
+            const std::size_t first = std::min(j, n - width);
+            for (std::size_t i = 0; i < rows; i += 4) {
+                const std::size_t row = std::min(i, rows - 4);
+                if (!triangle || first <= row + 3)
+                    producttile<Real8>(a + row * m, m, 1, b + first, c + row * n + first, m, n);
             }
         }
-        return;
     }
-    for (std::size_t j = 0; j < n; j += width) {
-        const std::size_t first = std::min(j, n - width);
-        for (std::size_t i = 0; i < rows; i += 4) {
-            const std::size_t row = std::min(i, rows - 4);
-            if (!triangle || first <= row + 3)
-                producttile(a + row * m, m, 1, b + first, c + row * n + first, m, n);
-        }
-    }
-}
+};
 
 // out[r] = sum over s of x(s) y(r, s) for nrows rows of y, each sum in ascending order of s. Four
 // rows at a time: a single running sum would wait for its own additions.
@@ -217,42 +227,42 @@ void trenchfill(double *s, std::size_t n, std::size_t stride) {
 
 // `count` vectors, from column j on, of `rows` rows from row i on of an augmented matrix, less the
 // rows of the factor above them.
-template <std::size_t rows, std::size_t count>
+template <class Real8, std::size_t rows, std::size_t count>
 [[gnu::always_inline]] inline void subtractabove(double *a, std::size_t stride, std::size_t i,
                                                  std::size_t j) {
-    real8 sums[rows][count];
+    Real8 sums[rows][count];
     for (std::size_t r = 0; r < rows; ++r)
         for (std::size_t v = 0; v < count; ++v)
-            sums[r][v] = vectorload(a + (i + r) * stride + j + v * vectorlength);
+            sums[r][v] = Real8::load(a + (i + r) * stride + j + v * vectorlength);
     for (std::size_t k = 0; k < i; ++k) {
         const double *const above = a + k * stride;
         for (std::size_t v = 0; v < count; ++v) {
-            const real8 u = vectorload(above + j + v * vectorlength);
+            const Real8 u = Real8::load(above + j + v * vectorlength);
             for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= u * above[i + r];
         }
     }
     for (std::size_t r = 0; r < rows; ++r)
         for (std::size_t v = 0; v < count; ++v)
-            vectorstore(a + (i + r) * stride + j + v * vectorlength, sums[r][v]);
+            sums[r][v].store(a + (i + r) * stride + j + v * vectorlength);
 }
 
 // Rows i .. i + rows - 1 of the factor. Returns false for a negative pivot, unless unknowns without
 // a positive one are left out: their rows become 0.
-template <std::size_t rows, bool leaveout>
+template <class Real8, std::size_t rows, bool leaveout>
 [[gnu::always_inline]] inline bool factorrows(double *a, std::size_t stride, std::size_t i,
                                               double *determinant) {
     const std::size_t start = i / vectorlength * vectorlength;
     std::size_t j = start;
     for (; j + 3 * vectorlength <= stride; j += 3 * vectorlength)
-        subtractabove<rows, 3>(a, stride, i, j);
-    for (; j < stride; j += vectorlength) subtractabove<rows, 1>(a, stride, i, j);
+        subtractabove<Real8, rows, 3>(a, stride, i, j);
+    for (; j < stride; j += vectorlength) subtractabove<Real8, rows, 1>(a, stride, i, j);
     for (std::size_t r = i; r < i + rows; ++r) {
         double *const row = a + r * stride;
         for (std::size_t k = i; k < r; ++k) {
             const double *const above = a + k * stride;
             const double factor = above[r];
             for (j = start; j < stride; j += vectorlength)
-                vectorstore(row + j, vectorload(row + j) - vectorload(above + j) * factor);
+                (Real8::load(row + j) - Real8::load(above + j) * factor).store(row + j);
         }
         const double pivot = row[r];
         if (!leaveout && pivot < 0.0) return false;
@@ -260,7 +270,7 @@ template <std::size_t rows, bool leaveout>
         const bool left = leaveout && !(pivot > 0.0);
         const double scale = left ? 0.0 : 1.0 / std::sqrt(pivot);
         for (j = start; j < stride; j += vectorlength)
-            vectorstore(row + j, vectorload(row + j) * scale);
+            (Real8::load(row + j) * scale).store(row + j);
         row[r] = scale;
     }
     return true;
@@ -270,16 +280,19 @@ template <std::size_t rows, bool leaveout>
 // right-hand side b, becomes U^-T b. Vectors begin at whole multiples of their length, so they
 // cover some elements to the left of the diagonal, which are never read.
 template <bool leaveout>
-[[gnu::always_inline]] inline void choleskyrowskernel(std::size_t n, double *a, std::size_t stride,
-                                                      double *determinant) {
-    *determinant = 1.0;
-    std::size_t i = 0;
-    bool positive = true;
-    for (; i + 2 <= n && positive; i += 2)
-        positive = factorrows<2, leaveout>(a, stride, i, determinant);
-    if (i < n && positive) positive = factorrows<1, leaveout>(a, stride, i, determinant);
-    if (!positive) *determinant = 0.0;
-}
+struct choleskyrowskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static double run(std::size_t n, double *a, std::size_t stride) {
+        double determinant = 1.0;
+        std::size_t i = 0;
+        bool positive = true;
+        for (; i + 2 <= n && positive; i += 2)
+            positive = factorrows<Real8, 2, leaveout>(a, stride, i, &determinant);
+        if (i < n && positive)
+            positive = factorrows<Real8, 1, leaveout>(a, stride, i, &determinant);
+        return positive ? determinant : 0.0;
+    }
+};
 
 // Solves U x = b for the factor and the right-hand side that choleskyrowskernel leaves. Eight
 // columns go together, so that a row's share of a cache line is used up at once; what is taken off
@@ -323,71 +336,75 @@ struct levinsonarrays {
 // Carries the solution on from the 2j - 1 entries around the centre to 2j + 1. Solutions for unit
 // vectors at both ends are sums and differences of x and y; they take away what the shorter
 // solution, padded with zeros, leaves of the right-hand side there.
+template <class Real8>
 [[gnu::always_inline]] inline void widensolution(const levinsonarrays &mem, const double *x,
                                                  const double *y, const double *reversed,
                                                  std::size_t j, double re, double im) {
-    real8 evensum{};
-    real8 oddsum{};
+    Real8 evensum{};
+    Real8 oddsum{};
     for (std::size_t i = 0; i < j; i += vectorlength) {
-        const real8 near = vectorload(reversed + i);
-        const real8 far = vectorload(mem.t + j + i);
-        evensum += vectorload(mem.even + i) * (near + far);
-        oddsum += vectorload(mem.odd + i) * (near - far);
+        const Real8 near = Real8::load(reversed + i);
+        const Real8 far = Real8::load(mem.t + j + i);
+        evensum += Real8::load(mem.even + i) * (near + far);
+        oddsum += Real8::load(mem.odd + i) * (near - far);
     }
-    const real8 evenstep = vectorof(re - sumof(evensum));
-    const real8 oddstep = vectorof(im - sumof(oddsum));
-    real8 weight = {{0.5, 1.0, 1.0, 1.0}, {1.0, 1.0, 1.0, 1.0}};
+    const Real8 evenstep = Real8::all(re - sumof(evensum));
+    const Real8 oddstep = Real8::all(im - sumof(oddsum));
+    Real8 weight = Real8::all(1.0);
+    weight.set(0, 0.5);
     for (std::size_t i = 0; i <= j; i += vectorlength) {
-        const real8 a = vectorload(x + i);
-        const real8 b = vectorload(y + i);
-        vectorstore(mem.even + i, vectorload(mem.even + i) + evenstep * ((a + b) * weight));
-        vectorstore(mem.odd + i, vectorload(mem.odd + i) - oddstep * (a - b));
-        weight = vectorof(1.0);
+        const Real8 a = Real8::load(x + i);
+        const Real8 b = Real8::load(y + i);
+        (Real8::load(mem.even + i) + evenstep * ((a + b) * weight)).store(mem.even + i);
+        (Real8::load(mem.odd + i) - oddstep * (a - b)).store(mem.odd + i);
+        weight = Real8::all(1.0);
     }
 }
 
-[[gnu::always_inline]] inline void toeplitzsolvekernel(std::size_t k, const double *t, double *re,
-                                                       double *im, double *work, int *result) {
-    const std::size_t last = 2 * k;
-    const levinsonarrays mem(work, k);
-    for (std::size_t i = 0; i < levinsonarrays::size(k); ++i) work[i] = 0.0;
-    for (std::size_t i = 0; i <= last; ++i) mem.t[i] = mem.reversed[last - i] = t[i];
-    mem.x[0] = mem.y[last] = 1.0 / t[0];
-    mem.even[0] = 0.5 * (re[0] * mem.x[0]);
+struct toeplitzsolvekernel {
+    template <class Real8>
+    [[gnu::always_inline]] static int run(std::size_t k, const double *t, double *re, double *im,
+                                          double *work) {
+        const std::size_t last = 2 * k;
+        const levinsonarrays mem(work, k);
+        for (std::size_t i = 0; i < levinsonarrays::size(k); ++i) work[i] = 0.0;
+        for (std::size_t i = 0; i <= last; ++i) mem.t[i] = mem.reversed[last - i] = t[i];
+        mem.x[0] = mem.y[last] = 1.0 / t[0];
+        mem.even[0] = 0.5 * (re[0] * mem.x[0]);
 
-    // With e the residual that x, padded with a zero, leaves in the next row,
-    //   x' = (x - e y) / (1 - e^2),  y' = (y - e x) / (1 - e^2),
-    // x' meets the row after that at once.
-    *result = -1;
-    double e = last > 0 ? mem.x[0] * t[1] : 0.0;
-    for (std::size_t m = 1; m <= last; ++m) {
-        if (e == 1.0) return;
-        const double g = 1.0 / (1.0 - e * e);
-        const double h = -e * g;
-        double *const y = mem.y + (last - m);
-        const double *const row = mem.reversed + (m < last ? last - m - 1 : 0);
-        real8 sum{};
-        for (std::size_t i = 0; i <= m; i += vectorlength) {
-            const real8 a = vectorload(mem.x + i);
-            const real8 b = vectorload(y + i);
-            const real8 next = a * g + b * h;
-            vectorstore(mem.x + i, next);
-            vectorstore(y + i, b * g + a * h);
-            sum += next * vectorload(row + i);
+        // With e the residual that x, padded with a zero, leaves in the next row,
+        //   x' = (x - e y) / (1 - e^2),  y' = (y - e x) / (1 - e^2),
+        // x' meets the row after that at once.
+        double e = last > 0 ? mem.x[0] * t[1] : 0.0;
+        for (std::size_t m = 1; m <= last; ++m) {
+            if (e == 1.0) return -1;
+            const double g = 1.0 / (1.0 - e * e);
+            const double h = -e * g;
+            double *const y = mem.y + (last - m);
+            const double *const row = mem.reversed + (m < last ? last - m - 1 : 0);
+            Real8 sum{};
+            for (std::size_t i = 0; i <= m; i += vectorlength) {
+                const Real8 a = Real8::load(mem.x + i);
+                const Real8 b = Real8::load(y + i);
+                const Real8 next = a * g + b * h;
+                next.store(mem.x + i);
+                (b * g + a * h).store(y + i);
+                sum += next * Real8::load(row + i);
+            }
+            e = sumof(sum);
+            if (m % 2 != 0) continue;
+            const std::size_t j = m / 2;
+            widensolution<Real8>(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j], im[j]);
         }
-        e = sumof(sum);
-        if (m % 2 != 0) continue;
-        const std::size_t j = m / 2;
-        widensolution(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j], im[j]);
+        re[0] = 2.0 * mem.even[0];
+        im[0] = 0.0;
+        for (std::size_t i = 1; i <= k; ++i) {
+            re[i] = mem.even[i];
+            im[i] = mem.odd[i];
+        }
+        return 0;
     }
-    *result = 0;
-    re[0] = 2.0 * mem.even[0];
-    im[0] = 0.0;
-    for (std::size_t i = 1; i <= k; ++i) {
-        re[i] = mem.even[i];
-        im[i] = mem.odd[i];
-    }
-}
+};
 
 // ---- Gauss-Jordan elimination in place ----
 // Column i of A is done with when column i of the inverse begins, so both share one array: row r
@@ -397,36 +414,36 @@ struct levinsonarrays {
 // `count` vectors, from column j on, of `rows` rows less multiples of other rows,
 //   target(r) -= sum over p of factor(r, p) source(p), p in ascending order.
 // Of each vector, lanes below `from` are left alone.
-template <std::size_t rows, std::size_t count>
+template <class Real8, std::size_t rows, std::size_t count>
 [[gnu::always_inline]] inline void subtractrows(double *target, std::size_t n, std::size_t j,
                                                 const double *source, std::ptrdiff_t sourcestep,
                                                 std::size_t nsources, const double *factors,
                                                 std::size_t factorstride, std::ptrdiff_t factorstep,
                                                 double from) {
-    real8 sums[rows][count];
+    Real8 sums[rows][count];
     for (std::size_t r = 0; r < rows; ++r)
         for (std::size_t v = 0; v < count; ++v)
-            sums[r][v] = vectorload(target + r * n + j + v * vectorlength);
+            sums[r][v] = Real8::load(target + r * n + j + v * vectorlength);
     const double *row = source + j;
     const double *factor = factors;
     for (std::size_t p = 0; p < nsources; ++p, row += sourcestep, factor += factorstep) {
         for (std::size_t v = 0; v < count; ++v) {
-            const real8 x = vectorload(row + v * vectorlength);
+            const Real8 x = Real8::load(row + v * vectorlength);
             for (std::size_t r = 0; r < rows; ++r) sums[r][v] -= x * factor[r * factorstride];
         }
     }
-    const real8 lanes = {{0.0, 1.0, 2.0, 3.0}, {4.0, 5.0, 6.0, 7.0}};
+    const Real8 lanes = Real8::count();
     for (std::size_t r = 0; r < rows; ++r) {
         for (std::size_t v = 0; v < count; ++v) {
             double *const place = target + r * n + j + v * vectorlength;
-            if (from > 0.0) sums[r][v] = select(lanes < from, vectorload(place), sums[r][v]);
-            vectorstore(place, sums[r][v]);
+            if (from > 0.0) sums[r][v] = select(lanes < from, Real8::load(place), sums[r][v]);
+            sums[r][v].store(place);
         }
     }
 }
 
 // The same for columns 0 .. columns - 1 and some more up to a whole vector; n is at least a vector.
-template <std::size_t rows>
+template <class Real8, std::size_t rows>
 [[gnu::always_inline]] inline void subtractwiderows(double *target, std::size_t n,
                                                     std::size_t columns, const double *source,
                                                     std::ptrdiff_t sourcestep, std::size_t nsources,
@@ -434,22 +451,22 @@ template <std::size_t rows>
                                                     std::ptrdiff_t factorstep) {
     std::size_t j = 0;
     for (; j + vectorlength < columns && j + 2 * vectorlength <= n; j += 2 * vectorlength)
-        subtractrows<rows, 2>(target, n, j, source, sourcestep, nsources, factors, factorstride,
-                              factorstep, 0.0);
+        subtractrows<Real8, rows, 2>(target, n, j, source, sourcestep, nsources, factors,
+                                     factorstride, factorstep, 0.0);
     if (j < columns && j + vectorlength <= n) {
-        subtractrows<rows, 1>(target, n, j, source, sourcestep, nsources, factors, factorstride,
-                              factorstep, 0.0);
+        subtractrows<Real8, rows, 1>(target, n, j, source, sourcestep, nsources, factors,
+                                     factorstride, factorstep, 0.0);
         j += vectorlength;
     }
     if (j < columns)  // the last vector ends with the row and overlaps the one before
-        subtractrows<rows, 1>(target, n, n - vectorlength, source, sourcestep, nsources, factors,
-                              factorstride, factorstep,
-                              static_cast<double>(j - (n - vectorlength)));
+        subtractrows<Real8, rows, 1>(target, n, n - vectorlength, source, sourcestep, nsources,
+                                     factors, factorstride, factorstep,
+                                     static_cast<double>(j - (n - vectorlength)));
 }
 
 // Eliminates columns p .. p + pivots - 1 from `rows` rows from row r on. A column's factor is known
 // when those before it have been dealt with, so these columns go first, by themselves.
-template <std::size_t rows, std::size_t pivots>
+template <class Real8, std::size_t rows, std::size_t pivots>
 [[gnu::always_inline]] inline void eliminate(double *a, std::size_t n, std::size_t r,
                                              std::size_t p) {
     double factors[rows][pivots];
@@ -467,20 +484,20 @@ template <std::size_t rows, std::size_t pivots>
             columns[i][k] = -factor;
         }
     }
-    subtractwiderows<rows>(target, n, n, source, static_cast<std::ptrdiff_t>(n), pivots, factors[0],
-                           pivots, 1);
+    subtractwiderows<Real8, rows>(target, n, n, source, static_cast<std::ptrdiff_t>(n), pivots,
+                                  factors[0], pivots, 1);
     for (std::size_t i = 0; i < rows; ++i)
         for (std::size_t k = 0; k < pivots; ++k) target[i * n + p + k] = columns[i][k];
 }
 
 // Forward elimination of `rows` rows from row r, all columns before the diagonal in ascending
 // order. Returns false when a pivot is exactly 0.
-template <std::size_t rows>
+template <class Real8, std::size_t rows>
 [[gnu::always_inline]] inline bool eliminaterows(double *a, std::size_t n, std::size_t r) {
     std::size_t p = 0;
-    for (; p + 4 <= r; p += 4) eliminate<rows, 4>(a, n, r, p);
+    for (; p + 4 <= r; p += 4) eliminate<Real8, rows, 4>(a, n, r, p);
     for (std::size_t i = r; i < r + rows; ++i) {
-        for (std::size_t k = p; k < i; ++k) eliminate<1, 1>(a, n, i, k);
+        for (std::size_t k = p; k < i; ++k) eliminate<Real8, 1, 1>(a, n, i, k);
         if (a[i * n + i] == 0.0) return false;
     }
     return true;
@@ -488,14 +505,14 @@ template <std::size_t rows>
 
 // Back substitution of `rows` rows from row r, given all rows below; only the lower triangle and
 // the diagonal are of use. Above the diagonal, upper holds what a held after the elimination.
-template <std::size_t rows>
+template <class Real8, std::size_t rows>
 [[gnu::always_inline]] inline void substituterows(double *a, const double *upper, std::size_t n,
                                                   std::size_t r) {
     double *const target = a + r * n;
     const auto step = -static_cast<std::ptrdiff_t>(n);
     for (std::size_t i = 0; i < rows; ++i) target[i * n + r + i] = 1.0;
-    subtractwiderows<rows>(target, n, r + rows, a + (n - 1) * n, step, n - r - rows,
-                           upper + r * n + n - 1, n, -1);
+    subtractwiderows<Real8, rows>(target, n, r + rows, a + (n - 1) * n, step, n - r - rows,
+                                  upper + r * n + n - 1, n, -1);
     for (std::size_t i = rows; i-- > 0;) {
         double *const row = target + i * n;
         const double *const above = upper + (r + i) * n;
@@ -506,22 +523,23 @@ template <std::size_t rows>
     }
 }
 
-// Inverse in place, lower triangle and diagonal; n is at least a vector. Sets done to whether every
-// pivot was other than 0. scratch [n x n] is used only then.
-[[gnu::always_inline]] inline void gausskernel(std::size_t n, double *a, double *scratch,
-                                               bool *done) {
-    *done = false;
-    const std::size_t blocks = n / 4 * 4;
-    std::size_t r = 0;
-    for (; r < blocks; r += 4)
-        if (!eliminaterows<4>(a, n, r)) return;
-    for (; r < n; ++r)
-        if (!eliminaterows<1>(a, n, r)) return;
-    *done = true;
-    for (std::size_t i = 0; i < n * n; ++i) scratch[i] = a[i];
-    for (; r > blocks; --r) substituterows<1>(a, scratch, n, r - 1);
-    for (; r > 0; r -= 4) substituterows<4>(a, scratch, n, r - 4);
-}
+// Inverse in place, lower triangle and diagonal; n is at least a vector. Returns whether every pivot
+// was other than 0. scratch [n x n] is used only then.
+struct gausskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static bool run(std::size_t n, double *a, double *scratch) {
+        const std::size_t blocks = n / 4 * 4;
+        std::size_t r = 0;
+        for (; r < blocks; r += 4)
+            if (!eliminaterows<Real8, 4>(a, n, r)) return false;
+        for (; r < n; ++r)
+            if (!eliminaterows<Real8, 1>(a, n, r)) return false;
+        for (std::size_t i = 0; i < n * n; ++i) scratch[i] = a[i];
+        for (; r > blocks; --r) substituterows<Real8, 1>(a, scratch, n, r - 1);
+        for (; r > 0; r -= 4) substituterows<Real8, 4>(a, scratch, n, r - 4);
+        return true;
+    }
+};
 
 // First row below the diagonal with something in column i; n when there is none. A NaN counts.
 std::size_t pivotrow(std::size_t n, const double *a, std::size_t i) {
@@ -663,24 +681,20 @@ namespace nalveo {
 
 double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x) {
     if (n == 0) return 0.0;
-    double determinant;
-    runwidest<choleskyrowskernel<false>>(std::size_t{n}, a, stride, &determinant);
+    const double determinant = runwidest<choleskyrowskernel<false>>(std::size_t{n}, a, stride);
     if (determinant != 0.0) substituteback(n, a, stride, x);
     return determinant;
 }
 
 void choleskysolvepossible(std::uint32_t n, double *a, std::size_t stride, double *x) {
-    double determinant;
-    runwidest<choleskyrowskernel<true>>(std::size_t{n}, a, stride, &determinant);
+    runwidest<choleskyrowskernel<true>>(std::size_t{n}, a, stride);
     substituteback(n, a, stride, x);
 }
 
 std::size_t toeplitzworkspace(std::uint32_t k) { return levinsonarrays::size(k); }
 
 int toeplitzsolve(std::uint32_t k, const double *t, double *re, double *im, double *work) {
-    int result;
-    runwidest<toeplitzsolvekernel>(std::size_t{k}, t, re, im, work, &result);
-    return result;
+    return runwidest<toeplitzsolvekernel>(std::size_t{k}, t, re, im, work);
 }
 
 }  // namespace nalveo
@@ -728,9 +742,7 @@ int simgaussinv(std::uint32_t n, double *a, double *inverse) {
 
     if (n >= vectorlength) {
         std::copy(a, a + std::size_t{n} * n, inverse);
-        bool done;
-        runwidest<gausskernel>(std::size_t{n}, inverse, a, &done);
-        if (done) return repltriangmat(inverse, n);
+        if (runwidest<gausskernel>(std::size_t{n}, inverse, a)) return repltriangmat(inverse, n);
     }
     // Rows must be exchanged (or there are few): from the start, with the inverse apart.
     identmat(inverse, n);

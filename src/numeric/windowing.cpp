@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "numeric/elementary.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 
 using namespace nalveo;
 

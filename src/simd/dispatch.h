@@ -1,6 +1,15 @@
-/// Kernels that run with the widest instructions of the processor.
+/// Kernels, each compiled for several register widths, of which the widest that suits this
+/// processor runs.
 
 #pragma once
+
+#include "simd/vectors.h"
+
+/// Widest instructions that kernels may use on x86-64: 0 SSE2, 1 AVX2, 2 AVX-512. The build sets it
+/// to what its option of that name says.
+#if !defined(NALVEO_WIDEST)
+#define NALVEO_WIDEST 2
+#endif
 
 namespace nalveo {
 
@@ -8,34 +17,42 @@ namespace dispatchdetail {
 
 #if defined(__x86_64__)
 
-template <auto kernel, class... Arguments>
-[[gnu::target("avx2")]] void withavx2(Arguments... arguments) {
-    kernel(arguments...);
+template <class Kernel, class... Arguments>
+[[gnu::target("avx2")]] auto withavx2(Arguments... arguments) {
+    return Kernel::template run<real8<part32>>(arguments...);
 }
 
-template <auto kernel, class... Arguments>
-[[gnu::target("avx512f,avx512dq,avx512vl")]] void withavx512(Arguments... arguments) {
-    kernel(arguments...);
+template <class Kernel, class... Arguments>
+[[gnu::target("avx512f,avx512dq,avx512vl")]] auto withavx512(Arguments... arguments) {
+    return Kernel::template run<real8<part64>>(arguments...);
 }
 
 #endif
 
 }  // namespace dispatchdetail
 
-/// Runs a kernel compiled for the widest vectors that this processor has. It pays for work of some
-/// hundred operations or more; a call costs about as much as a virtual one.
+/// Runs a kernel with the widest vectors that this processor runs without slowing its clock, and
+/// returns what it returns. It pays for work of some hundred operations or more; a call costs about
+/// as much as a virtual one.
 ///
-/// \tparam kernel  function that returns nothing, declared [[gnu::always_inline]], as is every
-///                 function of its own that it calls
-template <auto kernel, class... Arguments>
-inline void runwidest(Arguments... arguments) {
+/// A kernel is a struct with a static function template `run<Real8>(arguments)`, declared
+/// [[gnu::always_inline]], as is every function of its own that it calls: only what is inlined is
+/// compiled for the wide registers.
+///
+/// \param arguments  passed on by value; arrays and records by pointer
+template <class Kernel, class... Arguments>
+inline auto runwidest(Arguments... arguments) {
 #if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl"))
-        return dispatchdetail::withavx512<kernel>(arguments...);
-    if (__builtin_cpu_supports("avx2")) return dispatchdetail::withavx2<kernel>(arguments...);
+    // Processors before those with VBMI2 run 512-bit arithmetic at a lower clock, so that it gains
+    // nothing over AVX2.
+    if (NALVEO_WIDEST >= 2 && __builtin_cpu_supports("avx512f") &&
+        __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
+        __builtin_cpu_supports("avx512vbmi2"))
+        return dispatchdetail::withavx512<Kernel>(arguments...);
+    if (NALVEO_WIDEST >= 1 && __builtin_cpu_supports("avx2"))
+        return dispatchdetail::withavx2<Kernel>(arguments...);
 #endif
-    kernel(arguments...);
+    return Kernel::template run<real8<part16>>(arguments...);
 }
 
 }  // namespace nalveo

@@ -1,145 +1,387 @@
 /// Vectors of doubles, the same on every processor.
 ///
-/// The same bytes come out on every processor: a vector has eight elements everywhere, whatever the
-/// width of the registers that hold it, sums keep eight partial sums, and no product is fused with
-/// a sum (the build says -ffp-contract=off).
+/// A vector has eight elements everywhere and knows the registers that hold it: real8<part16> is in
+/// four of 128 bits (SSE2, NEON), real8<part32> in two of 256 bits (AVX2), real8<part64> in one of
+/// 512 bits (AVX-512). Compilers keep a built-in vector in registers only where it fits one, so a
+/// wide one is made of parts that do. Arithmetic is element by element, sums always run in the same
+/// order and no product is fused with a sum (the build says -ffp-contract=off): whichever vector a
+/// kernel is compiled for, it gives the same bytes.
 
 #pragma once
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 namespace nalveo {
 
 /// Number of elements of a vector.
 constexpr std::size_t vectorlength = 8;
 
-/// Half a vector: one register of 256 bits. Where registers are narrower, GCC keeps it in memory,
-/// which is right but slow.
-using halfvector [[gnu::vector_size(vectorlength / 2 * sizeof(double))]] = double;
-
-/// Eight doubles in two halves, with arithmetic element by element. Two, because compilers keep a
-/// built-in vector in registers only where it fits one: of 512 bits, on most processors it does not
-/// and every operation would go through memory.
-struct real8 {
-    halfvector low;
-    halfvector high;
-
-    [[gnu::always_inline]] double operator[](std::size_t i) const {
-        return i < vectorlength / 2 ? low[i] : high[i - vectorlength / 2];
-    }
-    [[gnu::always_inline]] void set(std::size_t i, double value) {
-        if (i < vectorlength / 2)
-            low[i] = value;
-        else
-            high[i - vectorlength / 2] = value;
-    }
-};
-
-/// Reads eight doubles from an address of any alignment.
-[[gnu::always_inline]] inline real8 vectorload(const double *source) {
-    real8 v;
-    std::memcpy(&v.low, source, sizeof v.low);
-    std::memcpy(&v.high, source + vectorlength / 2, sizeof v.high);
-    return v;
-}
-
-/// Writes eight doubles to an address of any alignment.
-[[gnu::always_inline]] inline void vectorstore(double *target, const real8 &v) {
-    std::memcpy(target, &v.low, sizeof v.low);
-    std::memcpy(target + vectorlength / 2, &v.high, sizeof v.high);
-}
-
-/// The same number in all elements.
-[[gnu::always_inline]] inline real8 vectorof(double a) {
-    return {halfvector{} + a, halfvector{} + a};
-}
-
-[[gnu::always_inline]] inline real8 operator+(const real8 &a, const real8 &b) {
-    return {a.low + b.low, a.high + b.high};
-}
-[[gnu::always_inline]] inline real8 operator+(const real8 &a, double b) {
-    return {a.low + b, a.high + b};
-}
-[[gnu::always_inline]] inline real8 operator+(double a, const real8 &b) {
-    return {a + b.low, a + b.high};
-}
-[[gnu::always_inline]] inline real8 operator-(const real8 &a, const real8 &b) {
-    return {a.low - b.low, a.high - b.high};
-}
-[[gnu::always_inline]] inline real8 operator-(const real8 &a, double b) {
-    return {a.low - b, a.high - b};
-}
-[[gnu::always_inline]] inline real8 operator-(double a, const real8 &b) {
-    return {a - b.low, a - b.high};
-}
-[[gnu::always_inline]] inline real8 operator*(const real8 &a, const real8 &b) {
-    return {a.low * b.low, a.high * b.high};
-}
-[[gnu::always_inline]] inline real8 operator*(const real8 &a, double b) {
-    return {a.low * b, a.high * b};
-}
-[[gnu::always_inline]] inline real8 operator*(double a, const real8 &b) {
-    return {a * b.low, a * b.high};
-}
-[[gnu::always_inline]] inline real8 operator/(const real8 &a, const real8 &b) {
-    return {a.low / b.low, a.high / b.high};
-}
-[[gnu::always_inline]] inline real8 operator/(const real8 &a, double b) {
-    return {a.low / b, a.high / b};
-}
-[[gnu::always_inline]] inline real8 operator/(double a, const real8 &b) {
-    return {a / b.low, a / b.high};
-}
-[[gnu::always_inline]] inline real8 operator-(const real8 &a) { return {-a.low, -a.high}; }
-template <class Operand>
-[[gnu::always_inline]] inline real8 &operator+=(real8 &a, const Operand &b) {
-    return a = a + b;
-}
-template <class Operand>
-[[gnu::always_inline]] inline real8 &operator-=(real8 &a, const Operand &b) {
-    return a = a - b;
-}
-
-/// Truth, element by element, of a comparison.
-struct vectormask {
-    decltype(halfvector{} < halfvector{}) low;
-    decltype(halfvector{} < halfvector{}) high;
-};
-
-[[gnu::always_inline]] inline vectormask operator<(const real8 &a, double b) {
-    return {a.low < halfvector{} + b, a.high < halfvector{} + b};
-}
-[[gnu::always_inline]] inline vectormask operator<(const real8 &a, const real8 &b) {
-    return {a.low < b.low, a.high < b.high};
-}
-[[gnu::always_inline]] inline vectormask operator==(const real8 &a, double b) {
-    return {a.low == halfvector{} + b, a.high == halfvector{} + b};
-}
-
-/// Elements of a where the mask is true, of b elsewhere.
-[[gnu::always_inline]] inline real8 select(const vectormask &mask, const real8 &a, const real8 &b) {
-    return {mask.low ? a.low : b.low, mask.high ? a.high : b.high};
-}
-
 /// Smallest multiple of the vector length that is not below n.
 constexpr std::size_t wholevectors(std::size_t n) {
     return (n + vectorlength - 1) / vectorlength * vectorlength;
 }
 
+/// What one register holds.
+using part16 [[gnu::vector_size(16)]] = double;
+using part32 [[gnu::vector_size(32)]] = double;
+using part64 [[gnu::vector_size(64)]] = double;
+
+namespace vectordetail {
+
+// A number meets a vector only as an operand, here and in real8: GCC would build a vector of it
+// element by element where functions that are inlined later return one by itself.
+
+// Two parts, or two pairs of parts, side by side; also of truth values, as comparisons give them.
+template <class Half>
+struct twice {
+    Half low;
+    Half high;
+};
+
+template <class Storage>
+concept paired = requires(Storage s) {
+    s.low;
+};
+
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator+(const twice<Half> &a, const twice<Half> &b) {
+    return {a.low + b.low, a.high + b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator+(const twice<Half> &a, double b) {
+    return {a.low + b, a.high + b};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator+(double a, const twice<Half> &b) {
+    return {a + b.low, a + b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator-(const twice<Half> &a, const twice<Half> &b) {
+    return {a.low - b.low, a.high - b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator-(const twice<Half> &a, double b) {
+    return {a.low - b, a.high - b};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator-(double a, const twice<Half> &b) {
+    return {a - b.low, a - b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator*(const twice<Half> &a, const twice<Half> &b) {
+    return {a.low * b.low, a.high * b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator*(const twice<Half> &a, double b) {
+    return {a.low * b, a.high * b};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator*(double a, const twice<Half> &b) {
+    return {a * b.low, a * b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator/(const twice<Half> &a, const twice<Half> &b) {
+    return {a.low / b.low, a.high / b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator/(const twice<Half> &a, double b) {
+    return {a.low / b, a.high / b};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator/(double a, const twice<Half> &b) {
+    return {a / b.low, a / b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline twice<Half> operator-(const twice<Half> &a) {
+    return {-a.low, -a.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline auto operator<(const twice<Half> &a, const twice<Half> &b) {
+    return twice<decltype(a.low < b.low)>{a.low < b.low, a.high < b.high};
+}
+template <class Half>
+[[gnu::always_inline]] inline auto operator==(const twice<Half> &a, const twice<Half> &b) {
+    return twice<decltype(a.low == b.low)>{a.low == b.low, a.high == b.high};
+}
+
+template <class Storage>
+[[gnu::always_inline]] inline Storage load(const double *source) {
+    Storage s;
+    if constexpr (paired<Storage>) {
+        using half = decltype(s.low);
+        s.low = load<half>(source);
+        s.high = load<half>(source + sizeof(half) / sizeof(double));
+    } else {
+        std::memcpy(&s, source, sizeof s);
+    }
+    return s;
+}
+
+template <class Storage>
+[[gnu::always_inline]] inline void store(double *target, const Storage &s) {
+    if constexpr (paired<Storage>) {
+        store(target, s.low);
+        store(target + sizeof s.low / sizeof(double), s.high);
+    } else {
+        std::memcpy(target, &s, sizeof s);
+    }
+}
+
+template <class Storage>
+[[gnu::always_inline]] inline double element(const Storage &s, std::size_t i) {
+    if constexpr (paired<Storage>) {
+        constexpr std::size_t half = sizeof s.low / sizeof(double);
+        return i < half ? element(s.low, i) : element(s.high, i - half);
+    } else {
+        return s[i];
+    }
+}
+
+template <class Storage>
+[[gnu::always_inline]] inline void setelement(Storage &s, std::size_t i, double a) {
+    if constexpr (paired<Storage>) {
+        constexpr std::size_t half = sizeof s.low / sizeof(double);
+        i < half ? setelement(s.low, i, a) : setelement(s.high, i - half, a);
+    } else {
+        s[i] = a;
+    }
+}
+
+template <class Mask, class Storage>
+[[gnu::always_inline]] inline Storage select(const Mask &mask, const Storage &a, const Storage &b) {
+    if constexpr (paired<Storage>)
+        return {select(mask.low, a.low, b.low), select(mask.high, a.high, b.high)};
+    else
+        return mask ? a : b;
+}
+
+// One part whose elements are elements from(i) of a and b in a row.
+template <class Part, class From, std::size_t... i>
+[[gnu::always_inline]] inline Part shuffled(const Part &a, const Part &b, From,
+                                            std::index_sequence<i...>) {
+    return __builtin_shufflevector(a, b, static_cast<int>(From{}(i))...);
+}
+
+template <class Part, class From>
+[[gnu::always_inline]] inline Part shuffled(const Part &a, const Part &b, From from) {
+    return shuffled(a, b, from, std::make_index_sequence<sizeof(Part) / sizeof(double)>());
+}
+
+template <class Storage>
+[[gnu::always_inline]] inline Storage reversed(const Storage &s) {
+    if constexpr (paired<Storage>) {
+        return {reversed(s.high), reversed(s.low)};
+    } else {
+        constexpr std::size_t length = sizeof s / sizeof(double);
+        return shuffled(s, s, [](std::size_t i) { return length - 1 - i; });
+    }
+}
+
+// Elements first, first + 2, .. of a and b in a row; first is 0 or 1.
+template <std::size_t first, class Storage>
+[[gnu::always_inline]] inline Storage everysecond(const Storage &a, const Storage &b) {
+    if constexpr (paired<Storage>)
+        return {everysecond<first>(a.low, a.high), everysecond<first>(b.low, b.high)};
+    else
+        return shuffled(a, b, [](std::size_t i) { return first + 2 * i; });
+}
+
+// The elements of a and b in turn, of which this is the first or the second half.
+template <std::size_t half, class Storage>
+[[gnu::always_inline]] inline Storage inturn(const Storage &a, const Storage &b) {
+    if constexpr (paired<Storage>) {
+        const auto &from = [](const Storage &s) { return half == 0 ? s.low : s.high; };
+        return {inturn<0>(from(a), from(b)), inturn<1>(from(a), from(b))};
+    } else {
+        constexpr std::size_t length = sizeof a / sizeof(double);
+        return shuffled(a, b,
+                        [](std::size_t i) { return half * length / 2 + i / 2 + (i % 2) * length; });
+    }
+}
+
+// Of two rows of blocks `distance` elements wide, the second block of every pair in a changes
+// places with the first one of the same pair in b.
+template <std::size_t distance, class Storage>
+[[gnu::always_inline]] inline void exchange(Storage &a, Storage &b) {
+    constexpr std::size_t length = sizeof a / sizeof(double);
+    if constexpr (!paired<Storage>) {
+        const Storage old = a;
+        a = shuffled(old, b,
+                     [](std::size_t i) { return (i & distance) == 0 ? i : length + i - distance; });
+        b = shuffled(old, b,
+                     [](std::size_t i) { return (i & distance) == 0 ? i + distance : length + i; });
+    } else if constexpr (distance == length / 2) {
+        std::swap(a.high, b.low);
+    } else {
+        exchange<distance>(a.low, b.low);
+        exchange<distance>(a.high, b.high);
+    }
+}
+
+template <class Part>
+struct storageof;
+template <>
+struct storageof<part16> {
+    using type = twice<twice<part16>>;
+};
+template <>
+struct storageof<part32> {
+    using type = twice<part32>;
+};
+template <>
+struct storageof<part64> {
+    using type = part64;
+};
+
+}  // namespace vectordetail
+
+/// Eight doubles in registers of one part each.
+template <class Part>
+struct real8 {
+    using storage = typename vectordetail::storageof<Part>::type;
+    storage values;
+
+    /// Number of vectors that the processor's registers hold together. Kernels with as many sums as
+    /// they can keep take their tiles from it.
+#if defined(__aarch64__)
+    static constexpr std::size_t registers = 32 * sizeof(Part) / 64;
+#else
+    static constexpr std::size_t registers = (sizeof(Part) == 64 ? 32 : 16) * sizeof(Part) / 64;
+#endif
+
+    /// Reads eight doubles from an address of any alignment.
+    [[gnu::always_inline]] static real8 load(const double *source) {
+        return {vectordetail::load<storage>(source)};
+    }
+
+    /// The same number in all elements; 0 where it is -0.
+    [[gnu::always_inline]] static real8 all(double a) { return real8{} + a; }
+
+    /// The numbers 0, 1, .. 7.
+    [[gnu::always_inline]] static real8 count() {
+        constexpr double numbers[] = {0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0};
+        return load(numbers);
+    }
+
+    /// Writes the eight elements to an address of any alignment.
+    [[gnu::always_inline]] void store(double *target) const { vectordetail::store(target, values); }
+
+    [[gnu::always_inline]] double operator[](std::size_t i) const {
+        return vectordetail::element(values, i);
+    }
+    [[gnu::always_inline]] void set(std::size_t i, double a) {
+        vectordetail::setelement(values, i, a);
+    }
+
+    [[gnu::always_inline]] friend real8 operator+(const real8 &a, const real8 &b) {
+        return {a.values + b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator-(const real8 &a, const real8 &b) {
+        return {a.values - b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator*(const real8 &a, const real8 &b) {
+        return {a.values * b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator/(const real8 &a, const real8 &b) {
+        return {a.values / b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator+(const real8 &a, double b) {
+        return {a.values + b};
+    }
+    [[gnu::always_inline]] friend real8 operator-(const real8 &a, double b) {
+        return {a.values - b};
+    }
+    [[gnu::always_inline]] friend real8 operator*(const real8 &a, double b) {
+        return {a.values * b};
+    }
+    [[gnu::always_inline]] friend real8 operator/(const real8 &a, double b) {
+        return {a.values / b};
+    }
+    [[gnu::always_inline]] friend real8 operator+(double a, const real8 &b) {
+        return {a + b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator-(double a, const real8 &b) {
+        return {a - b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator*(double a, const real8 &b) {
+        return {a * b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator/(double a, const real8 &b) {
+        return {a / b.values};
+    }
+    [[gnu::always_inline]] friend real8 operator-(const real8 &a) { return {-a.values}; }
+    [[gnu::always_inline]] real8 &operator+=(const real8 &b) { return *this = *this + b; }
+    [[gnu::always_inline]] real8 &operator+=(double b) { return *this = *this + b; }
+    [[gnu::always_inline]] real8 &operator-=(const real8 &b) { return *this = *this - b; }
+
+    /// Comparisons, element by element, for select.
+    [[gnu::always_inline]] friend auto operator<(const real8 &a, const real8 &b) {
+        return a.values < b.values;
+    }
+    [[gnu::always_inline]] friend auto operator<(const real8 &a, double b) { return a < all(b); }
+    [[gnu::always_inline]] friend auto operator==(const real8 &a, double b) {
+        return a.values == all(b).values;
+    }
+};
+
+/// Elements of a where a comparison was true, of b elsewhere.
+template <class Mask, class Part>
+[[gnu::always_inline]] inline real8<Part> select(const Mask &mask, const real8<Part> &a,
+                                                 const real8<Part> &b) {
+    return {vectordetail::select(mask, a.values, b.values)};
+}
+
 /// Sum of the eight elements, always in the same order: halves, then quarters, then the last two.
-[[gnu::always_inline]] inline double sumof(const real8 &v) {
+template <class Part>
+[[gnu::always_inline]] inline double sumof(const real8<Part> &v) {
     return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7]));
 }
 
 /// Sum of n doubles, by eight partial sums.
+template <class Real8>
 [[gnu::always_inline]] inline double sumof(const double *x, std::size_t n) {
-    real8 partial{};
+    Real8 partial{};
     std::size_t i = 0;
-    for (; i + vectorlength <= n; i += vectorlength) partial += vectorload(x + i);
+    for (; i + vectorlength <= n; i += vectorlength) partial += Real8::load(x + i);
     double sum = sumof(partial);
     for (; i < n; ++i) sum += x[i];
     return sum;
+}
+
+/// The elements in reverse order.
+template <class Part>
+[[gnu::always_inline]] inline real8<Part> reversed(const real8<Part> &v) {
+    return {vectordetail::reversed(v.values)};
+}
+
+/// Elements 0, 2, 4, .. of two vectors in a row, and elements 1, 3, 5, ..
+template <class Part>
+[[gnu::always_inline]] inline std::pair<real8<Part>, real8<Part>> deinterleaved(
+    const real8<Part> &a, const real8<Part> &b) {
+    return {{vectordetail::everysecond<0>(a.values, b.values)},
+            {vectordetail::everysecond<1>(a.values, b.values)}};
+}
+
+/// The elements of two vectors in turn.
+template <class Part>
+[[gnu::always_inline]] inline std::pair<real8<Part>, real8<Part>> interleaved(
+    const real8<Part> &a, const real8<Part> &b) {
+    return {{vectordetail::inturn<0>(a.values, b.values)},
+            {vectordetail::inturn<1>(a.values, b.values)}};
+}
+
+/// Exchanges rows and columns of 8 x 8 numbers: halves, quarters and single elements across the
+/// diagonal.
+template <class Part>
+[[gnu::always_inline]] inline void transpose(real8<Part> (&rows)[vectorlength]) {
+    for (std::size_t i = 0; i < 4; ++i)
+        vectordetail::exchange<4>(rows[i].values, rows[i + 4].values);
+    for (std::size_t i = 0; i < 8; i += i % 2 == 0 ? 1 : 3)
+        vectordetail::exchange<2>(rows[i].values, rows[i + 2].values);
+    for (std::size_t i = 0; i < 8; i += 2)
+        vectordetail::exchange<1>(rows[i].values, rows[i + 1].values);
 }
 
 }  // namespace nalveo

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "numeric/lanes.h"
 #include "numeric/matvect.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
 
@@ -125,23 +124,28 @@ void fillweights(const qhaarrays &mem, const double *window, const double *frame
 }
 
 // All sums, eight harmonics side by side, each turning from sample to sample.
-[[gnu::always_inline]] inline void harmonicsums(const qhaarrays &mem) {
-    for (std::size_t k = 0; k < mem.harmonics; k += vectorlength) {
-        const phasorlanes step{vectorload(mem.stepcosines + k), vectorload(mem.stepsines + k)};
-        phasorlanes z = samephasors({1.0, 0.0});
-        real8 sums[nkinds] = {};
-        const double *row = mem.weights;
-        for (std::size_t t = 0; t <= mem.h; ++t, row += nkinds) {
-            for (std::size_t kind = 0; kind < nkinds; kind += 2) {
-                sums[kind] += row[kind] * z.re;
-                sums[kind + 1] += row[kind + 1] * z.im;
+struct sumskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const qhaarrays *arrays) {
+        const qhaarrays &mem = *arrays;
+        for (std::size_t k = 0; k < mem.harmonics; k += vectorlength) {
+            const complexof<Real8> step{Real8::load(mem.stepcosines + k),
+                                        Real8::load(mem.stepsines + k)};
+            complexof<Real8> z = samephasors<Real8>({1.0, 0.0});
+            Real8 sums[nkinds] = {};
+            const double *row = mem.weights;
+            for (std::size_t t = 0; t <= mem.h; ++t, row += nkinds) {
+                for (std::size_t kind = 0; kind < nkinds; kind += 2) {
+                    sums[kind] += row[kind] * z.re;
+                    sums[kind + 1] += row[kind + 1] * z.im;
+                }
+                z.rotate(step);
             }
-            z.rotate(step);
+            for (std::size_t kind = 0; kind < nkinds; ++kind)
+                sums[kind].store(mem.sums + kind * mem.harmonics + k);
         }
-        for (std::size_t kind = 0; kind < nkinds; ++kind)
-            vectorstore(mem.sums + kind * mem.harmonics + k, sums[kind]);
     }
-}
+};
 
 // Entries K - k and K + k of the sequences, by the addition theorems, and their mirror images.
 void fillsequences(const qhaarrays &mem) {
@@ -178,34 +182,35 @@ struct partofframe {
 // Sine K all but vanishes when harmonic K lies close to fs / 2. As differences of the sequences,
 // its elements would keep few right digits or none; as the sums over the frame that they are, they
 // keep all, and with them the fit: this is why the sequences are made by way of harmonic K.
-[[gnu::always_inline]] inline void fillequations(const qhaarrays &mem, const partofframe &part) {
-    const std::size_t k = mem.k;
-    const double *const topcosines = mem.sumsof(sine1cosine);
-    for (std::size_t j = 0; j <= k; ++j) {
-        double *const row = mem.normal + j * mem.stride;
-        for (std::size_t i = j / vectorlength * vectorlength; i <= k; i += vectorlength)
-            vectorstore(row + i, vectorload(part.c + j + i) + vectorload(part.c - j + i));
-        for (std::size_t i = 1; i <= k; i += vectorlength)
-            vectorstore(row + k + i, vectorload(mem.s1 + i + j) + vectorload(mem.s1 + i - j));
-        row[2 * k] = 2.0 * topcosines[j];
-        row[2 * k + 1] = part.cosines[j];
-        for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
+struct equationskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const qhaarrays *arrays, const partofframe *halfframe) {
+        const qhaarrays &mem = *arrays;
+        const partofframe &part = *halfframe;
+        const std::size_t k = mem.k;
+        const double *const topcosines = mem.sumsof(sine1cosine);
+        for (std::size_t j = 0; j <= k; ++j) {
+            double *const row = mem.normal + j * mem.stride;
+            for (std::size_t i = j / vectorlength * vectorlength; i <= k; i += vectorlength)
+                (Real8::load(part.c + j + i) + Real8::load(part.c - j + i)).store(row + i);
+            for (std::size_t i = 1; i <= k; i += vectorlength)
+                (Real8::load(mem.s1 + i + j) + Real8::load(mem.s1 + i - j)).store(row + k + i);
+            row[2 * k] = 2.0 * topcosines[j];
+            row[2 * k + 1] = part.cosines[j];
+            for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
+        }
+        for (std::size_t j = 1; j <= k; ++j) {
+            double *const row = mem.normal + (k + j) * mem.stride;
+            for (std::size_t i = (k + j) / vectorlength * vectorlength; i <= 2 * k;
+                 i += vectorlength)
+                (Real8::load(part.d + i - (k + j)) - Real8::load(part.d + i - k + j))
+                    .store(row + i);
+            row[2 * k] = 2.0 * part.topsines[j];
+            row[2 * k + 1] = part.sines[j];
+            for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
+        }
     }
-    for (std::size_t j = 1; j <= k; ++j) {
-        double *const row = mem.normal + (k + j) * mem.stride;
-        for (std::size_t i = (k + j) / vectorlength * vectorlength; i <= 2 * k; i += vectorlength)
-            vectorstore(row + i, vectorload(part.d + i - (k + j)) - vectorload(part.d + i - k + j));
-        row[2 * k] = 2.0 * part.topsines[j];
-        row[2 * k + 1] = part.sines[j];
-        for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
-    }
-}
-
-[[gnu::always_inline]] inline void sumskernel(const qhaarrays *mem) { harmonicsums(*mem); }
-
-[[gnu::always_inline]] inline void equationskernel(const qhaarrays *mem, const partofframe *part) {
-    fillequations(*mem, *part);
-}
+};
 
 // Solves for the unknowns of one part.
 //
