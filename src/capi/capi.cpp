@@ -17,8 +17,8 @@
 #include "driver/conditioning.h"
 #include "nalveo.h"
 #include "numeric/aligned.h"
-#include "numeric/lanes.h"
 #include "numeric/matvect.h"
+#include "simd/vectors.h"
 
 namespace nalveo {
 

@@ -9,7 +9,7 @@
 #include "analysis/ccanalysis.h"
 #include "analysis/harmonicanalysis.h"
 #include "numeric/elementary.h"
-#include "numeric/rotation.h"
+#include "numeric/phasor.h"
 #include "numeric/windowing.h"
 
 namespace nalveo {
