@@ -313,6 +313,46 @@ class PlotTest(unittest.TestCase):
             self.assertIn(f"could not open {name}", run.stdout)
             self.assertFalse(os.path.exists("out.png"))
 
+    def test_corpus(self):
+        """The bad files of a collection are named, the others are not."""
+        rng = np.random.default_rng(1)
+        count = 3000
+        f0 = np.where(np.arange(count) % 2, rng.normal(115, 8, count), rng.normal(205, 14, count))
+        table = {"level_db": rng.normal(-26, 2, count), "f0_p50": f0,
+                 "voiced": np.clip(rng.normal(0.5, 0.05, count), 0, 1)}
+        for column, index, value in (("level_db", 7, -60), ("voiced", 8, 0.01), ("f0_p50", 9, 420)):
+            table[column][index] = value
+        columns = ["file", "seconds", *table, "clipped", "status"]
+
+        def line(index):
+            values = [f"{table[column][index]:.4f}" for column in table]
+            return [f"{index:05}$_$.wav", "3.6", *values, str(int(index == 10)), "analysed"]
+        lines = [columns, *map(line, range(count)), ["bad.wav", *[""] * 5, "could not open"],
+                 ["(all)", "10800", *[""] * 4, "3000 analysed, 1 failed"]]
+
+        def store(name, changed):
+            with open(name, "w", encoding="utf-8") as file:
+                file.writelines("\t".join(line) + "\n" for line in changed)
+        store("table.tsv", lines)
+        run = subprocess.run([PLOT, "--corpus", "table.tsv", "-o", "x.svg"], check=False, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.assertEqual((run.returncode, run.stdout), (0, ""))
+        found = texts("x.svg")
+        self.assertIn("table.tsv: 3001 files, 3.00 h, 1 failed, 1 clipped", found)
+        self.assertEqual([text for text in found if ".wav" in text], [
+            "-60.0 dB  00007$_$.wav", "1.0%  00008$_$.wav", "420 Hz  00009$_$.wav",
+            "failed: bad.wav", "clipped: 00010$_$.wav"])
+        for changed, why in (([line[:3] + line[4:] for line in lines], "it has no column f0_p50"),
+                             ([columns, ["a", "1", "-20", "100", "55", "0", "analysed"]],
+                              "line 2: voiced is 55, but must be a number from 0 to 1"),
+                             ([columns], "tells of no files")):
+            store("wrong.tsv", changed)
+            run = subprocess.run([PLOT, "--corpus", "wrong.tsv", "-o", "wrong.png"], check=False,
+                                 text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            self.assertEqual(run.returncode, 1, run.stdout)
+            self.assertIn(why, run.stdout)
+            self.assertFalse(os.path.exists("wrong.png"))
+
     def test_refusals(self):
         """What does not fit gives its reason, with the value that would, and no picture."""
         subprocess.run(["nalveo16", "sample.wav", "f", "c", "v", "--lframe=160", "--ccord=24"],
@@ -349,6 +389,7 @@ class PlotTest(unittest.TestCase):
                 (("--row", "0"), 2, "--row must be"),
                 (("--dpi", "1"), 2, "--dpi must be"),
                 (("other.wav", "--lf0", "f"), 2, "are of one recording"),
+                (("--corpus", "f"), 2, "draws the table alone"),
                 (("other.wav",), 2, "out.png cannot hold several recordings")):
             run = self.run_plot("sample.wav", *arguments)
             self.assertEqual(run.returncode, status, (arguments, run.stdout))

@@ -47,6 +47,20 @@ class Drawing:
             yield figure, 1, 1
 
 
+class CorpusDrawing:
+    """The same for the table of a corpus."""
+
+    def __init__(self, args, path):
+        self.args, self.path = args, path
+
+    def pages(self, new_figure, _):
+        """Yields (figure, number of the page, number of pages)."""
+        from . import corpus
+        figure = new_figure(self.args.size or (10, 8))
+        corpus.draw(figure, self.args, self.path)
+        yield figure, 1, 1
+
+
 @contextlib.contextmanager
 def whole(path):
     """A name to write to; the file gets its own name when it is complete."""
@@ -103,7 +117,7 @@ def targets(args):
     """For each recording, the files that its pictures go to; no two recordings share one."""
     taken = {}
     plan = []
-    for wave in args.wave:
+    for wave in [args.corpus] if args.corpus else args.wave:
         mine = []
         for output in args.output:
             path = output
@@ -123,7 +137,7 @@ def run(args, stack):
     books = {}
     for wave, paths in targets(args):
         try:
-            drawing = Drawing(args, wave)
+            drawing = CorpusDrawing(args, wave) if args.corpus else Drawing(args, wave)
             for path in paths:
                 if ending_of(path) == ".pdf":
                     # Opened by the first recording that can be drawn; holds the pages of all.

@@ -25,7 +25,7 @@ def parse(argv):
         "frequency, the envelopes of its cepstra and its tracks. Without tracks, they are made as "
         "nalveo16 makes them.")
     add = parser.add_argument
-    add("wave", metavar="IN.wav", nargs="+",
+    add("wave", metavar="IN.wav", nargs="*",
         help="recording; what is not mono, 16000 Hz, 16 bits is converted by sox")
     add("-o", "--output", action="append", metavar="OUT", help="picture: .png, .pdf, .svg or .html;"
         " or a folder, for a picture of each recording; may be repeated")
@@ -38,6 +38,8 @@ def parse(argv):
     add("--mcc", metavar="FILE", action="append", default=[], help="cepstra; may be repeated")
     add("--mvf", metavar="FILE", action="append", default=[],
         help="track of the maximum voiced frequency; may be repeated")
+    add("--corpus", metavar="TABLE", help="draw the table that nalveo16-corpus wrote, instead of "
+        "recordings")
     add("--frame", type=float, metavar="T", help="draw the spectrum of the frame at T seconds")
     add("--compare", action="store_true", help="with --frame: the envelopes of all five methods")
     add("--span", type=float, nargs=2, metavar=("T1", "T2"), help="draw T1 to T2 seconds only")
@@ -79,6 +81,11 @@ def check(parser, args):
         parser.error("--dpi must be from 10 to 2400")
     if args.size and not all(3 <= inches <= 100 for inches in args.size):
         parser.error("--size must be from 3 to 100 inches each way")
+    if args.corpus:
+        if args.wave or args.lf0 or args.mcc or args.mvf or args.frame is not None or args.span:
+            parser.error("--corpus TABLE draws the table alone, no recordings, tracks or times")
+    elif not args.wave:
+        parser.error("name a recording, or a table (--corpus TABLE)")
     if args.lf0 or args.mcc or args.mvf:
         for name in SHARED[4:]:
             if getattr(args, name) is not None:
@@ -101,5 +108,6 @@ def check(parser, args):
         if ending_of(output) != ".pdf" and len(args.wave) > 1:
             parser.error(f"{output} cannot hold several recordings: name a folder that is there, "
                          "or a .pdf")
-        if ending_of(output) == ".html" and args.frame is not None:
-            parser.error("the page shows recordings; a --frame goes to .png, .pdf or .svg")
+        if ending_of(output) == ".html" and (args.frame is not None or args.corpus):
+            parser.error("the page shows recordings; a --frame or --corpus goes to .png, .pdf or "
+                         ".svg")
