@@ -106,8 +106,10 @@ def masked(text):
 def othernumbers(text, suffix):
     """What a literal may become: a neighbour, the double, a hundredth more."""
     if re.fullmatch(r"0[xX][0-9a-fA-F]+|\d[\d']*", text) and "f" not in suffix.lower():
-        value = int(text.replace("'", ""), 0 if text[:2].lower() == "0x" else 10)
-        return [str(value + 1), str(value - 1)] if value > 0 else ["1"]
+        octal = text[0] == "0" and text.isdecimal() and len(text) > 1
+        value = int(text.replace("'", ""), 8 if octal else 0)
+        shown = "0{:o}" if octal else "{}"
+        return [shown.format(v) for v in (value + 1, value - 1) if v >= 0]
     hexadecimal = text[:2].lower() == "0x"
     value = float.fromhex(text) if hexadecimal else float(text.replace("'", ""))
     if value == 0.0:

@@ -212,6 +212,15 @@ TEST_F(cli, abatchmakesthefilesofeveryindexandtimesthefirst) {
     EXPECT_EQ(get("c"), get("c09")) << "repeating must not change the result";
 }
 
+// The second recording comes only after the lines on the first have been read.
+TEST_F(cli, alogisuptodate) {
+    put("1.wav", wavbytes(shorts(400, 7)));
+    EXPECT_EQ(shell("mkfifo 2.wav; timeout 20 \"$0\" '?.wav' 'f?' 'c?' --indlist=1-2 | {\n"
+                    "read name; read warning; cat 1.wav >2.wav; echo \"$warning\"; cat; }"),
+              "Warning: zeros in 1.wav have been filled with noise.\n2.wav\n"
+              "Warning: zeros in 2.wav have been filled with noise.\n");
+}
+
 TEST_F(cli, outputsdescribethevoice) {
     put("one.wav", wavbytes({7}));
     EXPECT_EQ(succeed("one.wav|f|c|v|--ccord=3"), "");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 TEST(paramnamematch, takesawholenameinanycase) {
@@ -30,12 +31,18 @@ TEST(paramnamematch, takesawholenameinanycase) {
     }
 }
 
-TEST(getintparam, takesnonumberthatintholds) {
+TEST(getintparam, takesdecimalnumbersthatanintholds) {
     int value = 7;
     for (std::string bad : {"--n=2147483648", "--n=-2147483649", "--n=4294967376",
                             "--n=99999999999999999999", "--n=x1"})
         EXPECT_EQ(getintparam(bad.data(), "n", &value), -1) << bad;
     EXPECT_EQ(value, 7);
+    // Decimal, whatever they begin with, up to what is no digit.
+    for (auto [text, number] : {std::pair("--n=010", 10), {"--n=0x1f", 0}, {"--n=+7e3", 7}}) {
+        std::string argument = text;
+        ASSERT_EQ(getintparam(argument.data(), "n", &value), 0) << text;
+        EXPECT_EQ(value, number) << text;
+    }
     std::string lowest = "--n= -2147483648.5";
     ASSERT_EQ(getintparam(lowest.data(), "n", &value), 0);
     EXPECT_EQ(value, -2147483647 - 1);

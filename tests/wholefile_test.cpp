@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "io/filepath.h"
 #include "testfiles.h"
 
 using namespace nalveo;
@@ -173,27 +172,4 @@ TEST_F(wholefile, isneverseeninpart) {
         }
     }
     EXPECT_EQ(namesin(folder_ / "in"), alone_);
-}
-
-TEST_F(wholefile, isoneundermanynames) {
-    writefile(file_, "");
-    fs::create_hard_link(file_, folder_ / "hard");
-    fs::create_symlink("in", folder_ / "folder");
-    fs::create_symlink("folder/file", folder_ / "soft");
-    fs::create_symlink("in/none", folder_ / "nowhere");
-    const auto same = [this](const std::string &a, const std::string &b) {
-        return identify(folder_ / a) && identify(folder_ / a) == identify(folder_ / b);
-    };
-    for (const char *name : {"in/file", "hard", "soft", "folder/../in//./file"})
-        EXPECT_TRUE(same("in/file", name)) << name;
-    for (const char *name : {"in/none", "folder/none", "nowhere", "in/../folder/./none"})
-        EXPECT_TRUE(same("in/none", name)) << name;
-    EXPECT_TRUE(same("no/x/../y", "no/y") && same("no/y", "folder/../no/y"));
-    for (const char *other : {"in/nine", "none", "no/none", "in/file"})
-        EXPECT_FALSE(same("in/none", other)) << other;
-    for (const std::string many : {"", "in", "no/", "no/.", "no/..", "/dev/null", "/dev/stdin/."})
-        EXPECT_FALSE(identify(many) && identify(folder_ / many)) << many;
-    EXPECT_FALSE(identify("/dev/null") || identifyplace("/dev/null"));
-    EXPECT_EQ(identifyplace(folder_ / "in/file"), identifyplace(folder_ / "folder/file"));
-    EXPECT_NE(identifyplace(folder_ / "hard"), identifyplace(folder_ / "in/file"));
 }
