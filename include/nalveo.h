@@ -60,7 +60,8 @@ enum nalveo_result {
     NALVEO_BAD_SAMPLE,    /**< a sample not from -1 to 1 (NaN, infinite, integers unscaled) */
     NALVEO_BAD_F0,        /**< a given f0 neither 0 nor from 15 Hz to below fs / 2 */
     NALVEO_BAD_FV,        /**< a given maximum voiced frequency not from 0 to fs / 2 */
-    NALVEO_BAD_CEPSTRUM,  /**< a cepstral coefficient that is not finite */
+    NALVEO_BAD_CEPSTRUM,  /**< a cepstral coefficient that is not finite, or not -100 .. 100 where
+                             speech is to be synthesised */
     NALVEO_BAD_FREQUENCY  /**< a frequency not from 0 to fs / 2 */
 };
 
@@ -79,6 +80,7 @@ enum nalveo_method {
 #define NALVEO_HIGHEST_ORDER 511
 #define NALVEO_MOST_REFINE 5
 #define NALVEO_MOST_SHIFT 1000000000
+#define NALVEO_MOST_SYNTHESIS_SHIFT 1048576
 #define NALVEO_MOST_SAMPLES 2147483647
 
 /** Settings. Fill it with nalveo_default_options, then change members. Later versions may add
@@ -215,6 +217,28 @@ int nalveo_log_to_f0(const double *logf0, size_t nframes, double *f0);
  */
 int nalveo_envelope(const double *cc, size_t nframes, const nalveo_options *options,
                     const double *frequencies, size_t nfrequencies, double *levels);
+
+/** Synthesises speech from tracks: harmonics up to the maximum voiced frequency, noise above it and
+ * where unvoiced. The level is that of the analysed signal, whatever comes out: samples may lie
+ * beyond -1 .. 1.
+ *
+ * The same tracks, options and seed give the same bytes, and fewer samples are the beginning of
+ * more.
+ *
+ * @param[in]  f0        [nframes] Hz, 0 where unvoiced
+ * @param[in]  cc        [nframes x (order + 1)], each from -100 to 100
+ * @param[in]  fv        [nframes], or null for harmonics up to fs / 2. Where a voiced frame has 0,
+ *                       1000 Hz is taken, the least that is estimated
+ * @param[in]  nframes   number of frames, at least 1
+ * @param[in]  options   fs, frame_shift (at most NALVEO_MOST_SYNTHESIS_SHIFT), alpha, order and
+ *                       hts_scale are used
+ * @param[in]  seed      of the noise
+ * @param[out] samples   [nsamples]
+ * @param[in]  nsamples  number of samples, 1 .. nframes shift
+ */
+int nalveo_synthesise(const double *f0, const double *cc, const double *fv, size_t nframes,
+                      const nalveo_options *options, uint64_t seed, double *samples,
+                      size_t nsamples);
 
 #ifdef __GNUC__
 #pragma GCC visibility pop

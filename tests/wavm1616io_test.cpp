@@ -86,3 +86,19 @@ TEST(wavreadm1616, needsnomorememorythanthefilehasbytesfor) {
         EXPECT_TRUE(readwav(wavbytes({1, 2, 3}, {.datasize = claim})).empty());
     EXPECT_LT(peak() - before, 64 * 1024) << "for a file of 50 bytes";
 }
+
+TEST(wavwritem1616, writeswhatareaderreads) {
+    const tempfolder folder;
+    const std::string path = folder / "out.wav";
+    const double step = 1.0 / 32768.0;
+    // Halves go up; what is beyond 16 bits is cut, never wrapped.
+    const doubles x = {0.0,         step,         -1.0, 0.49 * step, 0.5 * step,
+                       -0.5 * step, -0.51 * step, 1.0,  7.0,         -1.1};
+    ASSERT_EQ(wavwritem1616(path.c_str(), x.data(), 10), 10U);
+    EXPECT_EQ(readfile(path), wavbytes({0, 1, -32768, 0, 1, 0, -1, 32767, 32767, -32768}));
+    EXPECT_EQ(wavwritem1616(nullptr, x.data(), 10), 0U);
+    EXPECT_EQ(wavwritem1616(path.c_str(), x.data(), 0), 0U);
+    EXPECT_EQ(wavwritem1616(path.c_str(), x.data(), mostwavsamples + 1), 0U);
+    EXPECT_EQ(wavwritem1616("/no/such/folder", x.data(), 10), 0U);
+    EXPECT_EQ(readfile(path)->size(), 64U);
+}

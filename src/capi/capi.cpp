@@ -19,6 +19,7 @@
 #include "numeric/aligned.h"
 #include "numeric/matvect.h"
 #include "simd/vectors.h"
+#include "synthesis/synthesis.h"
 
 namespace nalveo {
 
@@ -260,5 +261,36 @@ int nalveo_envelope(const double *cc, std::size_t nframes, const nalveo_options 
             std::all_of(cc, cc + ncoefficients, [](double c) { return std::isfinite(c); }),
             NALVEO_BAD_CEPSTRUM);
         nalveo::evaluateenvelopes(settings, cc, nframes, frequencies, nfrequencies, levels);
+    });
+}
+
+int nalveo_synthesise(const double *f0, const double *cc, const double *fv, std::size_t nframes,
+                      const nalveo_options *options, std::uint64_t seed, double *samples,
+                      std::size_t nsamples) {
+    return nalveo::guarded([&] {
+        nalveo::callsettings settings;
+        const int code = nalveo::readoptions(options, &settings);
+        nalveo::expect(code == NALVEO_OK, code);
+        nalveo::expect(settings.lframe <= nalveo::longestshift, NALVEO_BAD_SHIFT);
+        nalveo::expect(f0 != nullptr && cc != nullptr && samples != nullptr, NALVEO_NULL_POINTER);
+        nalveo::expect(nframes >= 1 && nframes <= NALVEO_MOST_SAMPLES, NALVEO_BAD_LENGTH);
+        const nalveo::speechtracks tracks{static_cast<std::uint32_t>(nframes), settings.ccord, f0,
+                                          cc, fv};
+        nalveo::expect(
+            nsamples >= 1 && nsamples <= nalveo::synthesislength(tracks.nframes, settings.lframe),
+            NALVEO_BAD_LENGTH);
+        switch (nalveo::findbadvalue(tracks, settings.fs).where) {
+            case nalveo::badvalue::track::none:
+                break;
+            case nalveo::badvalue::track::f0:
+                throw nalveo::failure{NALVEO_BAD_F0};
+            case nalveo::badvalue::track::cc:
+                throw nalveo::failure{NALVEO_BAD_CEPSTRUM};
+            case nalveo::badvalue::track::fv:
+                throw nalveo::failure{NALVEO_BAD_FV};
+        }
+        nalveo::synthesise(tracks,
+                           {settings.fs, settings.lframe, settings.alpha, settings.htsscale, seed},
+                           nsamples, samples);
     });
 }

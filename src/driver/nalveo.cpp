@@ -18,7 +18,7 @@
 #include "driver/filenames.h"
 #include "driver/help.h"
 #include "driver/indexlist.h"
-#include "driver/numbertext.h"
+#include "driver/logf0range.h"
 #include "driver/paramread.h"
 #include "driver/settings.h"
 #include "io/binaryfile.h"
@@ -32,13 +32,6 @@ namespace {
 constexpr double samplerate = 16000.0;  // Hz; the reader takes no other
 constexpr int failurestatus = -1;
 constexpr std::uint32_t mostrefinements = 5;
-
-// Range of a loaded log f0, 14.9 to 7943 Hz. Further down, the harmonics of one frame would need
-// matrices of gigabytes and a window of seconds; further up, no harmonic lies below half the
-// sample rate. Tracks of another kind (Hz, log10) fall outside and are found out.
-constexpr double lowestlogf0 = 2.7;
-constexpr double highestlogf0 = 8.98;
-constexpr double unvoicedlogf0 = -1e10;
 
 // What a run carries from one file to the next: the noise, which goes on so that no two files get
 // the same, and the number of analyses to time, which the first file that gets that far uses up.
@@ -63,14 +56,6 @@ f0track estimatef0(const settings &set, const double *waveform, std::uint32_t ns
     return {std::move(values), nframes, false};
 }
 
-// First of n values that is no log f0 to analyse with; n when all are.
-std::uint32_t findbadlogf0(const double *values, std::uint32_t n) {
-    const double *const bad = std::find_if_not(values, values + n, [](double v) {
-        return v <= unvoicedlogf0 || (v >= lowestlogf0 && v <= highestlogf0);
-    });
-    return static_cast<std::uint32_t>(bad - values);
-}
-
 // A loaded track can shorten the analysis but not lengthen it. One that is too long is cut, in its
 // file too; one that is missing or empty is replaced by an estimate. One that is there but cannot
 // be read, or has a value out of range, is refused with a message and stays: it may be somebody's
@@ -87,15 +72,7 @@ f0track obtainf0(const settings &set, const char *filef0, const double *waveform
     }
     if (state != trackstate::good) return estimatef0(set, waveform, nsamples, nframes);
     f0track track{std::move(read), std::min(loaded, nframes), loaded <= nframes};
-    const std::uint32_t bad = findbadlogf0(track.values.get(), track.nframes);
-    if (bad < track.nframes) {
-        std::printf(
-            "Error: %s holds %s for frame %u; a log f0 must be from %s to %s, or %s for "
-            "unvoiced.\n",
-            filef0, numbertext(track.values[bad]).c_str(), bad, numbertext(lowestlogf0).c_str(),
-            numbertext(highestlogf0).c_str(), numbertext(unvoicedlogf0).c_str());
-        return {};
-    }
+    if (!checklogf0(filef0, track.values.get(), track.nframes)) return {};
     logf02f0(track.nframes, track.values.get());
     return track;
 }

@@ -1,10 +1,10 @@
 #include "driver/settings.h"
 
-#include <cstdio>
 #include <limits>
 #include <string>
 
 #include "driver/numbertext.h"
+#include "driver/optionrange.h"
 #include "driver/paramread.h"
 
 namespace nalveo {
@@ -14,14 +14,6 @@ namespace {
 constexpr int shortestshift = 1;        // samples
 constexpr int highestorder = 511;       // envelopes have 513 points: a cepstrum says no more
 constexpr double lowestsearched = 1.0;  // Hz; below it, one pitch window takes megabytes and more
-
-template <class Number>
-bool checkoption(bool allowed, const char *name, Number value, const std::string &range) {
-    if (!allowed)
-        std::printf("Error: %s is %s, but must be %s.\n", name, numbertext(value).c_str(),
-                    range.c_str());
-    return allowed;
-}
 
 std::string orderrange() { return "from 0 to " + numbertext(highestorder); }
 

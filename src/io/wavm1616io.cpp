@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "io/binaryfile.h"
+#include "io/wholefile.h"
 
 using namespace nalveo;
 
@@ -16,6 +19,7 @@ static_assert(std::endian::native == std::endian::little, "files are read in the
 namespace {
 
 constexpr std::uint32_t plainformatsize = 16;  // bytes of a "fmt " chunk without extension
+constexpr std::uint32_t headersize = 44;       // bytes before the samples of what is written
 
 template <class Field>
 bool readfield(std::FILE *file, Field *field) {
@@ -92,4 +96,36 @@ int wavshort2double(std::uint32_t count, const std::int16_t *shorts, double *dou
         std::memcpy(doubles + k, &sample, sizeof sample);
     }
     return 0;
+}
+
+std::uint32_t wavwritem1616(const char *path, const double *samples, std::uint32_t count) {
+    if (path == nullptr || count == 0 || count > mostwavsamples) return 0;
+    // Header and samples in one block.
+    std::vector<std::byte> bytes(headersize + std::size_t{2} * count);
+    std::byte *end = bytes.data();
+    const auto append = [&end](const auto &field) {
+        std::memcpy(end, &field, sizeof field);
+        end += sizeof field;
+    };
+    const auto appendtag = [&end](const char *tag) {
+        std::memcpy(end, tag, 4);
+        end += 4;
+    };
+    appendtag("RIFF");
+    append(std::uint32_t{headersize - 8 + 2 * count});
+    appendtag("WAVE");
+    appendtag("fmt ");
+    append(plainformatsize);
+    append(std::uint16_t{1});      // PCM
+    append(std::uint16_t{1});      // channels
+    append(std::uint32_t{16000});  // Hz
+    append(std::uint32_t{32000});  // bytes per second
+    append(std::uint16_t{2});      // bytes per sample of all channels
+    append(std::uint16_t{16});     // bits
+    appendtag("data");
+    append(std::uint32_t{2 * count});
+    for (std::uint32_t k = 0; k < count; ++k)
+        append(static_cast<std::int16_t>(
+            std::clamp(std::floor(samples[k] * 32768.0 + 0.5), -32768.0, 32767.0)));
+    return writewhole(path, bytes) ? count : 0;
 }
