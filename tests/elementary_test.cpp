@@ -64,6 +64,23 @@ TEST(elementary, specialvaluesareasanywhere) {
         EXPECT_TRUE(std::isnan(value));
 }
 
+TEST(elementary, manyexponentialsareasonebyone) {
+    for (std::size_t n = 0; n < 40; ++n) {
+        // From -700 to 700, and beyond both.
+        for (const double spread : {36.0, 38.0}) {
+            std::vector<double> values(n);
+            for (std::size_t i = 0; i < n; ++i)
+                values[i] = spread * (static_cast<double>(i) - 0.5 * static_cast<double>(n) + 0.1);
+            std::vector<double> powers = values;
+            exponentials(powers.data(), n);
+            for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(powers[i], exponential(values[i])) << i;
+        }
+    }
+    double odd[] = {std::nan(""), -800.0, 800.0, 0.0};
+    exponentials(odd, 4);
+    EXPECT_TRUE(std::isnan(odd[0]) && odd[1] == 0.0 && std::isinf(odd[2]) && odd[3] == 1.0);
+}
+
 TEST(elementary, manylogarithmsareasonebyone) {
     for (std::size_t n = 0; n < 40; ++n) {
         std::vector<double> values(n);

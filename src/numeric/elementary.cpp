@@ -1,5 +1,6 @@
 #include "numeric/elementary.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -130,6 +131,41 @@ double addpairs(double high1, double low1, double high2, double low2) {
     return x > 0.0 && x < infinite ? value : special;
 }
 
+// value 2^exponent
+struct scaled {
+    double value;
+    double exponent;
+};
+
+// x = k ln 2 + r, |r| <= ln(2) / 2; e^r = 1 + (r + (r^2/2! + r^3/3! + ...)).
+[[gnu::always_inline]] inline scaled reducedexponential(double x) {
+    constexpr std::array c{1.0 / 2,       1.0 / 6,        1.0 / 24,        1.0 / 120,
+                           1.0 / 720,     1.0 / 5040,     1.0 / 40320,     1.0 / 362880,
+                           1.0 / 3628800, 1.0 / 39916800, 1.0 / 479001600, 1.0 / 6227020800};
+    constexpr double log2e = 1.4426950408889634;
+    const double k = std::floor(x * log2e + 0.5);
+    const double high = x - k * ln2high;
+    const double low = k * ln2low;
+    const double r = high - low;
+    const double rest = (high - r) - low;
+    return {1.0 + (r + (r * r * series(c, r) + rest)), k};
+}
+
+// Exponentials up to here are normal numbers, and so are those of the negative arguments.
+constexpr double largestplain = 700.0;
+
+struct exponentialkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(double *values, std::size_t n) {
+        for (std::size_t i = 0; i < n; ++i) {
+            const scaled e = reducedexponential(values[i]);
+            // The exponent as an integer in the lowest bits of a double, then in its place.
+            const auto bits = __builtin_bit_cast(std::uint64_t, e.exponent + (0x1.8p52 + 1023.0));
+            values[i] = e.value * __builtin_bit_cast(double, bits << 52);
+        }
+    }
+};
+
 struct logarithmkernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(double *values, std::size_t n) {
@@ -187,18 +223,15 @@ double arctangent(double y, double x) {
 double exponential(double x) {
     if (!(x < 710.0)) return x != x ? x : infinite;
     if (x < -746.0) return 0.0;
-    // x = k ln 2 + r, |r| <= ln(2) / 2; e^r = 1 + (r + (r^2/2! + r^3/3! + ...)).
-    static constexpr std::array c{1.0 / 2,       1.0 / 6,        1.0 / 24,        1.0 / 120,
-                                  1.0 / 720,     1.0 / 5040,     1.0 / 40320,     1.0 / 362880,
-                                  1.0 / 3628800, 1.0 / 39916800, 1.0 / 479001600, 1.0 / 6227020800};
-    constexpr double log2e = 1.4426950408889634;
-    const double k = std::floor(x * log2e + 0.5);
-    const double high = x - k * ln2high;
-    const double low = k * ln2low;
-    const double r = high - low;
-    const double rest = (high - r) - low;
-    const double value = 1.0 + (r + (r * r * series(c, r) + rest));
-    return std::ldexp(value, static_cast<int>(k));
+    const scaled e = reducedexponential(x);
+    return std::ldexp(e.value, static_cast<int>(e.exponent));
+}
+
+void exponentials(double *values, std::size_t n) {
+    if (std::all_of(values, values + n, [](double x) { return std::abs(x) <= largestplain; }))
+        runwidest<exponentialkernel>(values, n);
+    else
+        for (std::size_t i = 0; i < n; ++i) values[i] = exponential(values[i]);
 }
 
 double logarithm(double x) { return anylogarithm(x); }

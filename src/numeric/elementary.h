@@ -24,6 +24,12 @@ double arctangent(double y, double x);
 /// e to the power of x.
 double exponential(double x);
 
+/// Replaces n values by their exponentials, each exactly as exponential gives it.
+///
+/// \param[in,out] values  [n]
+/// \param[in]     n       number of values
+void exponentials(double *values, std::size_t n);
+
 /// Natural logarithm: minus infinity for 0, NaN below.
 double logarithm(double x);
 

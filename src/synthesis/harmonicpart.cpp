@@ -194,10 +194,11 @@ class harmonicpart {
         envelopephases(smoothed, tracks.order, cosine.data(), sine.data(), count, phase.data());
         // As a density, a harmonic of amplitude a counts a / (2 sqrt(f0)).
         const double density = 2.0 * std::sqrt(f);
+        for (std::size_t h = 1; h <= top; ++h) level[h] = std::min(level[h], highestlevel);
+        exponentials(level.data() + 1, top);
         for (std::size_t h = 1; h <= top; ++h) {
             const double share = harmonicshare(static_cast<double>(h) * f, tracks.fv[k]);
-            const double amplitude =
-                density * exponential(std::min(level[h], highestlevel)) * std::sqrt(share);
+            const double amplitude = density * level[h] * std::sqrt(share);
             a.re[h] = amplitude * nalveo::cosine(phase[h]);
             a.im[h] = amplitude * nalveo::sine(phase[h]);
         }

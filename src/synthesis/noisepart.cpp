@@ -129,12 +129,13 @@ class noisepart {
         // multiplies by its size.
         const double unit = std::sqrt(3.0 * tracks.fs) / static_cast<double>(nfft);
         std::fill_n(level.begin(), first, 0.0);
+        for (std::size_t i = first; i < nbins; ++i)
+            level[i] = std::min(level[i], highestlevel) + (voiced ? logarithmicloss : unvoiced[i]);
+        exponentials(level.data() + first, nbins - first);
         for (std::size_t i = first; i < nbins; ++i) {
             const double share =
                 voiced ? harmonicshare(static_cast<double>(i) * spacing, tracks.fv[k]) : 0.0;
-            const double gain = voiced ? logarithmicloss : unvoiced[i];
-            level[i] = unit * exponential(std::min(level[i], highestlevel) + gain);
-            if (share > 0.0) level[i] *= std::sqrt(1.0 - share);
+            level[i] *= share > 0.0 ? unit * std::sqrt(1.0 - share) : unit;
         }
         return true;
     }
