@@ -29,7 +29,7 @@ add_custom_target(nalveocompressed ALL DEPENDS ${compressed})
 
 # The program and what people touch around it.
 set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
-install(TARGETS nalveo16 COMPONENT program)
+install(TARGETS nalveo16 nalveo16-synth COMPONENT program)
 install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
 install(DIRECTORY tools/nalveoplot DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16

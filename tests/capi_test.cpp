@@ -17,6 +17,7 @@
 #include "analysis/pitchanalysis.h"
 #include "driver/conditioning.h"
 #include "nalveo.h"
+#include "synthesis/synthesis.h"
 #include "testsignals.h"
 
 namespace {
@@ -310,6 +311,47 @@ TEST(capi, envelopeisthesumofcosines) {
     EXPECT_EQ(nalveo_envelope(infinite.data(), 1, &options, frequencies.data(), 4, hts.data()),
               NALVEO_BAD_CEPSTRUM);
     EXPECT_EQ(nalveo_envelope(nullptr, 1, &options, frequencies.data(), 4, hts.data()),
+              NALVEO_NULL_POINTER);
+}
+
+TEST(capi, synthesisesfromwhatitanalyses) {
+    const reals x = speech();
+    const nalveo_options options = defaults();
+    const tracks t = analyse(x, options);
+    const std::size_t nframes = t.f0.size();
+    reals y(x.size());
+    const auto make = [&](const tracks &from, const nalveo_options &with, std::size_t n,
+                          std::size_t nsamples) {
+        return nalveo_synthesise(from.f0.data(), from.cc.data(), from.fv.data(), n, &with, 7,
+                                 y.data(), nsamples);
+    };
+    ASSERT_EQ(make(t, options, nframes, y.size()), NALVEO_OK);
+    reals direct(y.size());
+    nalveo::synthesise(
+        {static_cast<std::uint32_t>(nframes), 39, t.f0.data(), t.cc.data(), t.fv.data()},
+        {16000.0, 80, 0.42, true, 7}, direct.size(), direct.data());
+    EXPECT_EQ(y, direct);
+
+    // Plain cepstra say the same.
+    nalveo_options plain = options;
+    plain.hts_scale = 0;
+    ASSERT_EQ(make(analyse(x, plain), plain, nframes, y.size()), NALVEO_OK);
+    for (std::size_t i = 0; i < y.size(); ++i) ASSERT_NEAR(y[i], direct[i], 1e-12);
+
+    EXPECT_EQ(make(t, options, nframes, 0), NALVEO_BAD_LENGTH);
+    EXPECT_EQ(make(t, options, 0, 80), NALVEO_BAD_LENGTH);
+    EXPECT_EQ(make(t, options, 10, 801), NALVEO_BAD_LENGTH);
+    nalveo_options wide = options;
+    wide.frame_shift = NALVEO_MOST_SYNTHESIS_SHIFT + 1;
+    EXPECT_EQ(make(t, wide, nframes, 80), NALVEO_BAD_SHIFT);
+    for (const auto &[track, code] :
+         {std::pair(&tracks::f0, NALVEO_BAD_F0), std::pair(&tracks::cc, NALVEO_BAD_CEPSTRUM),
+          std::pair(&tracks::fv, NALVEO_BAD_FV)}) {
+        tracks bad = t;
+        (bad.*track)[2] = nan;
+        EXPECT_EQ(make(bad, options, nframes, 80), code);
+    }
+    EXPECT_EQ(nalveo_synthesise(t.f0.data(), nullptr, nullptr, nframes, &options, 1, y.data(), 80),
               NALVEO_NULL_POINTER);
 }
 
