@@ -1,8 +1,8 @@
 # What `cmake --install` puts where, and the Debian packages that CPack makes of it.
 #
-# Two components: `program` (the analyser, its companions, their documentation) and `development`
-# (the library with its headers and its CMake package). They become the packages nalveo16 and
-# libnalveo-dev.
+# Four components, a package each: `program` (the analyser, its companions, their documentation) in
+# nalveo16, `library` (libnalveo.so) in libnalveo0, `development` (headers, static library, CMake
+# package, pkg-config file) in libnalveo-dev, `python` in python3-nalveo.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -52,12 +52,34 @@ install(FILES README.md DESTINATION ${package} COMPONENT program)
 install(DIRECTORY docs DESTINATION ${package} COMPONENT program PATTERN words.txt EXCLUDE)
 install(DIRECTORY examples DESTINATION ${package} COMPONENT program USE_SOURCE_PERMISSIONS)
 
-# The library. Its headers name each other from the include folder, as in "numeric/dft.h".
-set_target_properties(nalveocore PROPERTIES OUTPUT_NAME nalveo EXPORT_NAME nalveo)
+# The library. nalveo.h is all that a client of the C interface needs. The C++ routines behind it
+# have a folder of headers, which name each other from there, as in "numeric/dft.h".
+set_target_properties(nalveocore PROPERTIES EXPORT_NAME nalveo)
+set_target_properties(nalveoshared PROPERTIES EXPORT_NAME shared)
 install(TARGETS nalveocore EXPORT nalveo COMPONENT development
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo)
-install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo COMPONENT development
-    FILES_MATCHING PATTERN "*.h")
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS nalveoshared EXPORT nalveo
+    LIBRARY COMPONENT library NAMELINK_COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/nalveo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+foreach(header
+        analysis/ccanalysis analysis/fvanalysis analysis/harmonicanalysis analysis/pitchanalysis
+        analysis/spectralanalysis driver/conditioning driver/paramread io/fdoubleio io/wavm1616io
+        numeric/aligned numeric/dft numeric/matvect numeric/polynom numeric/windowing)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES src/${header}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo/${folder}
+        COMPONENT development)
+endforeach()
+# Paths from where the file is, so that the tree can be moved.
+file(RELATIVE_PATH pctoprefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(${packaging}/nalveo.pc.in nalveo.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/nalveo.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# The Python package, which loads libnalveo.so: where Debian's python3 looks below /usr.
+install(DIRECTORY python/nalveo DESTINATION lib/python3/dist-packages COMPONENT python
+    FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
+
 set(cmakefolder ${CMAKE_INSTALL_LIBDIR}/cmake/nalveo)
 install(EXPORT nalveo NAMESPACE nalveo:: FILE nalveoConfig.cmake
     DESTINATION ${cmakefolder} COMPONENT development)
@@ -74,10 +96,12 @@ install(CODE "
     endif()" COMPONENT development)
 
 # Licence and changelog go with each package.
-foreach(component program development)
-    if(component STREQUAL "development")
-        set(package ${CMAKE_INSTALL_DATADIR}/doc/libnalveo-dev)
-    endif()
+set(packageof_program nalveo16)
+set(packageof_library libnalveo0)
+set(packageof_development libnalveo-dev)
+set(packageof_python python3-nalveo)
+foreach(component program library development python)
+    set(package ${CMAKE_INSTALL_DATADIR}/doc/${packageof_${component}})
     install(FILES ${packaging}/copyright ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.gz
         ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.Debian.gz
         DESTINATION ${package} COMPONENT ${component})
@@ -90,7 +114,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PACKAGE_CONTACT "The nalveo16 authors <nalveo16@authors.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech analyser for vocoders and statistical synthesis")
-set(CPACK_COMPONENTS_ALL program development)
+set(CPACK_COMPONENTS_ALL program library development python)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -99,7 +123,8 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME nalveo16)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS python3)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "parallel, python3-matplotlib, python3-numpy, sox")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS
+    "parallel, python3-matplotlib, python3-nalveo, python3-numpy, sox")
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
     "Reads mono 16 kHz 16-bit WAV files and writes, for every frame, the logarithm
 of the fundamental frequency, a mel-warped cepstrum of the spectral envelope
@@ -111,9 +136,36 @@ nalveo16-corpus, which runs whole collections of recordings in parallel.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnalveo-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "g++ | c++-compiler")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnalveo0 (= ${PROJECT_VERSION}-1)")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
-    "The routines of the speech analyser nalveo16 as a static library with headers
-and a CMake package: pitch tracking and refinement, maximum voiced frequency
-and mel-warped cepstra of a program's own sample buffers.")
+    "What programs are built with that analyse speech in sample buffers of their
+own: f0 and its refinement, maximum voiced frequency, mel-warped cepstra.
+.
+The C header nalveo.h, the headers of the C++ routines, the static library, a
+CMake package and a pkg-config file.")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libnalveo0)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(debian ${CMAKE_CURRENT_BINARY_DIR}/debian-control)
+file(WRITE ${debian}/shlibs "libnalveo 0 libnalveo0 (>= ${PROJECT_VERSION})\n")
+file(WRITE ${debian}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${debian}/shlibs ${debian}/triggers)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION
+    "Analyses speech in sample buffers for vocoders and statistical synthesis: f0,
+mel-warped cepstra of the spectral envelope by one of five methods, and the
+maximum voiced frequency, at sample rates from 8000 to 96000 Hz, by a C
+interface that keeps no state.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-nalveo)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3:any (>= 3.9), python3-numpy, libnalveo0 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${packaging}/postinst ${packaging}/prerm)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION
+    "Analyses speech in numpy arrays for vocoders and statistical synthesis: f0,
+mel-warped cepstra of the spectral envelope by one of five methods, and the
+maximum voiced frequency. Reads and writes the files of nalveo16.")
 include(CPack)

@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import ctypes
 import pathlib
+import sysconfig
 from ctypes import c_char_p, c_double, c_int, c_size_t, c_uint32, c_void_p
 from typing import Any
 
@@ -63,8 +64,9 @@ def _load() -> ctypes.CDLL:
     system finds it."""
     here = pathlib.Path(__file__).resolve()
     places = [here.parent / NAME]
-    if len(here.parents) > 3:  # PREFIX/lib/python3/dist-packages/nalveo
-        places.append(here.parents[3] / NAME)
+    if here.parts[-5:-2] == ("lib", "python3", "dist-packages"):
+        machine = sysconfig.get_config_var("MULTIARCH") or ""
+        places += [here.parents[3] / NAME, here.parents[3] / machine / NAME]
     path = next((str(place) for place in places if place.is_file()), NAME)
     try:
         loaded = ctypes.CDLL(path)
