@@ -7,7 +7,7 @@ from __future__ import annotations
 
 import ctypes
 import pathlib
-import sysconfig
+import sys
 from ctypes import c_char_p, c_double, c_int, c_size_t, c_uint32, c_void_p
 from typing import Any
 
@@ -65,7 +65,7 @@ def _load() -> ctypes.CDLL:
     here = pathlib.Path(__file__).resolve()
     places = [here.parent / NAME]
     if here.parts[-5:-2] == ("lib", "python3", "dist-packages"):
-        machine = sysconfig.get_config_var("MULTIARCH") or ""
+        machine = getattr(sys.implementation, "_multiarch", "")
         places += [here.parents[3] / NAME, here.parents[3] / machine / NAME]
     path = next((str(place) for place in places if place.is_file()), NAME)
     try:

@@ -1,0 +1,146 @@
+"""The same bytes as the program, in every way of calling; threads and processes."""
+
+import concurrent.futures
+import copy
+import multiprocessing
+import pickle
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+
+import nalveo
+
+
+def files(analysis):
+    """The bytes that the program would write."""
+    return [np.asarray(track, "<f4").tobytes()
+            for track in (nalveo.log_f0(analysis.f0), analysis.mcep, analysis.mvf)]
+
+
+def same(a, b):
+    return all(np.array_equal(x, y) for x, y in zip(a, b))
+
+
+@pytest.mark.parametrize("method", range(5))
+def test_bytes_of_every_method(speech, program, method):
+    assert files(nalveo.analyze(speech, 16000, method=method)) == \
+        program(speech, f"--ccmeth={method}")
+
+
+@pytest.mark.parametrize("settings, options", [
+    ({"refine": 5}, ["--f0acc=5"]),
+    ({"refine": 1, "method": "quasi", "hop_length": 400}, ["--f0acc=1", "--ccmeth=2",
+                                                           "--lframe=400"]),
+    ({"frame_period": 10}, ["--lframe=160"]),
+    ({"hop_length": 111, "order": 24}, ["--lframe=111", "--ccord=24"]),
+    ({"order": 0, "frame_period": 20}, ["--ccord=0", "--lframe=320"]),
+    ({"alpha": 0.35, "scale": "plain"}, ["--alpha=0.35", "--htsscale=0"]),
+    ({"alpha": 0, "order": 59, "method": 3}, ["--alpha=0", "--ccord=59", "--ccmeth=3"]),
+    ({"f0_floor": 80, "f0_ceil": 300}, ["--f0min=80", "--f0max=300"]),
+    ({"zfill": 0}, ["--zfill=0"]),
+    ({"zfill": 20, "method": "seevoc"}, ["--zfill=20", "--ccmeth=4"])])
+def test_bytes_of_settings(speech, program, settings, options):
+    expected = program(speech, *options)
+    assert files(nalveo.analyze(speech, 16000, **settings)) == expected
+    # Digital silence a second time: its noise begins anew.
+    assert files(nalveo.analyze(speech, 16000, **settings)) == expected
+
+
+@pytest.mark.parametrize("refine", (0, 3))
+def test_bytes_with_loaded_f0(speech, program, refine):
+    lf0 = np.full(300, np.log(117.3), np.float32)
+    lf0[::7] = -1e10
+    lf0[100:110] = np.log(90.1)
+    loaded = nalveo.analyze(speech, 16000, f0=nalveo.f0_from_log(lf0), refine=refine)
+    expected = program(speech, "--f0load=1", f"--f0acc={refine}", lf0=lf0)
+    if refine == 0:
+        assert expected[0] == lf0.tobytes()
+        expected[0] = files(loaded)[0]  # the program leaves the file as it was
+    assert files(loaded) == expected
+
+
+def test_single_steps(speech):
+    whole = nalveo.analyze(speech, 16000, refine=2)
+    f0 = nalveo.f0(speech, 16000)
+    mvf = nalveo.mvf(speech, 16000, f0)
+    refined = nalveo.refine_f0(speech, 16000, f0, mvf, iterations=2)
+    mcep = nalveo.mcep(speech, 16000, refined)
+    assert same((refined, mcep, mvf), whole)
+    assert not np.array_equal(f0, refined)
+    assert np.array_equal((f0 > 0), (refined > 0))
+    # Without the track of the band, harmonics count up to 4500 Hz.
+    assert not np.array_equal(nalveo.refine_f0(speech, 16000, f0, iterations=2), refined)
+
+
+def test_result_tells_its_settings(speech):
+    analysis = nalveo.analyze(speech, 16000, hop_length=100, order=20, method="seevoc")
+    f0, mcep, mvf = analysis
+    assert f0 is analysis.f0 and mcep is analysis.mcep and mvf is analysis.mvf
+    assert f0.shape == mvf.shape == (240,) and mcep.shape == (240, 21)
+    assert f0.dtype == mcep.dtype == mvf.dtype == np.float64
+    np.testing.assert_allclose(analysis.temporal_positions, np.arange(240) * 100 / 16000)
+    assert (analysis.fs, analysis.hop_length, analysis.frame_period) == (16000, 100, 6.25)
+    assert (analysis.alpha, analysis.order, analysis.scale) == (0.42, 20, "hts")
+    assert analysis.settings["method"] == 4 and analysis.settings["f0_given"] is False
+    for copied in (pickle.loads(pickle.dumps(analysis)), copy.deepcopy(analysis),
+                   analysis._replace(scale="plain")._replace(scale="hts")):
+        assert same(copied, analysis)
+        assert vars(copied) == vars(analysis)
+
+
+def test_methods_by_name(speech):
+    for number, name in enumerate(("harmonic", "rdc", "quasi", "pitch-window", "seevoc")):
+        settings = {"frame_period": 50, "f0": np.full(30, 120.0)}
+        assert same(nalveo.analyze(speech, 16000, method=name, **settings),
+                    nalveo.analyze(speech, 16000, method=np.int64(number), **settings))
+
+
+def test_caller_arrays_stay_as_they_are(speech):
+    x = speech / 32768
+    f0 = nalveo.f0(x, 16000)
+    kept = x.copy(), f0.copy()
+    for array in (x, f0):
+        array.flags.writeable = False
+    nalveo.analyze(x, 16000, f0=f0, refine=2)
+    nalveo.refine_f0(x, 16000, f0)
+    assert same((x, f0), kept)
+
+
+def test_threads_give_the_serial_bytes(speech):
+    jobs = [(method, refine) for method in range(5) for refine in (0, 1)] * 2
+
+    def work(job):
+        return nalveo.analyze(speech, 16000, method=job[0], refine=job[1], hop_length=400)
+    serial = [work(job) for job in jobs]
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        parallel = list(pool.map(work, jobs))
+    assert all(same(a, b) for a, b in zip(serial, parallel))
+
+
+def _analyze_median(samples):
+    return float(np.median(nalveo.analyze(samples, 16000, hop_length=800).mcep))
+
+
+def test_use_after_fork(speech):
+    here = _analyze_median(speech)
+    with multiprocessing.get_context("fork").Pool(2) as pool:
+        assert pool.map(_analyze_median, [speech] * 4) == [here] * 4
+
+
+def test_nothing_is_printed_and_nothing_but_numpy_imported():
+    code = """
+import sys, numpy
+def modules():
+    return {name.partition('.')[0] for name in sys.modules}
+before = modules() | set(sys.stdlib_module_names)
+import nalveo
+nalveo.analyze([0.0] * 4000, 16000)
+assert modules() - before == {'nalveo'}, modules() - before
+"""
+    if not hasattr(sys, "stdlib_module_names"):
+        pytest.skip("Python 3.9 does not list its modules")
+    done = subprocess.run([sys.executable, "-c", code], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False)
+    assert (done.returncode, done.stdout) == (0, "")

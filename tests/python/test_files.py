@@ -1,0 +1,148 @@
+"""Files: the program's, archives, Praat's pitch tiers; whole or not there."""
+
+import os
+import stat
+
+import numpy as np
+import pytest
+
+import nalveo
+
+
+def same(a, b):
+    return all(np.array_equal(x, y, equal_nan=True) for x, y in zip(a, b))
+
+
+@pytest.fixture
+def analysis(speech):
+    return nalveo.analyze(speech, 16000, hop_length=100, order=24, alpha=0.35)
+
+
+def test_files_of_the_program(speech, program, tmp_path):
+    expected = program(speech)
+    nalveo.write(tmp_path / "ours", nalveo.analyze(speech, 16000))
+    names = [tmp_path / f"ours.{ending}" for ending in ("lf0", "mcc", "mvf")]
+    assert [name.read_bytes() for name in names] == expected
+    back = nalveo.read(tmp_path / "ours", order=39)
+    nalveo.write(tmp_path / "again", back)
+    assert [(tmp_path / f"again.{ending}").read_bytes()
+            for ending in ("lf0", "mcc", "mvf")] == expected
+    # What was read goes into an analysis as with f0load.
+    assert np.float32(nalveo.analyze(speech, 16000, f0=back.f0).mcep).tobytes() == \
+        program(speech, "--f0load=1", lf0=nalveo.log_f0(back.f0))[1]
+    os.remove(names[2])
+    without = nalveo.read(tmp_path / "ours")
+    assert np.isnan(without.mvf).all() and same(without[:2], back[:2])
+    nalveo.write(tmp_path / "without", without)
+    assert sorted(p.name for p in tmp_path.glob("without*")) == ["without.lf0", "without.mcc"]
+
+
+def test_archives_tell_everything(analysis, tmp_path):
+    grid = nalveo.to_grid(analysis, 256, 22050, 100)
+    for number, kept in enumerate((analysis, grid)):
+        nalveo.write(tmp_path / f"{number}.npz", kept)
+        back = nalveo.read(str(tmp_path / f"{number}.npz"), alpha=0.1, fs=48000)
+        assert same(back, kept)
+        for name in ("fs", "hop_length", "frame_period", "alpha", "order", "scale"):
+            assert getattr(back, name) == getattr(kept, name), name
+        assert np.array_equal(back.temporal_positions, kept.temporal_positions)
+    with np.load(tmp_path / "0.npz") as plain:  # without nalveo
+        assert plain["alpha"] == 0.35 and plain["order"] == 24 and plain["fs"] == 16000
+        assert plain["frame_period"] == 6.25
+
+
+def test_writing_is_whole_or_not_at_all(analysis, tmp_path, monkeypatch):
+    nalveo.write(tmp_path / "a", analysis)
+    before = {path.name: path.read_bytes() for path in tmp_path.iterdir()}
+    spoilt = analysis._replace(mcep=np.where(analysis.mcep == analysis.mcep.max(), np.nan,
+                                             analysis.mcep))
+    with pytest.raises(ValueError, match="mcep of frame"):
+        nalveo.write(tmp_path / "a", spoilt)
+    with pytest.raises(ValueError, match="shapes"):
+        nalveo.write(tmp_path / "a", analysis._replace(f0=analysis.f0[1:]))
+    monkeypatch.setattr(os, "replace", lambda *_: (_ for _ in ()).throw(OSError("disk full")))
+    for name in ("a", "a.npz"):
+        with pytest.raises(OSError, match="disk full"):
+            nalveo.write(tmp_path / name, analysis)
+    assert {path.name: path.read_bytes() for path in tmp_path.iterdir()} == before
+    monkeypatch.undo()
+    with pytest.raises(OSError):
+        nalveo.write(tmp_path / "none" / "a", analysis)
+    # A link stays one, a device is not replaced.
+    (tmp_path / "link.lf0").symlink_to(tmp_path / "a.lf0")
+    nalveo.write(tmp_path / "link", analysis)
+    assert (tmp_path / "link.lf0").is_symlink()
+    nalveo.write_pitchtier("/dev/null", analysis)
+    assert stat.S_ISCHR(os.stat("/dev/null").st_mode)
+
+
+def test_refusals(analysis, tmp_path):
+    stem = tmp_path / "a"
+    nalveo.write(stem, analysis)
+    with pytest.raises(ValueError, match="order 24, not 39"):
+        nalveo.read(stem, order=39)
+    (tmp_path / "a.mvf").write_bytes(b"\0" * 8)
+    with pytest.raises(ValueError, match="a.mvf holds 2 values"):
+        nalveo.read(stem)
+    (tmp_path / "a.mvf").write_bytes(b"\0" * 7)
+    with pytest.raises(ValueError, match="7 bytes"):
+        nalveo.read(stem)
+    (tmp_path / "a.mvf").unlink()
+    data = (tmp_path / "a.mcc").read_bytes()
+    (tmp_path / "a.mcc").write_bytes(data[:-4])
+    with pytest.raises(ValueError, match=r"order \+ 1 values to one"):
+        nalveo.read(stem)
+    (tmp_path / "a.mcc").write_bytes(b"\xff" * len(data))
+    with pytest.raises(ValueError, match="mcep of frame 0 holds nan"):
+        nalveo.read(stem)
+    with pytest.raises(FileNotFoundError):
+        nalveo.read(tmp_path / "none")
+
+    archive = tmp_path / "a.npz"
+    nalveo.write(archive, analysis)
+    whole = archive.read_bytes()
+    archive.write_bytes(whole[:1000])
+    with pytest.raises(ValueError, match="damaged"):
+        nalveo.read(archive)
+    np.savez(archive, f0=analysis.f0)
+    with pytest.raises(ValueError, match="no archive of nalveo.write"):
+        nalveo.read(archive)
+    np.savez(archive, f0=np.array([{}], dtype=object))  # never unpickled
+    with pytest.raises(ValueError):
+        nalveo.read(archive)
+    with np.load(tmp_path / "a.npz", allow_pickle=True):
+        pass
+    nalveo.write(archive, analysis)
+    members = dict(np.load(archive))
+    for name, value in (("format", 2), ("fs", 1.0), ("hop_length", [0, 1]), ("hop_length", [1, 0]),
+                        ("alpha", 3.0), ("scale", "x"), ("f0", np.zeros(3))):
+        np.savez(archive, **{**members, name: value})
+        with pytest.raises(ValueError):
+            nalveo.read(archive)
+
+
+def test_pitch_tiers(analysis, tmp_path):
+    path = tmp_path / "a.PitchTier"
+    nalveo.write_pitchtier(path, analysis)
+    times, f0 = nalveo.read_pitchtier(path)
+    voiced = analysis.f0 > 0
+    assert np.array_equal(times, analysis.temporal_positions[voiced])
+    assert np.array_equal(f0, analysis.f0[voiced])
+    assert path.read_text().splitlines()[0] == 'File type = "ooTextFile"'
+    # Back on the grid, with the voicing it had.
+    assert np.array_equal(nalveo.read_pitchtier(path, analysis.temporal_positions)[1], analysis.f0)
+
+    short = 'File type = "ooTextFile"\nObject class = "PitchTier"\n\n0\n2\n3\n.5\n1e2\n0.51\n120\n1.5\n90\n'
+    for text, encoding in ((short, "utf-8"), (short, "utf-16")):
+        path.write_text(text, encoding=encoding)
+        assert [array.tolist() for array in nalveo.read_pitchtier(path)] == \
+            [[0.5, 0.51, 1.5], [100, 120, 90]]
+    wanted = [0.4, 0.5, 0.505, 0.7, 1.5, 1.6]
+    assert nalveo.read_pitchtier(path, wanted)[1].tolist() == [0, 100, 110, 0, 90, 0]
+    for wrong, told in ((short.replace("PitchTier", "Pitch"), "no pitch tier"), ("RIFF", "no pitch"),
+                        (short.replace("\n3\n", "\n4\n"), "number of points"),
+                        (short.replace("0.51", "0.49"), "out of order"),
+                        (short.replace("120", "-120"), "above 0")):
+        path.write_text(wrong)
+        with pytest.raises(ValueError, match=told):
+            nalveo.read_pitchtier(path)
