@@ -10,7 +10,8 @@ trap 'rm -rf "$root"' EXIT
 mkdir -p "$root"/var/lib/dpkg/{info,updates,triggers}
 touch "$root"/var/lib/dpkg/{status,available}
 # What they depend on is another matter: apt has resolved that in the step before.
-dpkg --root="$root" --force-depends --log=/dev/null --install "$packages"/*.deb 2>/dev/null
+# An empty root has no shell, so that the maintainer scripts run outside.
+dpkg --root="$root" --force-depends --force-script-chrootless --log=/dev/null --install "$packages"/*.deb 2>/dev/null
 
 ldd "$root/usr/bin/nalveo16" | grep -oE '/[^ ]+' | while read -r library; do
     mkdir -p "$root${library%/*}"
@@ -20,7 +21,7 @@ cp examples/sample.wav "$root/sample.wav"
 chroot "$root" /usr/bin/nalveo16 | grep -q '=== NALVEO16 v'
 said=$(chroot "$root" /usr/bin/nalveo16 sample.wav sample.lf0 sample.mcc sample.mvf)
 [[ -z $said && $(wc -c <"$root/sample.mcc") -eq $((558 * 40 * 4)) ]]
-dpkg --root="$root" --log=/dev/null --purge \
+dpkg --root="$root" --force-script-chrootless --log=/dev/null --purge \
     nalveo16 python3-nalveo libnalveo-dev libnalveo0
 left=$(find "$root" -name '*nalveo*')
 [[ -z $left ]] || { echo "not removed: $left" >&2; exit 1; }
