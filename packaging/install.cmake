@@ -62,14 +62,25 @@ install(TARGETS nalveoshared EXPORT nalveo
     LIBRARY COMPONENT library NAMELINK_COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/nalveo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-foreach(header
-        analysis/ccanalysis analysis/fvanalysis analysis/harmonicanalysis analysis/pitchanalysis
-        analysis/spectralanalysis driver/conditioning driver/paramread io/fdoubleio io/wavm1616io
-        numeric/aligned numeric/dft numeric/matvect numeric/polynom numeric/windowing)
-    get_filename_component(folder ${header} DIRECTORY)
-    install(FILES src/${header}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo/${folder}
-        COMPONENT development)
-endforeach()
+# Headers that these include go along.
+set(headers analysis/ccanalysis.h analysis/fvanalysis.h analysis/harmonicanalysis.h
+    analysis/pitchanalysis.h analysis/spectralanalysis.h driver/conditioning.h driver/paramread.h
+    io/fdoubleio.h io/wavm1616io.h numeric/dft.h numeric/matvect.h numeric/polynom.h
+    numeric/windowing.h)
+set(installed)
+while(headers)
+    list(POP_FRONT headers header)
+    if(NOT header IN_LIST installed)
+        list(APPEND installed ${header})
+        get_filename_component(folder ${header} DIRECTORY)
+        install(FILES src/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nalveo/${folder}
+            COMPONENT development)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS src/${header})
+        file(STRINGS src/${header} included REGEX "^#include \"")
+        list(TRANSFORM included REPLACE "#include \"(.*)\".*" "\\1")
+        list(APPEND headers ${included})
+    endif()
+endwhile()
 # Paths from where the file is, so that the tree can be moved.
 file(RELATIVE_PATH pctoprefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${packaging}/nalveo.pc.in nalveo.pc @ONLY)

@@ -12,11 +12,10 @@ mkdir -p "$folder/clone"
 rm -f "$folder"/clone/python/nalveo/libnalveo.so*
 
 cd "$folder"
-/usr/bin/python3 -m pip wheel --quiet --no-build-isolation --no-deps --no-index -w . ./clone
-wheels=(nalveo-*.whl)
-[[ ${wheels[*]} == nalveo-*-py3-none-linux_*.whl ]] || { echo "wheel: ${wheels[*]}" >&2; exit 1; }
-/usr/bin/python3 -m pip install --quiet --no-deps --no-index --target site "${wheels[0]}"
-[[ -f site/nalveo/py.typed ]] || { echo "py.typed is missing" >&2; exit 1; }
+pip() { /usr/bin/python3 -m pip --quiet "$@"; }
+(cd clone && pip install --no-build-isolation . --no-deps --no-index --target ../site)
+grep -q '^Tag: py3-none-linux_' site/nalveo-*.dist-info/WHEEL
+[[ -f site/nalveo/py.typed ]]
 
 PYTHONPATH=site /usr/bin/python3 - <<'EOF'
 import importlib.metadata
