@@ -81,13 +81,18 @@ TEST(elementary, manyexponentialsareasonebyone) {
     EXPECT_TRUE(std::isnan(odd[0]) && odd[1] == 0.0 && std::isinf(odd[2]) && odd[3] == 1.0);
 }
 
-TEST(elementary, manylogarithmsareasonebyone) {
+TEST(elementary, manylogarithmsandpowersareasonebyone) {
     for (std::size_t n = 0; n < 40; ++n) {
         std::vector<double> values(n);
         for (std::size_t i = 0; i < n; ++i)
             values[i] = std::ldexp(static_cast<double>(i), 1 - 20 * static_cast<int>(i));
         std::vector<double> logs = values;
         logarithms(logs.data(), n);
-        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(logs[i], logarithm(values[i])) << i;
+        std::vector<double> roots = values;
+        powers(roots.data(), n, 0.5);
+        for (std::size_t i = 0; i < n; ++i) {
+            EXPECT_EQ(logs[i], logarithm(values[i])) << i;
+            EXPECT_EQ(roots[i], power(values[i], 0.5)) << i;
+        }
     }
 }

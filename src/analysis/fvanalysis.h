@@ -1,7 +1,7 @@
 /// Maximum voiced frequency: up to where the spectrum of a voiced frame is harmonic. Above it, a
 /// vocoder synthesises noise.
 ///
-/// What getfvoicing and medianfilt cannot get memory for they report by throwing std::bad_alloc.
+/// What these routines cannot get memory for they report by throwing std::bad_alloc.
 
 #pragma once
 

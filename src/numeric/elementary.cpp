@@ -240,4 +240,10 @@ void logarithms(double *values, std::size_t n) { runwidest<logarithmkernel>(valu
 
 double power(double x, double p) { return exponential(p * logarithm(x)); }
 
+void powers(double *values, std::size_t n, double p) {
+    logarithms(values, n);
+    for (std::size_t i = 0; i < n; ++i) values[i] *= p;
+    exponentials(values, n);
+}
+
 }  // namespace nalveo

@@ -43,4 +43,11 @@ void logarithms(double *values, std::size_t n);
 /// exponent of the result, by a unit in the last place per factor of e.
 double power(double x, double p);
 
+/// Replaces n values by their powers, each exactly as power gives it.
+///
+/// \param[in,out] values  [n] values from 0 on
+/// \param[in]     n       number of values
+/// \param[in]     p       exponent
+void powers(double *values, std::size_t n, double p);
+
 }  // namespace nalveo
