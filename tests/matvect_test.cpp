@@ -9,8 +9,6 @@
 
 #include "testsignals.h"
 
-using namespace nalveo;
-
 namespace {
 
 using reals = std::vector<double>;
@@ -110,33 +108,6 @@ TEST_P(inverses, gauss) {
     }
 }
 
-TEST_P(inverses, arenotneededtosolve) {
-    const std::uint32_t n = GetParam() | 1u, k = n / 2;
-    reals t = whitenoise(n, 1.0, 9), even = whitenoise(n, 1.0, 10), odd = whitenoise(n, 1.0, 11);
-    t[0] = 2.0 * n;
-    odd[k] = 0.0;
-    for (std::size_t i = 0; i < k; ++i) {
-        even[i] = even[n - 1 - i];
-        odd[i] = -odd[n - 1 - i];
-    }
-    const reals a = toeplitz(t), re = densesolve(a, even, n), im = densesolve(a, odd, n);
-    reals foundre(even.begin() + k, even.end()), foundim(odd.begin() + k, odd.end());
-    reals work(toeplitzworkspace(k), nan);
-    ASSERT_EQ(toeplitzsolve(k, t.data(), foundre.data(), foundim.data(), work.data()), 0);
-    expectclose(foundre, reals(re.begin() + k, re.end()), 1e-14);
-    expectclose(foundim, reals(im.begin() + k, im.end()), 1e-14);
-
-    const std::size_t stride = (n + 8) / 8 * 8;  // leaves room for the right-hand side
-    reals augmented(n * stride), x(n);
-    for (std::size_t i = 0; i < n; ++i) {
-        std::copy_n(a.begin() + static_cast<std::ptrdiff_t>(i * n), n, &augmented[i * stride]);
-        std::fill_n(&augmented[i * stride], i, 99.0);  // not to count
-        augmented[i * stride + n] = even[i];
-    }
-    EXPECT_GT(choleskysolve(n, augmented.data(), stride, x.data()), 0.0);
-    expectclose(x, re, 1e-14);
-}
-
 TEST_P(inverses, andproductssuminorder) {
     const std::uint32_t n = GetParam(), m = n + 3;
     const reals a = whitenoise(std::size_t{n} * m, 1.0, 12), b = whitenoise(a.size(), 1.0, 13),
@@ -155,6 +126,54 @@ TEST_P(inverses, andproductssuminorder) {
 }
 
 INSTANTIATE_TEST_SUITE_P(orders, inverses, testing::Values(1, 2, 3, 4, 7, 10, 16, 53, 120));
+
+TEST(leastsquares, withapenaltyfitasdoesatallersystem) {
+    constexpr std::uint32_t m = 9, n = 4, k = 2;
+    const reals a = whitenoise(m * n, 1.0, 14), b = whitenoise(m * k, 1.0, 15);
+    for (const std::int16_t regularise : {std::int16_t{0}, std::int16_t{1}}) {
+        // A penalty of d^2 on unknown i is one more equation, d x(i) = 0: 8 pi^2 0.0002 i^2.
+        constexpr double pi = 3.141592653589793;
+        reals normal(n * n), right(n * k);
+        for (std::size_t i = 0; i < n; ++i) {
+            for (std::size_t r = 0; r < m; ++r) {
+                for (std::size_t j = 0; j < n; ++j)
+                    normal[i * n + j] += a[r * n + i] * a[r * n + j];
+                for (std::size_t j = 0; j < k; ++j) right[i * k + j] += a[r * n + i] * b[r * k + j];
+            }
+            normal[i * (n + 1)] += regularise * 8.0 * pi * pi * 0.0002 * static_cast<double>(i * i);
+        }
+        const reals wanted = densesolve(normal, right, n, k);
+        reals x(n * k), work((k + 2 * n) * n);
+        for (double *const scratch : {work.data(), static_cast<double *>(nullptr)}) {
+            ASSERT_EQ(solveleastsquares(a.data(), b.data(), x.data(), m, n, k, scratch, regularise),
+                      0);
+            expectclose(x, wanted, 1e-9);  // the constant in use has eight digits
+        }
+    }
+    const reals twins = {1, 1, 2, 2, 3, 3};
+    reals x = {7, 8};
+    EXPECT_EQ(solveleastsquares(twins.data(), b.data(), x.data(), 3, 2, 1, nullptr, 0), -1);
+    EXPECT_EQ(x, (reals{7, 8}));
+}
+
+TEST(copies, fillscaleandtranspose) {
+    reals a(6, nan);
+    EXPECT_EQ(initializemat(a.data(), 5, 2.5), 0);
+    EXPECT_EQ(std::count(a.begin(), a.end(), 2.5), 5);
+    EXPECT_TRUE(std::isnan(a[5]));
+    const reals source = {1, 2, 3, 4, 5, 6};
+    for (const double scale : {1.0, -1.0, 2.5, 0.0}) {
+        reals same(6, nan), turned(6, nan), sum(6, 10.0);
+        copymatwtr(same.data(), source.data(), 2, 3, 0, scale);
+        copymatwtr(turned.data(), source.data(), 3, 2, 1, scale);
+        addmat(sum.data(), source.data(), 6, scale);
+        for (std::size_t i = 0; i < 6; ++i) {
+            EXPECT_EQ(same[i], scale * source[i]);
+            EXPECT_EQ(turned[i % 3 * 2 + i / 3], scale * source[i]);
+            EXPECT_EQ(sum[i], 10.0 + scale * source[i]);
+        }
+    }
+}
 
 TEST(inverses, failwheretheyshould) {
     double out[9];
@@ -175,26 +194,9 @@ TEST(inverses, failwheretheyshould) {
     EXPECT_EQ(toeplitzsiminv(3, toeplitz({1, -1, 0}).data(), out), 0);
     EXPECT_EQ(toeplitzsiminv(2, minus.data(), out), 0);
     EXPECT_FALSE(std::isfinite(out[0]));
-    reals ones(3, 1.0), centre(2), wide(16, 1.0), work(toeplitzworkspace(1));
-    EXPECT_EQ(toeplitzsolve(1, ones.data(), centre.data(), centre.data(), work.data()), -1);
-    EXPECT_EQ(choleskysolve(0, none.data(), 8, out), 0.0);
-    EXPECT_EQ(choleskysolve(2, wide.data(), 8, out), 0.0);
-    wide[0] = -1.0;
-    EXPECT_EQ(choleskysolve(2, wide.data(), 8, out), 0.0);
     EXPECT_EQ(simgaussinv(0, none.data(), out), -1);
     EXPECT_EQ(simgaussinv(1, none.data(), out), -1);
     EXPECT_EQ(simgaussinv(3, column.data(), out), -1);
-}
-
-TEST(choleskysolvepossible, leavesoutunknownswithoutapositivepivot) {
-    // The second unknown repeats the first one, then contradicts it; the third stands alone.
-    for (const double diagonal : {1.0, 0.5}) {
-        reals a(24), x(3);
-        a[0] = 4.0, a[1] = 2.0, a[9] = diagonal, a[18] = 3.0;
-        a[3] = 2.0, a[11] = 1.0, a[19] = 6.0;
-        choleskysolvepossible(3, a.data(), 8, x.data());
-        expectclose(x, {0.5, 0.0, 2.0}, 1e-15);
-    }
 }
 
 }  // namespace

@@ -8,9 +8,11 @@
 
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
+#include "numeric/cholesky.h"
 #include "numeric/elementary.h"
 #include "numeric/matvect.h"
 #include "numeric/phasor.h"
+#include "numeric/products.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"

@@ -4,9 +4,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "numeric/cholesky.h"
 #include "numeric/elementary.h"
 #include "numeric/matvect.h"
 #include "numeric/phasor.h"
+#include "numeric/products.h"
+#include "numeric/toeplitz.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"

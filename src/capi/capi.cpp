@@ -17,7 +17,7 @@
 #include "driver/conditioning.h"
 #include "nalveo.h"
 #include "numeric/aligned.h"
-#include "numeric/matvect.h"
+#include "numeric/products.h"
 #include "simd/vectors.h"
 #include "synthesis/synthesis.h"
 

@@ -1,9 +1,12 @@
-/// Dense matrix and vector routines over plain arrays of doubles.
+/// Dense matrix and vector routines over plain arrays of doubles, in their plain forms: what they do
+/// is what one reads. The program takes copies, medians and the smoothness penalty from here; its
+/// large products and systems go through numeric/products.h, numeric/toeplitz.h and
+/// numeric/cholesky.h, which tests hold against the routines of this module.
 ///
 /// A matrix is one contiguous array in row-major order: element (i, j) of a matrix with c columns
 /// is at i c + j. Dimensions are passed separately. The caller owns every array; no routine keeps a
-/// pointer. Only choleskyinvdet (to keep its input) and solveleastsquares (without a workspace)
-/// allocate, for their own duration.
+/// pointer. Only choleskyinvdet (to keep its input), toeplitzsiminv and solveleastsquares (without a
+/// workspace) allocate, for their own duration; they throw std::bad_alloc when there is no memory.
 
 #pragma once
 
@@ -42,29 +45,6 @@ int addmat(double *destination, const double *source, std::uint32_t count, doubl
 /// \param[in]  scale        exactly 0 clears, exactly -1 negates, anything else multiplies
 int copymatwtr(double *destination, const double *source, std::uint32_t rows, std::uint32_t cols,
                std::uint8_t transpose, double scale);
-
-namespace nalveo {
-
-/// Product of a row vector and a matrix, out(j) = sum over i of x(i) a(i, j), i in ascending order.
-///
-/// \param[in]  x    [m]
-/// \param[in]  a    [m x n]
-/// \param[in]  m    length of x, rows of A
-/// \param[in]  n    columns of A, a multiple of vectorlength
-/// \param[out] out  [n]; must not overlap x or a
-void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out);
-
-/// Upper triangle and diagonal of G = C^T C, the inner products of the columns of C. Each is summed
-/// in ascending order of the rows.
-///
-/// \param[in]  c     [m x n]
-/// \param[in]  m     rows of C
-/// \param[in]  n     columns of C, a multiple of 2 vectorlength
-/// \param[in]  rows  rows of G that are wanted; a multiple of 4, at most n
-/// \param[out] gram  [rows x n]; left of the diagonal there are numbers of no meaning
-void grammatrix(const double *c, std::size_t m, std::size_t n, std::size_t rows, double *gram);
-
-}  // namespace nalveo
 
 /// Product C = A B that is known to be symmetric or antisymmetric. Returns 0.
 ///
@@ -128,56 +108,15 @@ double medianelem(double *a, std::uint32_t n);
 [[nodiscard]] double choleskyinvdet(std::uint32_t n, double *a, double *inverse,
                                     std::int16_t keepinput);
 
-namespace nalveo {
-
-/// Solution of A x = b for a symmetric positive-definite A, by Cholesky factors.
-///
-/// \param[in]     n       order
-/// \param[in,out] a       [n x stride] rows of A, of which the diagonal and the upper triangle
-///                        count, with b in column n; destroyed. What is not a number makes x so
-/// \param[in]     stride  columns of the array, a multiple of vectorlength and above n
-/// \param[out]    x       [n]
-/// \return the determinant of A, or 0 when n is 0, a pivot is negative or the determinant is
-///         exactly 0; x is then as it was
-[[nodiscard]] double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x);
-
-/// The same for a matrix that may be singular to within rounding: an unknown whose pivot is not above
-/// 0 is left out, which is to say that its x is 0.
-void choleskysolvepossible(std::uint32_t n, double *a, std::size_t stride, double *x);
-
-/// Solution of T x = b for a symmetric Toeplitz matrix of odd order 2k + 1 and a right-hand side
-/// that is conjugate-symmetric about its centre, as the solution then is.
-///
-/// Levinson's recursion over the leading submatrices, with the same failure test as toeplitzsiminv.
-/// Each second order embeds the problem of one entry more on either side of the centre, so that the
-/// real parts stay even, the imaginary parts odd, and only entries from the centre on are kept.
-///
-/// \param[in]     k     entries on each side of the centre
-/// \param[in]     t     [2k + 1] first row of T
-/// \param[in,out] re    [k + 1] real parts of b, then of x, from the centre on
-/// \param[in,out] im    [k + 1] imaginary parts; entry 0 counts as 0
-/// \param[out]    work  [toeplitzworkspace(k)] scratch
-/// \return 0, or -1 when a reflection coefficient is exactly +1; re and im are then unusable
-[[nodiscard]] int toeplitzsolve(std::uint32_t k, const double *t, double *re, double *im,
-                                double *work);
-
-/// Doubles of scratch that toeplitzsolve needs.
-std::size_t toeplitzworkspace(std::uint32_t k);
-
-}  // namespace nalveo
-
 /// Inverse of a symmetric Toeplitz matrix.
 ///
-/// The first column of the inverse comes from Levinson's recursion over the leading submatrices,
-/// the rest from it by Trench's formula, and the last row and column by bordering, so that the cost
-/// is of order n^2.
-/// N. Levinson, "The Wiener RMS (root mean square) error criterion in filter design and
-/// prediction", J. Math. Phys. 25, 1947; W. F. Trench, "An algorithm for the inversion of finite
-/// Toeplitz matrices", J. SIAM 12(3), 1964.
+/// By bordering, from one leading submatrix to the next: Levinson's recursion gives the solutions for
+/// its first and last unit vector, the inverse follows from them. N. Levinson, "The Wiener RMS (root
+/// mean square) error criterion in filter design and prediction", J. Math. Phys. 25, 1947.
 ///
 /// \param[in]  n        order
 /// \param[in]  t        [n x n], taken to be symmetric Toeplitz without a check; only T(0, 0) and
-///                      the last row of the strict lower triangle are read
+///                      the strict lower triangle are read
 /// \param[out] inverse  [n x n], symmetric to rounding; must not overlap t
 /// \return 0, or -1 when n is 0, when n is 1 and T(0, 0) is 0, or when a reflection coefficient is
 ///         exactly +1; the inverse is then unusable. A coefficient of -1, which is as singular, is
@@ -205,8 +144,8 @@ constexpr double smoothnesspenalty = 0.015791367;
 /// Linear least squares by the normal equations, with an optional smoothness penalty.
 ///
 /// With the penalty this is the solver of the regularised discrete cepstrum, in which the element
-/// with index 0 goes free. Cappé & Moulines, "Regularization
-/// techniques for discrete cepstrum estimation", IEEE SPL 3(4), 1996.
+/// with index 0, the level, is not penalised. Cappé & Moulines, "Regularization techniques for
+/// discrete cepstrum estimation", IEEE SPL 3(4), 1996.
 ///
 /// \param[in]  a           [m x n] one row per equation
 /// \param[in]  b           [m x k] right-hand sides

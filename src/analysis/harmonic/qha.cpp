@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "numeric/matvect.h"
+#include "numeric/cholesky.h"
 #include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
