@@ -37,8 +37,8 @@ class PageTest(unittest.TestCase):
         shutil.copy(SAMPLE, "a<b>&amp; @data@.wav")
         subprocess.run(["nalveo16", "a<b>&amp; @data@.wav", "f", "c", "v"], check=True)
         shutil.copy("f", "<!--<script>")
-        subprocess.run(["nalveo16-plot", "a<b>&amp; @data@.wav", "--html", "page.html", "--lf0", "f",
-                        "--lf0", "<!--<script>", "--mcc", "c", "--mvf", "v"], check=True)
+        subprocess.run(["nalveo16-plot", "a<b>&amp; @data@.wav", "--html", "page.html", "--lf0",
+                        "f", "--lf0", "<!--<script>", "--mcc", "c", "--mvf", "v"], check=True)
         cls.browser = Browser()
 
     @classmethod
