@@ -106,12 +106,12 @@ class PlotTest(unittest.TestCase):
                 f0, cepstra = tracks.f0[0], tracks.cc[0]
                 if name == "voice":
                     np.testing.assert_allclose(f0[20:-20], F0, rtol=1e-3)
-                    levels = spectra.envelope(cepstra[[100]], args.alpha, args.htsscale, harmonics)
+                    levels = spectra.at(harmonics, spectra.envelope(cepstra[[100]], tracks, 8192))
                     self.assertLess(np.abs(levels[0] - expected).max(), 0.5, options)
                 else:
                     # The logarithm of a periodogram is 2.5 dB below its mean, on average.
-                    levels = spectra.envelope(cepstra[np.isnan(f0)], args.alpha, args.htsscale,
-                                              harmonics)
+                    levels = spectra.at(harmonics,
+                                        spectra.envelope(cepstra[np.isnan(f0)], tracks, 1024))
                     density = 20 * np.log10(0.05 / np.sqrt(16000)) - 2.5
                     self.assertAlmostEqual(levels.mean(), density, delta=1, msg=options)
 
@@ -279,6 +279,12 @@ class PlotTest(unittest.TestCase):
         run = self.run_plot("sample.wav", "other/sample.wav", output="pictures")
         self.assertEqual(run.returncode, 1)
         self.assertIn("would both be drawn in pictures/sample.png", run.stdout)
+        run = subprocess.run([PLOT, "sample.wav", "--show"], check=False, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                             env={name: value for name, value in os.environ.items()
+                                  if name not in ("DISPLAY", "WAYLAND_DISPLAY")})
+        self.assertEqual(run.returncode, 1)
+        self.assertRegex(run.stdout, "^Error: --show finds no display")
         run = self.run_plot("sample.wav", output="none/x.png")
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stdout, "^Error: .*none/")
@@ -382,7 +388,8 @@ class PlotTest(unittest.TestCase):
                 (("--frame", "1e305"), 2, "finite times"),
                 (("--frame", "1", "--span", "0", "1"), 2, "--span has no effect"),
                 (("--span", "2.8", "3"), 1, "there is nothing to draw from 2.8 s on"),
-                (("--ccord=5000",), 1, "nalveo16 says: Error: ccord is 5000, but must be"),
+                (("--ccord=5000",), 1, "ccord is 5000; it must be a whole number from 0 to 511"),
+                (("--f0min=900",), 1, "f0min is 900 and f0max 500 Hz"),
                 (("--mcc", "c", "--ccmeth=2"), 2, "--ccmeth has no effect"),
                 (("--alpha=1",), 2, "alpha between -1 and 1"),
                 (("--size", "3", "3", "--row", "0.9"), 1, "--size is too small"),

@@ -10,5 +10,3 @@ page          the interactive page; page.html, page.css, drawing.js and page.js 
 options       of the program, and which go together
 commandline   outputs and messages
 """
-
-VERSION = "0.99"

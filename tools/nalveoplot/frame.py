@@ -9,14 +9,14 @@ from . import spectra, style
 from .recording import FS, Wrong, escape
 
 
-def distinct(envelopes, number, freqs):
+def distinct(envelopes, number, nfft):
     """(label, levels) of the envelopes of a frame, those that are the same drawn as one.
 
     envelopes  list of (label, tracks, index of the cepstra in them)
     """
     drawn = []
     for label, tracks, index in envelopes:
-        levels = spectra.envelope(tracks.cc[index][[number]], tracks.alpha, tracks.hts, freqs)[0]
+        levels = spectra.envelope(tracks.cc[index][number], tracks, nfft)
         for labels, others in drawn:
             if np.allclose(levels, others, rtol=0, atol=0.001):
                 labels.append(label)
@@ -38,7 +38,7 @@ def draw(figure, args, samples, tracks, envelopes):
     axes = figure.add_subplot()
     axes.plot(freqs / 1000, levels, color="#777777", linewidth=0.9,
               label="spectrum, harmonics scaled to density" if f0 else "spectrum")
-    shown = distinct(envelopes, number, freqs)
+    shown = distinct(envelopes, number, 2 * len(freqs) - 2)
     styles = ((style.VERMILION, "-"), (style.BLUE, "--"), (style.GREEN, "-."),
               (style.PINK, (0, (6, 1))), (style.ORANGE, ":"))
     for (label, envelope), (colour, dashes) in zip(shown, styles):

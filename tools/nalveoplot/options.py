@@ -4,9 +4,9 @@ import argparse
 import math
 import os
 
-from . import VERSION
-from .recording import FS, SHARED
+from .recording import FS, SHARED, Wrong, library
 
+MADE = list(SHARED)[4:]  # without effect on tracks that are there
 ENDINGS = (".png", ".pdf", ".svg", ".html")
 
 
@@ -16,6 +16,16 @@ def ending_of(path):
 
 def is_folder(path):
     return path.endswith("/") or os.path.isdir(path)
+
+
+class Version(argparse.Action):
+    """Tells the version of the analyser that the program works with."""
+
+    def __call__(self, parser, *_):
+        try:
+            parser.exit(message=f"nalveo16-plot {library().__version__}\n")
+        except Wrong as error:
+            parser.error(str(error))
 
 
 def parse(argv):
@@ -48,7 +58,7 @@ def parse(argv):
     add("--dpi", type=float, metavar="N", help="dots per inch (.png 100, images in others 300)")
     add("--partial", action="store_true", help="accept tracks that end before the recording")
     add("--title", metavar="TEXT", help="title of the picture")
-    add("--version", action="version", version=f"nalveo16-plot {VERSION}")
+    add("--version", action=Version, nargs=0, help="tell the version and end")
     tracks = parser.add_argument_group("how the tracks were, or are to be, made")
     add = tracks.add_argument
     add("--lframe", type=int, default=80, metavar="N", help="frame shift in samples (80)")
@@ -56,8 +66,8 @@ def parse(argv):
     add("--alpha", type=float, default=0.42, metavar="A", help="warping factor (0.42)")
     add("--htsscale", type=int, default=1, metavar="N", help="1: cepstra scaled for HTS (1)")
     made = parser.add_argument_group("further options of nalveo16, for tracks that are to be made")
-    for name in SHARED[4:]:
-        made.add_argument("--" + name, metavar="N", help="see nalveo16(1)")
+    for name in MADE:
+        made.add_argument("--" + name, metavar="N", type=SHARED[name][1], help="see nalveo16(1)")
     args = parser.parse_intermixed_args(argv)
     args.output = (args.output or []) + ([args.html] if args.html else [])
     check(parser, args)
@@ -87,7 +97,7 @@ def check(parser, args):
     elif not args.wave:
         parser.error("name a recording, or a table (--corpus TABLE)")
     if args.lf0 or args.mcc or args.mvf:
-        for name in SHARED[4:]:
+        for name in MADE:
             if getattr(args, name) is not None:
                 parser.error(f"--{name} has no effect on tracks that are made already")
         if args.compare:

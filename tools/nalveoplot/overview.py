@@ -128,7 +128,7 @@ def spectrum_lane(samples, tracks, limits, columns, label="spectrogram"):
 
 def envelope_levels(samples, tracks, index, frames, freqs):
     """Levels in dB, [frames x freqs]."""
-    levels = spectra.envelope(tracks.cc[index][frames], tracks.alpha, tracks.hts, freqs)
+    levels = spectra.at(freqs, spectra.envelope(tracks.cc[index][frames], tracks, 2048))
     # Cepstra of digital silence describe the faint noise with which the analyser fills it.
     levels[spectra.silent(samples, frames * tracks.lframe)] = spectra.SILENCE
     return levels

@@ -106,14 +106,6 @@ def convert(path, refusal):
     return samples
 
 
-def write_plain(path, samples):
-    """A WAV file as the analyser takes it."""
-    data = np.round(np.clip(samples, -1, 32767 / 32768) * 32768).astype("<i2").tobytes()
-    with open(path, "wb") as file:
-        file.write(struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16,
-                               1, 1, FS, 2 * FS, 2, 16, b"data", len(data)) + data)
-
-
 # Tracks -------------------------------------------------------------------------------------------
 
 
@@ -153,14 +145,14 @@ class Tracks:
 
     def __init__(self, args, wave, nsamples, lf0=(), mcc=(), mvf=()):
         self.lframe, self.ccord, self.alpha = args.lframe, args.ccord, args.alpha
-        self.hts = args.htsscale == 1
+        self.scale = "hts" if args.htsscale == 1 else "plain"
         self.wave, self.nsamples, self.partial = wave, nsamples, args.partial
         self.nframes = None
         self.names = {"lf0": list(lf0), "mcc": list(mcc), "mvf": list(mvf)}
         self.f0 = [self._f0(path) for path in lf0]
         self.mvf = [self._mvf(path) for path in mvf]
         self.cc = [self._cepstra(path) for path in mcc]
-        self.time = np.arange(self.nframes) * self.lframe / FS
+        self.time = np.arange(self.nframes or 0) * self.lframe / FS
 
     def _track(self, path):
         values = read_floats(path)
@@ -215,29 +207,41 @@ class Tracks:
 
 # Analysing ----------------------------------------------------------------------------------------
 
-# Options that this program shares with the analyser; the first four tell how to read tracks, too.
-SHARED = ("lframe", "ccord", "alpha", "htsscale", "ccmeth", "f0min", "f0max", "f0acc", "zfill")
+# Options of the analyser by which tracks are made, each with its name and its type in the package
+# nalveo. The first four tell how to read tracks, too.
+SHARED = {"lframe": ("hop_length", int), "ccord": ("order", int), "alpha": ("alpha", float),
+          "htsscale": ("scale", lambda one: "hts" if one == 1 else "plain"),
+          "ccmeth": ("method", int), "f0min": ("f0_floor", float), "f0max": ("f0_ceil", float),
+          "f0acc": ("refine", int), "zfill": ("zfill", int)}
+
+
+def library():
+    """The package nalveo, which holds the analyser."""
+    try:
+        import nalveo
+    except ImportError as error:
+        raise Wrong(f"{error}.") from error
+    return nalveo
 
 
 def analyse(args, wave, samples, method=None):
-    """Tracks of a recording by the analyser, with the options that it shares with this program."""
-    beside = os.path.join(os.path.dirname(os.path.realpath(sys.argv[0])), "nalveo16")
-    program = beside if os.access(beside, os.X_OK) else shutil.which("nalveo16")
-    if not program:
-        raise Wrong("the program nalveo16 is not installed, and no tracks are given.")
-    with tempfile.TemporaryDirectory(prefix="nalveo16-plot.") as folder:
-        recording, *names = (os.path.join(folder, name) for name in ("wav", "lf0", "mcc", "mvf"))
-        write_plain(recording, samples)
-        options = {name: getattr(args, name) for name in SHARED}
-        if method is not None:
-            options["ccmeth"] = method
-        command = [program, recording, *names]
-        command += [f"--{name}={value}" for name, value in options.items() if value is not None]
-        run = subprocess.run(command, stdout=subprocess.PIPE, check=False)
-        said = run.stdout.decode(errors="replace").strip().replace(recording, escape(wave))
-        if run.returncode or "Error:" in said or not all(map(os.path.exists, names)):
-            raise Wrong("nalveo16 says: " + (said or f"exit status {run.returncode}"))
-        if said:
-            tell(said)
-        lf0, mcc, mvf = ([name] for name in names)
-        return Tracks(args, wave, len(samples), lf0, mcc, mvf)
+    """Tracks of a recording, made with the options that this program shares with the analyser."""
+    settings = {}
+    for name, (theirs, kind) in SHARED.items():
+        value = method if name == "ccmeth" and method is not None else getattr(args, name)
+        if value is not None:
+            settings[theirs] = kind(value)
+    try:
+        found = library().analyze(samples, FS, **settings)
+    except ValueError as error:
+        text = str(error)
+        for name, (theirs, _) in SHARED.items():
+            text = re.sub(rf"\b{theirs}\b" if "_" in theirs else rf"^{theirs}\b", name, text)
+        raise Wrong(f"could not analyse {wave}: {text}.") from error
+    tracks = Tracks(args, wave, len(samples))
+    tracks.nframes, tracks.time = len(found.f0), found.temporal_positions
+    tracks.f0 = [np.where(found.f0 > 0, found.f0, np.nan)]
+    tracks.mvf = [np.where(found.mvf > 0, found.mvf, np.nan)]
+    tracks.cc = [found.mcep]
+    tracks.names = {"lf0": ["f0"], "mcc": ["envelope"], "mvf": ["mvf"]}
+    return tracks

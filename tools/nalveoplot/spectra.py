@@ -9,7 +9,7 @@ import math
 
 import numpy as np
 
-from .recording import FS
+from .recording import FS, library
 
 RANGE = 70  # dB from the palest to the darkest
 # Rounding to 16 bits alone makes noise of -143 dB per Hz; what lies below this is drawn as silence.
@@ -40,18 +40,23 @@ def decibels(power):
     return 10 * np.log10(power + 1e-20)
 
 
+def at(freqs, table):
+    """Columns of a table, [any x bins] from 0 to FS / 2, between which frequencies in Hz lie."""
+    bins = table.shape[1] - 1
+    place = np.asarray(freqs) * 2 * bins / FS
+    low = np.minimum(place.astype(int), bins - 1)
+    return table[:, low] * (1 - place + low) + table[:, low + 1] * (place - low)
+
+
 def spectrogram(samples, centres, freqs):
     """Levels in dB, [centres x freqs], of 25 ms Hann frames; freqs in Hz."""
     window = np.hanning(403)[1:-1]
-    place = np.asarray(freqs) * 1024 / FS
-    low = np.minimum(place.astype(int), 511)
-    levels = np.empty((len(centres), len(place)))
+    levels = np.empty((len(centres), len(freqs)))
     for start in range(0, len(centres), 1000):  # keeps the memory of an hour at that of a minute
         some = slice(start, start + 1000)
         frames = frames_around(samples, centres[some], len(window)) * window
         power = np.abs(np.fft.rfft(frames, 1024)) ** 2 / (FS * np.sum(window**2))
-        levels[some] = decibels(power[:, low] * (1 - place + low)
-                                + power[:, low + 1] * (place - low))
+        levels[some] = decibels(at(freqs, power))
     return levels
 
 
@@ -60,18 +65,9 @@ def silent(samples, centres):
     return np.ptp(frames_around(samples, centres, 401), axis=1) == 0
 
 
-def envelope(cepstra, alpha, hts, freqs):
-    """Level in dB at some frequencies in Hz of the envelope that each row of cepstra stands for."""
-    omega = 2 * np.pi * np.asarray(freqs) / FS
-    # All-pass warping: Oppenheim and Johnson, "Discrete representation of signals", 1972.
-    warped = np.arctan2((1 - alpha**2) * np.sin(omega), (1 + alpha**2) * np.cos(omega) - 2 * alpha)
-    plain = np.array(cepstra, float)
-    if hts:
-        plain[:, 0] -= 5
-    else:
-        plain[:, 1:] *= 2
-    basis = np.cos(np.outer(np.arange(plain.shape[1]), warped))
-    return 20 / math.log(10) * plain @ basis
+def envelope(cepstra, tracks, nfft):
+    """Levels in dB, [rows of cepstra x nfft / 2 + 1], of envelopes at k FS / nfft."""
+    return library().envelope(cepstra, FS, tracks.alpha, nfft, tracks.scale, unit="db")
 
 
 def frame_spectrum(samples, centre, f0):
