@@ -59,6 +59,6 @@ def error(method, samples, f0):
 
 print("method            0     1     2     3     4")
 for name, f0, noisy in VOICES:
-    samples = voice(f0, noisy)
+    samples = np.round(32768 * voice(f0, noisy)).astype(np.int16)
     errors = [error(method, samples, f0) for method in range(5)]
     print(f"{name:14}" + "".join(f"{value:6.1f}" for value in errors))

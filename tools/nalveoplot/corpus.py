@@ -163,8 +163,8 @@ def draw_panel(axes, beside, panel, table):
     quartiles = np.percentile(values[np.isfinite(values)], (5, 50, 95))
     axes.set_title("5, 50, 95 %: " + ", ".join(map(panel.form.format, quartiles)), fontsize=9,
                    parse_math=False)
-    names = listed([f"{panel.form.format(values[index])}  {shortened(table.names[index])}" for index in far],
-                   NAMED)
+    names = listed([f"{panel.form.format(values[index])}  {shortened(table.names[index])}"
+                    for index in far], NAMED)
     beside.text(0, 1, "\n".join(names) or "no file stands apart", fontsize=8, va="top",
                 color=style.VERMILION if names else "#555555", parse_math=False,
                 transform=beside.transAxes)
