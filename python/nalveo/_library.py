@@ -8,7 +8,7 @@ from __future__ import annotations
 import ctypes
 import pathlib
 import sys
-from ctypes import c_char_p, c_double, c_int, c_size_t, c_uint32, c_void_p
+from ctypes import c_char_p, c_double, c_int, c_size_t, c_uint32, c_uint64, c_void_p
 from typing import Any
 
 NAME = "libnalveo.so.0"
@@ -54,6 +54,8 @@ _PROTOTYPES: dict[str, tuple[Any, list[Any]]] = {
     "nalveo_estimate_cc": (c_int, [*_SIGNAL, _ARRAY, _ARRAY]),
     "nalveo_f0_to_log": (c_int, [_ARRAY, c_size_t, _ARRAY]),
     "nalveo_log_to_f0": (c_int, [_ARRAY, c_size_t, _ARRAY]),
+    "nalveo_synthesise": (c_int, [_ARRAY, _ARRAY, _ARRAY, c_size_t, ctypes.POINTER(Options),
+                                  c_uint64, _ARRAY, c_size_t]),
     "nalveo_envelope": (c_int, [_ARRAY, c_size_t, ctypes.POINTER(Options), _ARRAY, c_size_t,
                                 _ARRAY]),
 }
