@@ -19,7 +19,7 @@ function(nalveo_compress source name)
     set(compressed ${compressed} ${target} PARENT_SCOPE)
 endfunction()
 file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/compressed)
-set(manpages nalveo16 nalveo16-plot nalveo16-corpus)
+set(manpages nalveo16 nalveo16-synth nalveo16-compare nalveo16-plot nalveo16-corpus)
 foreach(page IN LISTS manpages)
     nalveo_compress(${PROJECT_SOURCE_DIR}/man/${page}.1 ${page}.1)
 endforeach()
@@ -30,7 +30,7 @@ add_custom_target(nalveocompressed ALL DEPENDS ${compressed})
 # The program and what people touch around it.
 set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
 install(TARGETS nalveo16 nalveo16-synth COMPONENT program)
-install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus
+install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus tools/nalveo16-compare
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
 install(DIRECTORY tools/nalveoplot DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16
     COMPONENT program PATTERN __pycache__ EXCLUDE)
@@ -38,7 +38,8 @@ foreach(page IN LISTS manpages)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/compressed/${page}.1.gz
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
 endforeach()
-install(FILES completions/nalveo16 completions/nalveo16-plot completions/nalveo16-corpus
+install(FILES completions/nalveo16 completions/nalveo16-synth completions/nalveo16-compare
+    completions/nalveo16-plot completions/nalveo16-corpus
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT program)
 # Below /usr, packages have a folder of zsh's for themselves; elsewhere there is one for the site.
 install(CODE [[

@@ -8,9 +8,9 @@ rm -rf "$prefix" "$build/client"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 doc=$prefix/share/doc/nalveo16
-for file in "$prefix"/bin/nalveo16{,-plot,-corpus} \
-    "$prefix"/share/man/man1/nalveo16{,-plot,-corpus}.1.gz \
-    "$prefix"/share/bash-completion/completions/nalveo16{,-plot,-corpus} \
+for file in "$prefix"/bin/nalveo16{,-synth,-compare,-plot,-corpus} \
+    "$prefix"/share/man/man1/nalveo16{,-synth,-compare,-plot,-corpus}.1.gz \
+    "$prefix"/share/bash-completion/completions/nalveo16{,-synth,-compare,-plot,-corpus} \
     "$prefix"/share/zsh/site-functions/_nalveo16 \
     "$doc"/{copyright,README.md,docs/formats.md,examples/sample.wav,examples/slurm/corpus.sh}; do
     [[ -s $file ]] || { echo "not installed: $file" >&2; exit 1; }

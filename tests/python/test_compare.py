@@ -1,0 +1,126 @@
+"""The comparison tool: tables, totals, what it takes and refuses."""
+
+import json
+import math
+import pathlib
+import subprocess
+
+import numpy as np
+import pytest
+
+import nalveo
+from conftest import write_wave
+
+
+@pytest.fixture(scope="module")
+def signal():
+    t = np.arange(8000) / 16000
+    x = sum(0.05 / k * np.cos(2 * np.pi * 140 * k * t + k * k) for k in range(1, 30))
+    return x + 0.002 * np.random.default_rng(5).standard_normal(t.size)
+
+
+def run(folder, *arguments):
+    return subprocess.run(["nalveo16-compare", *map(str, arguments)], cwd=folder, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+
+
+def rows(result):
+    """The rows of a table by their names, as numbers."""
+    lines = [line.split("\t") for line in result.stdout.splitlines() if line[0] != "#"]
+    return {line[0]: dict(zip(lines[0][1:], map(float, line[1:]))) for line in lines[1:]}
+
+
+def test_recordings_stems_and_archives_are_the_same(tmp_path, signal):
+    samples = np.round(signal * 32768).astype(int)
+    write_wave(tmp_path / "a.wav", samples)
+    analysis = nalveo.analyze(samples / 32768, 16000)
+    nalveo.write(tmp_path / "a", analysis)
+    nalveo.write(str(tmp_path / "a.npz"), analysis)
+    for test in ("a.wav", "a", "a.npz"):
+        result = run(tmp_path, "a.wav", test)
+        assert result.returncode == 0 and result.stderr == ""
+        table = rows(result)
+        assert table[test] == table["TOTAL"]
+        assert table[test]["frames"] == 100
+        assert all(value == 0 for name, value in table[test].items() if name != "frames")
+    assert "# f0_rmse\tHz" in result.stdout
+
+
+def test_folders_pool_their_frames(tmp_path, signal):
+    for side, level in (("ref", 1.0), ("test", 2.0)):
+        (tmp_path / side).mkdir()
+        write_wave(tmp_path / side / "long.wav", signal * level * 8192)
+        nalveo.write(tmp_path / side / "short", nalveo.analyze(signal[:4000] / 4, 16000))
+    result = run(tmp_path, "ref", "test")
+    assert result.returncode == 0
+    table = rows(result)
+    assert list(table) == ["long", "short", "TOTAL"]
+    assert table["long"]["c0_offset"] == pytest.approx(20 * math.log10(2), abs=0.02)
+    assert table["TOTAL"]["frames"] == 150
+    assert table["TOTAL"]["c0_offset"] == pytest.approx(20 * math.log10(2) * 100 / 150, abs=0.02)
+
+    (tmp_path / "ref/long.wav").unlink()
+    lonely = run(tmp_path, "ref", "test")
+    assert lonely.returncode == 1
+    assert lonely.stderr == "Error: long is only in test.\n"
+    assert list(rows(lonely)) == ["short", "TOTAL"]
+
+
+def test_plain_tracks_give_the_same(tmp_path, signal):
+    other = nalveo.analyze(0.5 * signal + 0.01 * np.sin(np.arange(8000)), 16000).mcep
+    for name, scale in (("hts", 1.0), ("plain", 0.5)):
+        analysis = nalveo.analyze(signal, 16000, scale=name)
+        nalveo.write(tmp_path / f"{name}1", analysis)
+        mcep = other * scale
+        mcep[:, 0] = other[:, 0] - (0 if name == "hts" else 5)
+        nalveo.write(tmp_path / f"{name}2", analysis._replace(mcep=mcep))
+    scaled = rows(run(tmp_path, "hts1", "hts2"))["TOTAL"]
+    assert scaled["distortion"] > 0.5
+    assert rows(run(tmp_path, "plain1", "plain2", "--htsscale=0"))["TOTAL"] == scaled
+
+
+def test_json_has_null_for_nothing(tmp_path, signal):
+    analysis = nalveo.analyze(signal, 16000)
+    nalveo.write(tmp_path / "a", analysis)
+    nalveo.write(tmp_path / "silent", analysis._replace(f0=np.zeros(100)))
+    result = run(tmp_path, "a", "silent", "--json")
+    assert result.returncode == 0
+    document = json.loads(result.stdout)
+    assert document["total"]["f0_rmse"] is None
+    assert document["total"]["frames"] == 100
+    assert document["pairs"][0]["name"] == "silent"
+    assert set(document["definitions"]) == set(document["total"])
+
+
+def test_alignment(tmp_path, signal):
+    analysis = nalveo.analyze(signal, 16000)
+    nalveo.write(tmp_path / "a", analysis)
+    slow = np.repeat(np.arange(100), 2)
+    nalveo.write(tmp_path / "b", analysis._replace(**{
+        name: getattr(analysis, name)[slow] for name in ("f0", "mcep", "mvf")}))
+    refused = run(tmp_path, "a", "b")
+    assert refused.returncode == 1
+    assert "lengths may differ by 2 frames at most" in refused.stderr
+    aligned = rows(run(tmp_path, "a", "b", "--align", "dtw"))["TOTAL"]
+    assert aligned["frames"] == 200
+    assert aligned["distortion"] == aligned["f0_rmse"] == 0
+
+
+def test_refusals(tmp_path, signal):
+    analysis = nalveo.analyze(signal, 16000)
+    nalveo.write(tmp_path / "a", analysis)
+    nalveo.write(tmp_path / "b", nalveo.analyze(signal, 16000, order=24))
+    nalveo.write(str(tmp_path / "c.npz"), nalveo.analyze(signal, 16000, alpha=0.3))
+    pathlib.Path(tmp_path, "text.wav").write_text("no recording")
+    (tmp_path / "empty").mkdir()
+    for names, words in ((("a", "b"), "order 39 in the reference and 24 in the test"),
+                         (("a", "c.npz"), "alpha"),
+                         (("a", "none"), "could not read none.lf0: No such file"),
+                         (("a", "text.wav"), "could not read text.wav"),
+                         (("a", "empty"), "two folders or two files"),
+                         (("empty", "empty"), "no names in common")):
+        result = run(tmp_path, *names)
+        assert result.returncode == 1, names
+        assert result.stderr.startswith("Error: ") and words in result.stderr, result.stderr
+        assert result.stderr.count("\n") == 1
+    assert run(tmp_path, "a", "a", "--align", "cow").returncode == 2
