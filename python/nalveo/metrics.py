@@ -463,4 +463,3 @@ def _common_scale(reference: object, test: object, scale: str | None) -> str:
         raise ValueError(f"scale is {scale!r}, but the analyses have {known[0]!r}")
     arguments.scaled(scale)
     return scale
-
