@@ -1,0 +1,251 @@
+"""The command line of nalveo16-corpus, and the report at the end."""
+
+import argparse
+import os
+import re
+import shlex
+import shutil
+import sys
+
+import nalveo
+
+from . import hosts, results, settings, state, table
+from .recordings import PLAIN_RATE, Found, Reader
+from .run import Interrupted, Run
+from .settings import NATIVE, Unfit
+
+DESCRIPTION = """\
+Analyses every recording below IN_DIR into OUT_DIR/.../NAME.{lf0,mcc,mvf}. What is finished already is
+left alone, so that the same command goes on after an interruption."""
+END = """\
+Options of nalveo16 stand behind --. Files that failed are listed at the end with the reason;
+OUT_DIR/nalveo16-corpus.tsv and .json have a row for each file. Exit status: 0 when all went well, 1
+when files failed, 2 when the run could not start, 130 when it was interrupted."""
+
+
+def slice_of(text):
+    """K and N of K/N; N is None for K alone."""
+    found = re.fullmatch(r"([1-9]\d{0,8})(?:/([1-9]\d{0,8}))?", text)
+    if not found:
+        raise argparse.ArgumentTypeError("must be as in 3/8.")
+    part, parts = int(found[1]), int(found[2]) if found[2] else None
+    if parts is not None and part > parts:
+        raise argparse.ArgumentTypeError(f"must be between 1/{parts} and {parts}/{parts}.")
+    return part, parts
+
+
+def count(text):
+    """A number above 0."""
+    if not re.fullmatch(r"[1-9]\d{0,4}", text):
+        raise argparse.ArgumentTypeError("must be a number above 0.")
+    return int(text)
+
+
+class Parser(argparse.ArgumentParser):
+    """Errors in one line, with the exit status of a run that could not start."""
+
+    def error(self, message):
+        raise Unfit(message)
+
+
+def parser():
+    """What the command line may hold."""
+    made = Parser(prog="nalveo16-corpus", description=DESCRIPTION, epilog=END, add_help=False,
+                  formatter_class=argparse.RawDescriptionHelpFormatter, allow_abbrev=False,
+                  usage="nalveo16-corpus IN_DIR OUT_DIR [options] [-- options of nalveo16]")
+    made.add_argument("folders", nargs="*", help=argparse.SUPPRESS)
+    add = made.add_argument_group("options").add_argument
+    add("-j", "--jobs", type=count, metavar="N", help="threads (default: one per processor core)")
+    add("--convert", action="store_true", help="whatever sox can read goes through sox if need be")
+    add("--channel", type=count, metavar="N", help="takes this channel instead of the downmix")
+    add("--rate", choices=["16000", "native"], default="16000",
+        help="analyses at this rate, or at that of each recording")
+    add("--layout", choices=["together", "kinds"], default="together",
+        help="kinds: OUT_DIR/lf0/..., mgc/... and mvf/... instead of one folder for all")
+    add("--npz", action="store_true", help="one NAME.npz for numpy instead of three files")
+    add("--slice", type=slice_of, metavar="K/N", dest="part",
+        help="does the K-th of N parts of the corpus only, as in an array job of Slurm; K alone: of "
+        "as many parts as before")
+    add("--hosts", metavar="HOSTS", help="machines to use, as GNU parallel's --sshlogin takes them, "
+        "or a file that lists them; all must see both folders and this program under the same paths")
+    add("--under", type=int, help=argparse.SUPPRESS)
+    add("--version", action="version", version=f"nalveo16-corpus {nalveo.__version__}")
+    add("-h", "--help", action="help", help="this text")
+    return made
+
+
+def shown(name):
+    """A name for people: as it is, or quoted when it holds a newline or the like."""
+    text = name if name.isprintable() else repr(name)
+    return text.encode("utf-8", "surrogateescape").decode("utf-8", "replace")
+
+
+def main(program):
+    """The whole program; `program` is its own path."""
+    sys.stdout.reconfigure(errors="replace")
+    try:
+        return corpus(program)
+    except (Unfit, state.Refused) as error:
+        print(f"nalveo16-corpus: {error}", file=sys.stderr)
+    except BrokenPipeError:
+        raise
+    except OSError as error:
+        print(f"nalveo16-corpus: {error}", file=sys.stderr)
+    return 2
+
+
+def corpus(program):
+    """Reads the command line, does the run and reports; the exit status."""
+    line = sys.argv[1:]
+    behind = line.index("--") if "--" in line else len(line)
+    options = line[behind + 1:]
+    made = parser()
+    args, unknown = made.parse_known_args(line[:behind])
+    if unknown:
+        raise Unfit(f"unknown option {unknown[0]}; options of nalveo16 stand behind --.")
+    if len(args.folders) != 2:
+        made.print_help(sys.stderr)
+        return 2
+    if args.under is not None:
+        hosts.die_with_parent()
+    rate = NATIVE if args.rate == "native" else PLAIN_RATE
+    if args.npz and args.layout != "together":
+        raise Unfit("--npz and --layout do not go together.")
+    convert = args.convert or args.channel is not None or rate == NATIVE
+    if convert and not shutil.which("sox"):
+        raise Unfit("sox is not installed (Debian: sox).")
+    arguments = settings.parse(options, rate)
+    if not os.path.isdir(args.folders[0]):
+        raise Unfit(f"there is no folder {args.folders[0]}.")
+    folder = os.path.realpath(args.folders[0])
+    found = Found(folder, convert)
+    layout = "npz" if args.npz else args.layout
+    if not found.files:
+        for name, why in found.lost:
+            print(f"FAILED {shown(name)}\n    {why}", file=sys.stderr)
+        raise Unfit(f"there is no recording below {folder}. {found.passed_over()}".rstrip())
+    try:
+        os.makedirs(args.folders[1], exist_ok=True)
+    except OSError as error:
+        raise Unfit(f"could not create {args.folders[1]}: {error.strerror}.") from error
+    output = os.path.realpath(args.folders[1])
+    target = results.Results(output, layout, arguments["order"])
+    unique(target, found.files)
+
+    part, parts = args.part or (1, 1)
+    here = state.State(output, "whole" if args.part is None else f"{part}-of-{parts}")
+    if args.part and parts is None:
+        parts = here.slices(None)
+        if parts is None or part > parts:
+            raise Unfit(f"--slice {part}: the number of slices is not known; say --slice {part}/N.")
+        here.name = f"{part}-of-{parts}"
+    manifest = {"version": nalveo.__version__, "layout": layout, "rate": args.rate,
+                "channel": args.channel or "downmix", "settings": arguments}
+    here.agree(manifest)
+    if args.hosts:
+        if args.part:
+            raise Unfit("--hosts and --slice do not go together.")
+        status = hosts.run(args.hosts, program, again(folder, output, args, options))
+        if status == 130:
+            return interrupted()
+        names, before = found.files, None
+    else:
+        here.lock()
+        if args.part:
+            here.slices(parts)
+        names = found.files[part - 1::parts]
+        results.remove_remains(target.folders(names) | {output}, args.part is None)
+        known = table.index(here)
+        todo = [name for name in names if not fresh(folder, name, known.get(name), target)]
+        del known
+        before = len(names) - len(todo)
+        reader = Reader(convert, args.channel, rate)
+        jobs = args.jobs or len(os.sched_getaffinity(0))
+        try:
+            if todo:
+                Run(folder, todo, jobs, reader, target, here, arguments).go()
+        except Interrupted:
+            results.remove_remains(target.folders(names), False)
+            mine = state.own_mark()
+            for place in target.folders(todo):
+                for entry in os.scandir(place) if os.path.isdir(place) else ():
+                    if entry.name.startswith(f"{state.TEMPORARY}{mine}."):
+                        os.unlink(entry.path)
+            sys.stdout.flush()
+            interrupted()
+            os._exit(130)  # threads at work in the library end with the process
+        names = todo
+    return report(here, found, names, before, folder, target, manifest)
+
+
+def again(folder, output, args, options):
+    """The arguments of a slice on another machine."""
+    line = [folder, output, "--rate", args.rate, "--layout", args.layout]
+    line += ["--convert"] * args.convert + ["--npz"] * args.npz
+    if args.channel:
+        line += ["--channel", str(args.channel)]
+    if args.jobs:
+        line += ["--jobs", str(args.jobs)]
+    return [*line, "--", *options]
+
+
+def interrupted():
+    """Says so."""
+    print("nalveo16-corpus: interrupted; the same command goes on from here.", file=sys.stderr)
+    return 130
+
+
+def unique(target, names):
+    """Refuses recordings whose results would have the same names."""
+    owners = {}
+    for name in names:
+        stem = target.paths(name)[0]
+        if stem in owners:
+            raise Unfit(f"{shown(owners[stem])} and {shown(name)} would have the same results.")
+        owners[stem] = name
+
+
+def fresh(folder, name, entry, target):
+    """Whether a recording is as it was when its results were made, and these are there."""
+    if entry is None or entry.stamp is None:
+        return False
+    try:
+        source = os.stat(os.path.join(folder, name))
+    except OSError:
+        return False
+    return (source.st_mtime_ns, source.st_size) == (entry.mtime, entry.size) and target.finished(
+        name, entry)
+
+
+def report(here, found, names, before, folder, target, manifest):
+    """What is said at the end: failures, warnings, what was passed over, and the counts."""
+    table.write(here, found.files, manifest)
+    entries, lines = table.index(here), table.Lines()
+    done = failed = converted = 0
+    for name in names:
+        entry = entries.get(name)
+        line = lines.read(entry) if entry else {"warnings": []}
+        if entry and fresh(folder, name, entry, target):
+            done += 1
+            converted += line["converted"]
+            word = "warned"
+        else:
+            failed += 1
+            word = "FAILED"
+            line["warnings"] = line["warnings"] or ["It ended without a word, or its host was out of "
+                                                    "reach."]
+        if line["warnings"]:
+            print(f"{word} {shown(name)}")
+            for text in "\n".join(line["warnings"]).splitlines():
+                print(f"    {text}")
+    lines.close()
+    for name, why in found.lost:
+        print(f"FAILED {shown(name)}" + (f"\n    {why}" if why.endswith(".") else f": {why}"))
+    if found.passed_over():
+        print(found.passed_over())
+    if converted:
+        print(f"Converted by sox: {converted}")
+    failed += len(found.lost)
+    counted = f"{before} finished before, " if before is not None else ""
+    print(f"{done} {'analysed' if counted else 'finished'}, {counted}{failed} failed")
+    return 1 if failed else 0
