@@ -32,7 +32,7 @@ set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
 install(TARGETS nalveo16 nalveo16-synth COMPONENT program)
 install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus tools/nalveo16-compare
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
-install(DIRECTORY tools/nalveoplot DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16
+install(DIRECTORY tools/nalveoplot tools/nalveocorpus DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16
     COMPONENT program PATTERN __pycache__ EXCLUDE)
 foreach(page IN LISTS manpages)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/compressed/${page}.1.gz

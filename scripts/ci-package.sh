@@ -10,7 +10,7 @@ step tools
 scripts/setup.sh people
 
 step scripts and spelling
-shellcheck scripts/*.sh packaging/postinst packaging/prerm tools/nalveo16-corpus examples/slurm/*.sh tests/tools/*.sh
+shellcheck scripts/*.sh packaging/postinst packaging/prerm examples/slurm/*.sh tests/tools/*.sh
 bash -n completions/nalveo16{,-plot,-corpus}
 zsh -n completions/_nalveo16
 mandoc -T lint -W warning man/*.1

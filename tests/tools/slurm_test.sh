@@ -76,16 +76,27 @@ mkdir corpus
 for number in 0 1 2 3 4 5 6; do
     sox "$source/examples/sample.wav" "corpus/utt $number.wav" trim "0.$number" 0.5
 done
-job=$(sbatch --parsable --array=1-3 "$source/examples/slurm/corpus.sh" corpus features \
-    -- --ccord=20)
-for ((try = 0; ; try++)); do
-    [[ -n $(squeue -h -j "$job" 2>/dev/null) ]] || break
-    ((try < 120)) || complain "the job does not end"
-    sleep 0.5
-done
-cat nalveo16-"${job}"_*.log
+# Sends an array and waits for its end.
+send() {
+    job=$(sbatch --parsable --array="$1" "$source/examples/slurm/corpus.sh" corpus features \
+        -- --ccord=20)
+    for ((try = 0; ; try++)); do
+        [[ -n $(squeue -h -j "$job" 2>/dev/null) ]] || break
+        ((try < 120)) || complain "the job does not end"
+        sleep 0.5
+    done
+    cat nalveo16-"${job}"_*.log
+}
+send 1-3
 [[ $(cat nalveo16-"${job}"_*.log | grep -c ' analysed, 0 finished before, 0 failed') -eq 3 ]] ||
     complain "not all tasks went well"
 nalveo16-corpus corpus plain -- --ccord=20 >/dev/null
 diff -r --exclude=.nalveo16-corpus features plain
 [[ $(find features -name '*.mcc' | wc -l) -eq 7 ]]
+
+# A single task again: it still is the third of three.
+rm "features/utt 2.mcc"
+send 3
+grep -q '^1 analysed, 1 finished before, 0 failed' nalveo16-"${job}"_3.log ||
+    complain "task 3 did not do its slice again"
+diff -r --exclude=.nalveo16-corpus features plain
