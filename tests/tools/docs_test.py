@@ -148,7 +148,7 @@ class DocsTest(unittest.TestCase):
         # The analyser takes every one of them.
         for option in explained - {"indlist"}:
             value = "0.5" if option == "alpha" else "1"
-            run = subprocess.run(["nalveo16", "none", "x", "x", f"--{option}={value}"], text=True,
+            run = subprocess.run(["nalveo16", "none", "x", "y", f"--{option}={value}"], text=True,
                                  stdout=subprocess.PIPE, check=False)
             self.assertEqual((run.returncode, run.stdout), (0, "Error: could not open none.\n"))
         with open(shutil.which("nalveo16"), "rb") as file:
