@@ -4,8 +4,8 @@
     features.py make RECORDINGS LABELS OUT     analyses and writes all of OUT
     features.py back OUT NAME STEM             OUT/cmp/NAME.cmp to STEM.lf0, STEM.mcc, STEM.mvf
 
-LABELS has a NAME.lab in the form of HTK for every RECORDINGS/NAME.wav: lines of start, end and label,
-in units of 100 ns. OUT gets, all of them float32 without header,
+LABELS has a NAME.lab in the form of HTK for every RECORDINGS/NAME.wav: lines of start, end and
+label, in units of 100 ns. OUT gets, all of them float32 without header,
 
     mgc/NAME.mgc   [n x 40]  mel-cepstra
     lf0/NAME.lf0   [n]       log f0, linear through unvoiced stretches, constant at the ends

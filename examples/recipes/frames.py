@@ -4,8 +4,8 @@
     data = frames.Frames("RECORDINGS", "FEATURES", rate=22050, hop=256)
     for batch in data.batches(16, seed=epoch): ...
 
-Nothing but numpy, nalveo and sox: an item is a dict of arrays that torch.from_numpy and the like take
-without a copy.
+Nothing but numpy, nalveo and sox: an item is a dict of arrays that torch.from_numpy and the like
+take without a copy.
 """
 
 import os
@@ -43,8 +43,8 @@ class Frames:
     """Recordings with their features: a sequence of items.
 
     An item is a dict: name; audio [n]; mel [frames x 80], log; f0 [frames] in Hz, 0 where unvoiced;
-    log_f0 [frames], straight lines through unvoiced stretches; voiced [frames], bool; mcep [frames x
-    (order + 1)]; mvf [frames] in Hz. frames is 1 + n // hop; all are float32 but `voiced`.
+    log_f0 [frames], straight lines through unvoiced stretches; voiced [frames], bool; mcep
+    [frames x (order + 1)]; mvf [frames] in Hz. frames is 1 + n // hop; all are float32 but `voiced`.
     """
 
     def __init__(self, recordings, features, rate=22050, hop=256):

@@ -77,7 +77,7 @@ version=$(PYTHONPATH=$moved/lib/python3/dist-packages /usr/bin/python3 -c 'impor
 with open("/proc/self/maps", encoding="utf-8") as maps:
     assert any("/client/moved/" in line for line in maps if "libnalveo" in line)
 print(nalveo.__version__)')
-"$prefix/bin/nalveo16" | grep -qF "=== NALVEO16 v$version ==="
+[[ $("$prefix/bin/nalveo16") == *"=== NALVEO16 v$version ==="* ]]
 
 # Every header that is for users stands on its own: C++20, and the C interface in any C and C++.
 (cd "$prefix/include/nalveo" && find . -name '*.h' -exec printf '#include "%s"\n' {} \;) |

@@ -15,8 +15,8 @@ from .run import Interrupted, Run
 from .settings import NATIVE, Unfit
 
 DESCRIPTION = """\
-Analyses every recording below IN_DIR into OUT_DIR/.../NAME.{lf0,mcc,mvf}. What is finished already is
-left alone, so that the same command goes on after an interruption."""
+Analyses every recording below IN_DIR into OUT_DIR/.../NAME.{lf0,mcc,mvf}. What is finished already
+is left alone, so that the same command goes on after an interruption."""
 END = """\
 Options of nalveo16 stand behind --. Files that failed are listed at the end with the reason;
 OUT_DIR/nalveo16-corpus.tsv and .json have a row for each file. Exit status: 0 when all went well, 1
@@ -64,10 +64,11 @@ def parser():
         help="kinds: OUT_DIR/lf0/..., mgc/... and mvf/... instead of one folder for all")
     add("--npz", action="store_true", help="one NAME.npz for numpy instead of three files")
     add("--slice", type=slice_of, metavar="K/N", dest="part",
-        help="does the K-th of N parts of the corpus only, as in an array job of Slurm; K alone: of "
-        "as many parts as before")
-    add("--hosts", metavar="HOSTS", help="machines to use, as GNU parallel's --sshlogin takes them, "
-        "or a file that lists them; all must see both folders and this program under the same paths")
+        help="does the K-th of N parts of the corpus only, as in an array job of Slurm; K alone: "
+        "of as many parts as before")
+    add("--hosts", metavar="HOSTS", help="machines to use, as GNU parallel's --sshlogin takes "
+        "them, or a file that lists them; all must see both folders and this program under the "
+        "same paths")
     add("--under", type=int, help=argparse.SUPPRESS)
     add("--version", action="version", version=f"nalveo16-corpus {nalveo.__version__}")
     add("-h", "--help", action="help", help="this text")
@@ -129,7 +130,7 @@ def corpus(program):
     except OSError as error:
         raise Unfit(f"could not create {args.folders[1]}: {error.strerror}.") from error
     output = os.path.realpath(args.folders[1])
-    target = results.Results(output, layout, arguments["order"])
+    target = results.Results(output, layout)
     unique(target, found.files)
 
     part, parts = args.part or (1, 1)
@@ -207,7 +208,7 @@ def unique(target, names):
 
 def fresh(folder, name, entry, target):
     """Whether a recording is as it was when its results were made, and these are there."""
-    if entry is None or entry.stamp is None:
+    if entry is None or not entry.sizes:
         return False
     try:
         source = os.stat(os.path.join(folder, name))
@@ -232,8 +233,8 @@ def report(here, found, names, before, folder, target, manifest):
         else:
             failed += 1
             word = "FAILED"
-            line["warnings"] = line["warnings"] or ["It ended without a word, or its host was out of "
-                                                    "reach."]
+            line["warnings"] = line["warnings"] or [
+                "It ended without a word, or its host was out of reach."]
         if line["warnings"]:
             print(f"{word} {shown(name)}")
             for text in "\n".join(line["warnings"]).splitlines():

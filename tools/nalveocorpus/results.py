@@ -1,6 +1,5 @@
 """Results: their names, whether they are finished, and writing them whole or not at all."""
 
-import io
 import os
 
 import numpy as np
@@ -20,8 +19,7 @@ LAYOUTS = {
 class Results:
     """The results of every recording below one folder."""
 
-    def __init__(self, output, layout, order):
-        self._order = order
+    def __init__(self, output, layout):
         self._kinds = [(os.path.join(output, folder), ending, kind)
                        for folder, ending, kind in LAYOUTS[layout]]
 
@@ -38,12 +36,12 @@ class Results:
 
     def finished(self, name, entry):
         """Whether the results that a journal tells of are there, whole and of this recording."""
-        if entry is None or entry.stamp is None:
+        if entry is None or not entry.sizes:
             return False
         try:
-            for path, size in zip(self.paths(name), entry.sizes):
+            for path, stamp, size in zip(self.paths(name), entry.stamps, entry.sizes):
                 result = os.stat(path)
-                if result.st_mtime_ns != entry.stamp or result.st_size != size:
+                if (result.st_mtime_ns, result.st_size) != (stamp, size):
                     return False
         except OSError:
             return False
@@ -52,53 +50,46 @@ class Results:
     def write(self, name, analysis, source, thread, confirm):
         """Writes all results beside their names, then renames them.
 
-        The results carry the time of the recording `source`. `confirm` is called with the stamp and
-        the sizes once they are whole, before they get their names.
+        The results carry the time of the recording `source`. `confirm` is called with their
+        times, as their file systems keep them, and sizes once they are whole, before they get their
+        names.
         """
         written = []
         try:
             for path, (_, _, kind) in zip(self.paths(name), self._kinds):
-                content = _content(analysis, kind, self._order)
                 folder = os.path.dirname(path)
                 made = os.path.join(folder, f"{TEMPORARY}{own_mark()}.{thread}.{kind}")
+                written.append((made, path))
                 try:
-                    descriptor = os.open(made, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o666)
+                    _save(made, analysis, kind)
                 except FileNotFoundError:
                     os.makedirs(folder, exist_ok=True)
-                    descriptor = os.open(made, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o666)
-                written.append((made, path, len(content)))
-                try:
-                    view = memoryview(content)
-                    while view:
-                        view = view[os.write(descriptor, view):]
-                    os.utime(descriptor, ns=(source.st_atime_ns, source.st_mtime_ns))
-                    stamp = os.fstat(descriptor).st_mtime_ns  # as this file system keeps it
-                finally:
-                    os.close(descriptor)
-            confirm(stamp, [size for _, _, size in written])
+                    _save(made, analysis, kind)
+                os.utime(made, ns=(source.st_atime_ns, source.st_mtime_ns))
+            states = [os.stat(made) for made, _ in written]
+            confirm([state.st_mtime_ns for state in states], [state.st_size for state in states])
             while written:
-                made, path, _ = written[0]
-                os.replace(made, path)
+                os.replace(*written[0])
                 del written[0]
         finally:
-            for made, _, _ in written:
+            for made, _ in written:
                 try:
                     os.unlink(made)
                 except OSError:
                     pass
 
 
-def _content(analysis, kind, order):
-    """The bytes of a result."""
+def _save(path, analysis, kind):
+    """Writes one kind of result."""
     if kind == "npz":
-        buffer = io.BytesIO()
-        np.savez(buffer, f0=analysis.f0, mcep=analysis.mcep, mvf=analysis.mvf, fs=analysis.fs,
-                 hop_length=analysis.hop_length, alpha=analysis.alpha, order=order,
-                 scale=analysis.scale)
-        return buffer.getvalue()
+        nalveo.write(path, analysis)
+        return
     values = {"lf0": lambda: nalveo.log_f0(analysis.f0), "mcc": lambda: analysis.mcep,
               "mvf": lambda: analysis.mvf}[kind]()
-    return np.ascontiguousarray(values, "<f4").tobytes()
+    with open(path, "wb", buffering=0) as file:
+        view = memoryview(np.ascontiguousarray(values, "<f4")).cast("B")
+        while view:
+            view = view[file.write(view):]
 
 
 def remove_remains(folders, everything):
@@ -111,8 +102,9 @@ def remove_remains(folders, everything):
         except OSError:
             continue
         for name in entries:
-            maker, process = name.removeprefix(TEMPORARY).rsplit(".", 3)[0:2]
-            if everything or (maker == host and process != own and not _alive(process)):
+            here = name.startswith(f"{TEMPORARY}{host}.")
+            process = name.removeprefix(f"{TEMPORARY}{host}.").partition(".")[0]
+            if everything or (here and process != own and not _alive(process)):
                 try:
                     os.unlink(os.path.join(folder, name))
                 except OSError:

@@ -95,11 +95,11 @@ class Run:
                 line["warnings"] = recording.warnings + self._zeros(recording.samples)
                 line.update(table.measure(recording, analysis))
 
-                def confirm(stamp, sizes):
+                def confirm(stamps, sizes):
                     if self._stopped:
                         raise OSError("the run was stopped")
                     with self._lock:
-                        self._state.append({**line, "status": "analysed", "stamp": stamp,
+                        self._state.append({**line, "status": "analysed", "stamps": stamps,
                                             "sizes": sizes})
                 self._results.write(name, analysis, source, thread, confirm)
                 return

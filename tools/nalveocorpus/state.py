@@ -1,9 +1,9 @@
 """What a run keeps in OUT_DIR/.nalveo16-corpus: manifest, locks and journals.
 
-The manifest has the settings and the version that all results were made with. A journal, one for the
-whole corpus or for each slice, has a line of JSON for every recording that was done, appended before
-its results get their names: what a run knows of those before it is what the journals tell and the
-results bear out.
+The manifest has the settings and the version that all results were made with. A journal, one for
+the whole corpus or for each slice, has a line of JSON for every recording that was done, appended
+before its results get their names: what a run knows of those before it is what the journals tell
+and the results bear out.
 """
 
 import fcntl

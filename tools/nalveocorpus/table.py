@@ -24,7 +24,7 @@ def measure(recording, analysis):
     row = {"seconds": round(samples.size / recording.rate, 4), "rate": rate, "channels": channels,
            "bits": bits, "converted": recording.converted, "peak_db": decibels(peak, 20),
            "level_db": decibels(power, 10),
-           "clipped": int(np.count_nonzero(np.abs(samples) >= 32767 / 32768)) if peak > 0.999 else 0,
+           "clipped": int(np.count_nonzero(np.abs(samples) >= 32767 / 32768)),
            "voiced": round(f0.size / analysis.f0.size, 4)}
     for percent in (5, 50, 95):
         row[f"f0_p{percent}"] = (round(float(f0[round((f0.size - 1) * percent / 100)]), 1)
@@ -41,12 +41,12 @@ def decibels(value, factor):
 class Entry:
     """What is kept of a line of a journal: where it is, and what tells whether it still holds."""
 
-    __slots__ = ("path", "offset", "mtime", "size", "stamp", "sizes")
+    __slots__ = ("path", "offset", "mtime", "size", "stamps", "sizes")
 
     def __init__(self, path, offset, line):
         self.path, self.offset = path, offset
         self.mtime, self.size = line["mtime"], line["size"]
-        self.stamp, self.sizes = line.get("stamp"), tuple(line.get("sizes", ()))
+        self.stamps, self.sizes = tuple(line.get("stamps", ())), tuple(line.get("sizes", ()))
 
 
 def index(state):
