@@ -10,6 +10,7 @@
 
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectralanalysis.h"
+#include "numeric/matvect.h"
 #include "testsignals.h"
 
 namespace {
@@ -94,8 +95,7 @@ class mcepmethods : public testing::Test {
         return out;
     }
     reals harmonicspectrum() {
-        const std::unique_ptr<hamem, int (*)(hamem *)> mem(hameminitialize(testfs, testfs, 60),
-                                                           hamemdestroy);
+        const nalveo::hamemhandle mem(hameminitialize(testfs, testfs, 60));
         reals out(1024);
         getlogspectrumfromharms(x.data(), 4000, 2000, 1024, out.data(), mem.get(), 0, testfs, 200);
         return out;
@@ -126,8 +126,7 @@ TEST_F(mcepmethods, aretransformsoftheirenvelopes) {
 }
 
 TEST_F(mcepmethods, warpasccwarpdoes) {
-    const std::unique_ptr<ccmem, int (*)(ccmem *)> mem(ccmeminitialize(401, 1024, 4, testfs, 60),
-                                                       ccmemdestroy);
+    const nalveo::ccmemhandle mem(ccmeminitialize(401, 1024, 4, testfs, 60));
     reals c = directcepstrum(logspectrum(1024, 200, getseevoclogspectrum), 513);
     c[0] /= 2;
     c[512] /= 2;
@@ -143,44 +142,103 @@ TEST_F(mcepmethods, warpasccwarpdoes) {
     }
 }
 
-TEST(rdcmethods, agreewithadensefit) {
+// Warped frequencies of harmonics, from 0 to pi.
+reals warpedaxis(const reals &freqs, double alpha) {
+    reals w;
+    for (const double f : freqs) w.push_back(fwarp(2 * testpi * f / testfs, alpha));
+    return w;
+}
+
+TEST(ccmatrix, holdscosinesandsinesofthewarpedfrequencies) {
+    const reals freqs = {10, 440.5, 3999, 7999};
+    for (const double alpha : {0.0, 0.42, -0.7, 2.5})
+        for (const bool harmonics : {false, true}) {
+            constexpr std::uint32_t p = 30, k = 4;
+            const reals w = warpedaxis(harmonics ? reals{1100, 2200, 3300, 4400} : freqs, alpha);
+            reals c(k * (p + 1), 9.0), s(k * (p + 1), 9.0);
+            ASSERT_EQ(ccmatrixcreate(p, k, harmonics ? nullptr : freqs.data(), c.data(), s.data(),
+                                     1100, testfs, alpha),
+                      0);
+            for (std::size_t i = 0; i < k; ++i)
+                for (std::size_t j = 0; j <= p; ++j) {
+                    const double angle = static_cast<double>(j) * w[i], twice = j == 0 ? 1.0 : 2.0;
+                    EXPECT_NEAR(c[i * (p + 1) + j], twice * std::cos(angle), 1e-12);
+                    EXPECT_NEAR(s[i * (p + 1) + j], -2.0 * std::sin(angle), 1e-12);
+                }
+        }
+    double one = 9.0;
+    EXPECT_EQ(ccmatrixcreate(0, 1, freqs.data(), &one, nullptr, 0, testfs, 0.42), 0);
+    EXPECT_EQ(one, 1.0);
+    EXPECT_EQ(ccmatrixcreate(0, 1, freqs.data(), nullptr, nullptr, 0, testfs, 0.42), -1);
+}
+
+TEST(fitcepstrum, agreeswiththeplainleastsquares) {
+    nalveo::rdcscratch scratch;
+    for (const auto &[k, p] : {std::pair(1u, 0u), std::pair(31u, 39u), std::pair(79u, 39u),
+                               std::pair(133u, 24u), std::pair(20u, 100u)})
+        for (const double alpha : {0.42, 0.0, -0.3, 2.5})
+            for (const bool harmonics : {false, true}) {
+                const double f0 = testfs / 2 / (k + 0.7);
+                reals freqs(k), levels = whitenoise(k, 2.0, k), basis(k * (p + 1)), x(p + 1),
+                                wanted(p + 1);
+                const reals shifts = whitenoise(k, 0.1, p);
+                for (std::size_t i = 0; i < k; ++i)
+                    freqs[i] = f0 * (static_cast<double>(i + 1) + std::clamp(shifts[i], -0.4, 0.4));
+                const double *const given = harmonics ? nullptr : freqs.data();
+                ccmatrixcreate(p, k, given, basis.data(), nullptr, f0, testfs, alpha);
+                ASSERT_EQ(solveleastsquares(basis.data(), levels.data(), wanted.data(), k, p + 1, 1,
+                                            nullptr, 1),
+                          0);
+                ASSERT_EQ(nalveo::fitcepstrum(scratch, levels.data(), k, given, p, x.data(), testfs,
+                                              f0, alpha),
+                          0);
+                for (std::size_t j = 0; j <= p; ++j) ASSERT_NEAR(x[j], wanted[j], 1e-10) << j;
+            }
+}
+
+TEST(rdcmethods, fitthelevelsoftheirharmonics) {
     reals x(4000);
     for (int k = 1; k < 50; ++k)
         addtone(x, 0.05 * allpolegain(vowel(), 160.0 * k), 160.0 * k + 3 * std::sin(k), 1.1 * k * k,
                 2000);
-    const std::unique_ptr<hamem, int (*)(hamem *)> mem(qhameminitialize(testfs, testfs, 60),
-                                                       qhamemdestroy);
+    const nalveo::hamemhandle mem(qhameminitialize(testfs, testfs, 60));
     constexpr std::uint32_t k = 49, p = 24;
     // Outside -1 .. 1 there is a warped axis as well, for these methods alone.
     for (const auto &[method, alpha] :
          {std::pair(1, 0.42), std::pair(1, -2.5), std::pair(2, 0.42)}) {
-        reals amp(k), freq(k);
-        if (method == 1) {
+        reals amp(k), freq(k), basis(k * (p + 1)), wanted(p + 1);
+        if (method == 1)
             getharmonics(x.data(), 4000, 2000, k, amp.data(), nullptr, mem.get(), testfs, 160);
-            for (std::size_t i = 0; i < k; ++i) freq[i] = 160.0 * static_cast<double>(i + 1);
-        } else {
+        else
             getsqharmonics(x.data(), 4000, 2000, k, amp.data(), nullptr, freq.data(), mem.get(),
                            testfs, 160);
-        }
-        // Minimise sum over k of (c0 + 2 sum over j of cj cos(j w) - ln(A / 2 / sqrt(f0)))^2 plus
-        // the smoothness penalty.
-        reals normal((p + 1) * (p + 1)), right(p + 1);
-        for (std::size_t i = 0; i < k; ++i) {
-            const double w = fwarp(2 * testpi * freq[i] / testfs, alpha);
-            const auto basis = [&](std::size_t j) {
-                return j == 0 ? 1.0 : 2 * std::cos(static_cast<double>(j) * w);
-            };
-            for (std::size_t r = 0; r <= p; ++r) {
-                right[r] += basis(r) * std::log(amp[i] / 2 / std::sqrt(160.0));
-                for (std::size_t c = 0; c <= p; ++c) normal[r * (p + 1) + c] += basis(r) * basis(c);
-            }
-        }
-        for (std::size_t r = 0; r <= p; ++r)
-            normal[r * (p + 2)] += 8 * testpi * testpi * 2e-4 * static_cast<double>(r * r);
-        const reals wanted = densesolve(normal, right, p + 1),
-                    row = rowof(x, method, 160, p, alpha);
-        for (std::size_t j = 0; j <= p; ++j) EXPECT_NEAR(row[j], wanted[j], 1e-6) << j;
+        for (double &a : amp) a = std::log(a / 2 / std::sqrt(160.0));
+        ccmatrixcreate(p, k, method == 1 ? nullptr : freq.data(), basis.data(), nullptr, 160,
+                       testfs, alpha);
+        ASSERT_EQ(
+            solveleastsquares(basis.data(), amp.data(), wanted.data(), k, p + 1, 1, nullptr, 1), 0);
+        const reals row = rowof(x, method, 160, p, alpha);
+        for (std::size_t j = 0; j <= p; ++j) EXPECT_NEAR(row[j], wanted[j], 1e-9) << j;
     }
+}
+
+TEST(rdcmethods, takeframesbelowthelowestf0oftheirrecord) {
+    // With room for one harmonic, and then 133 of them at an order of 39.
+    const reals x = whitenoise(4000, 0.1, 5);
+    for (const auto &[method, routine] : {std::pair(1, &getharmrdc), std::pair(2, &getqharmrdc)}) {
+        const nalveo::ccmemhandle mem(
+            ccmeminitialize(401, 1024, static_cast<std::uint8_t>(method), testfs, 7000));
+        reals buffer(2048), row(40);
+        EXPECT_EQ(routine(x.data(), 4000, 2000, 1024, buffer.data(), 39, row.data(), mem.get(),
+                          testfs, 60, 0.42),
+                  0);
+        EXPECT_EQ(row, rowof(x, method, 60, 39, 0.42));
+    }
+}
+
+TEST(mcepmethod, withneitherorderalphanor) {
+    // Deliberate: with alpha 0 nothing is written at order 0, and what is there is doubled.
+    EXPECT_EQ(rowof(whitenoise(4000, 0.1, 6), 4, 0, 0, 0), reals{14});
 }
 
 TEST_F(mcepmethods, takesilencefornoise) {

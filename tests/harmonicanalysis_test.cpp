@@ -13,16 +13,13 @@
 
 namespace {
 
+using namespace nalveo;
 using reals = std::vector<double>;
-using record = std::unique_ptr<hamem, int (*)(hamem *)>;
+using record = hamemhandle;
 
-record makeharecord(double f0min = 60) {
-    return {hameminitialize(testfs, testfs, f0min), hamemdestroy};
-}
+record makeharecord(double f0min = 60) { return record(hameminitialize(testfs, testfs, f0min)); }
 
-record makeqharecord(double f0min = 60) {
-    return {qhameminitialize(testfs, testfs, f0min), qhamemdestroy};
-}
+record makeqharecord(double f0min = 60) { return record(qhameminitialize(testfs, testfs, f0min)); }
 
 TEST(harmonicsizes, byhand) {
     const struct {
@@ -75,6 +72,8 @@ enum class model { ha, qha, sqha };
 
 class harmonicmodel : public testing::TestWithParam<std::tuple<model, double, std::size_t>> {};
 
+// Least squares over the whole complex design, by elimination, against what the program runs and
+// against the plain form of the same.
 TEST_P(harmonicmodel, agreeswithdenseleastsquares) {
     const auto [kind, f0, k] = GetParam();
     const bool slopes = kind == model::qha;
@@ -84,32 +83,48 @@ TEST_P(harmonicmodel, agreeswithdenseleastsquares) {
         for (std::size_t i = 0; i < k; ++i) freqs[i] += 0.2 * f0 * std::sin(static_cast<double>(i));
     const std::size_t blocksize = 2 * k + 1;
     const std::size_t unknowns = slopes ? 2 * blocksize : blocksize;
-
-    const record r = makeqharecord(f0);
-    std::copy(frame.y.begin(), frame.y.end(), r->frame);
-    const auto harmonics = static_cast<std::uint32_t>(k);
-    const auto m = static_cast<std::uint32_t>(unknowns);
-    double scale = 0.0;
-    if (kind == model::ha) {
-        hamatrixcreate(r->design, frame.n, harmonics, frame.window.data(), f0, testfs);
-    } else if (kind == model::sqha) {
-        sqhamatrixcreate(r->design, frame.n, harmonics, freqs.data(), frame.window.data(), testfs);
-    } else {
-        scale = qhamatrixcreate(r->design, frame.n, harmonics, frame.window.data(), f0, testfs);
-    }
-
     const complexes e = designof(frame, freqs, slopes);
     const complexes wanted =
         denseleastsquares(e, complexes(frame.y.begin(), frame.y.end()), frame.n, unknowns);
-    ASSERT_EQ(slopes ? qhalscsolve(r.get(), frame.n, m, scale)
-                     : hasqhalscsolve(r.get(), frame.n, m, kind == model::ha),
-              0);
-    for (std::size_t i = 0; i < unknowns; ++i) {
-        const std::complex<double> found(r->solution[2 * i], r->solution[2 * i + 1]);
-        // Slopes are per second, some hundreds of times the amplitudes. The blocks' condition
-        // (some thousands for two tones half a resolution apart) leaves ten digits.
-        ASSERT_NEAR(std::abs(found - wanted[i]), 0.0, i < blocksize ? 1e-9 : 1e-6) << i;
+    const auto expectwanted = [&](const double *solution) {
+        for (std::size_t i = 0; i < unknowns; ++i) {
+            const std::complex<double> found(solution[2 * i], solution[2 * i + 1]);
+            // Slopes are per second, some hundreds of times the amplitudes. The blocks' condition
+            // (some thousands for two tones half a resolution apart) leaves ten digits.
+            ASSERT_NEAR(std::abs(found - wanted[i]), 0.0, i < blocksize ? 1e-9 : 1e-6) << i;
+        }
+    };
+
+    const record r = makeqharecord(f0);
+    r->frame.assign(frame.y.begin(), frame.y.end());
+    r->design.resize(2 * unknowns * frame.n);
+    double *const design = r->design.data();
+    const auto harmonics = static_cast<std::uint32_t>(k);
+    const auto m = static_cast<std::uint32_t>(unknowns);
+    const double *const w = frame.window.data();
+    reals solution(2 * unknowns);
+    if (kind == model::ha) {
+        hamatrixcreate(design, frame.n, harmonics, w, f0, testfs);
+        ASSERT_EQ(hasqhalscsolve(r.get(), frame.n, m, 1), 0);
+        hascratch scratch;
+        ASSERT_EQ(
+            solveharmonics(scratch, w, frame.y.data(), frame.n / 2, k, f0, testfs, solution.data()),
+            0);
+    } else if (kind == model::sqha) {
+        sqhamatrixcreate(design, frame.n, harmonics, freqs.data(), w, testfs);
+        ASSERT_EQ(hasqhalscsolve(r.get(), frame.n, m, 0), 0);
+        sqhascratch scratch;
+        ASSERT_EQ(solvesqharmonics(scratch, w, frame.y.data(), frame.n / 2, k, freqs.data(), testfs,
+                                   solution.data()),
+                  0);
+    } else {
+        const double scale = qhamatrixcreate(design, frame.n, harmonics, w, f0, testfs);
+        ASSERT_EQ(qhalscsolve(r.get(), frame.n, m, scale), 0);
+        qhascratch scratch;
+        solveqharmonics(scratch, w, frame.y.data(), frame.n / 2, k, f0, testfs, solution.data());
     }
+    expectwanted(solution.data());
+    expectwanted(r->solution.data());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -119,6 +134,44 @@ INSTANTIATE_TEST_SUITE_P(
                     std::tuple(model::qha, 410.0, 4), std::tuple(model::qha, 3000.0, 2),
                     std::tuple(model::qha, 5000.0, 1), std::tuple(model::sqha, 400.0, 19),
                     std::tuple(model::sqha, 333.0, 6), std::tuple(model::sqha, 5000.0, 1)));
+
+TEST(designmatrices, haveoneconstantrowwithoutharmonics) {
+    const noiseframe frame(11);
+    reals e(4 * 11, 9.0), plain(2 * 11);
+    for (std::size_t i = 0; i < 11; ++i) plain[2 * i] = frame.window[i];
+    const auto expectplain = [&] {
+        EXPECT_TRUE(std::equal(plain.begin(), plain.end(), e.begin()));
+        std::fill(e.begin(), e.end(), 9.0);
+    };
+    hamatrixcreate(e.data(), 11, 0, frame.window.data(), 200, testfs);
+    EXPECT_EQ(e[22], 9.0);
+    expectplain();
+    sqhamatrixcreate(e.data(), 11, 0, nullptr, frame.window.data(), testfs);
+    EXPECT_EQ(e[22], 9.0);
+    expectplain();
+    const double s = qhamatrixcreate(e.data(), 11, 0, frame.window.data(), 200, testfs);
+    for (std::size_t i = 0; i < 11; ++i)
+        EXPECT_NEAR(e[22 + 2 * i], frame.window[i] * (static_cast<double>(i) - 5) * s / testfs,
+                    1e-15);
+    expectplain();
+}
+
+TEST(estimators, takeframesbelowthelowestf0oftheirrecord) {
+    const reals x = whitenoise(4000, 0.1, 3);
+    const std::uint32_t k = hanoharms(testfs, testfs, 60);
+    for (const auto make : {hameminitialize, qhameminitialize}) {
+        const record small(make(testfs, 1000, 1000)), large(make(testfs, testfs, 60));
+        reals amp(k), phase(k), freq(k), wanted(k);
+        getharmonics(x.data(), 4000, 2000, k, wanted.data(), nullptr, large.get(), testfs, 60);
+        getharmonics(x.data(), 4000, 2000, k, amp.data(), nullptr, small.get(), testfs, 60);
+        EXPECT_EQ(amp, wanted);
+        getsqharmonics(x.data(), 4000, 2000, k, wanted.data(), nullptr, nullptr, large.get(),
+                       testfs, 60);
+        getsqharmonics(x.data(), 4000, 2000, k, amp.data(), phase.data(), freq.data(), small.get(),
+                       testfs, 60);
+        EXPECT_EQ(amp, wanted);
+    }
+}
 
 // Harmonics of known amplitude and phase around a centre, all up to fs / 2.
 struct knownvoice {

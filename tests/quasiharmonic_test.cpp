@@ -55,13 +55,12 @@ struct quasiframe {
     // By inversion of the blocks of the complex normal matrix.
     complexes plain() const {
         const auto count = static_cast<std::uint32_t>(k);
-        hamem *const mem = qhameminitialize(testfs, testfs, f0);
-        std::copy(y.begin(), y.end(), mem->frame);
-        const double s = qhamatrixcreate(mem->design, n, count, window.data(), f0, testfs);
-        EXPECT_EQ(qhalscsolve(mem, n, 4 * count + 2, s), 0);
-        complexes x = harmonicsof(mem->solution);
-        hamemdestroy(mem);
-        return x;
+        const nalveo::hamemhandle mem(qhameminitialize(testfs, testfs, f0));
+        mem->frame.assign(y.begin(), y.end());
+        mem->design.resize(4 * (2 * k + 1) * n);
+        const double s = qhamatrixcreate(mem->design.data(), n, count, window.data(), f0, testfs);
+        EXPECT_EQ(qhalscsolve(mem.get(), n, 4 * count + 2, s), 0);
+        return harmonicsof(mem->solution.data());
     }
 
     // Cosines and time-weighted sines fit the even part of the frame, the others the odd part.

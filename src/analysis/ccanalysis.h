@@ -1,32 +1,29 @@
-/// Cepstral analysis: the frame loop, five ways from a frame to warped cepstral coefficients, and
-/// the warping itself.
+/// Cepstral analysis: the frame loop, and five ways from a frame to warped cepstral coefficients.
 ///
 /// A cepstrum of order P is P + 1 doubles; a cepstral matrix has one such row per frame. The warped
-/// frequency axis is that of a first-order all-pass section with parameter alpha (0.42 comes close
-/// to the mel scale at 16 kHz).
+/// frequency axis is that of analysis/warping.h. Voiced frames come from the harmonics of
+/// analysis/harmonicanalysis.h (methods 0, 1 and 2) or the envelopes of
+/// analysis/spectralanalysis.h, unvoiced ones from the latter.
+///
+/// waveform2cc, ccmeminitialize and the methods throw std::bad_alloc where there is no memory for
+/// the records, or for what a frame larger than they were made for needs.
 
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
-struct hamem;
-struct namem;
+#include "analysis/discretecepstrum.h"
+#include "analysis/harmonicanalysis.h"
+#include "analysis/spectralanalysis.h"
+#include "analysis/warping.h"
 
-/// The warping of cepstra of order m to order p, a fixed linear map, as a matrix: row i is the
-/// warped image of quefrency i.
-struct warpmatrix {
-    std::uint32_t m;
-    std::uint32_t p;
-    double alpha;
-    std::unique_ptr<double[]> rows;  // [(m + 1) x (p + 1, rounded up to whole vectors)]
-};
-
-/// Scratch of the cepstral methods. It owns both records.
+/// Scratch of the cepstral methods, made once per run.
 struct ccmem {
-    hamem *harmonic;  // null for the methods that do without
-    namem *noise;
-    warpmatrix warp;  // made at first use
+    nalveo::hamemhandle harmonic;  // null for the methods that do without
+    nalveo::namemhandle noise;
+    nalveo::rdcscratch rdc;
+    nalveo::warpmatrix warp;
 };
 
 /// Fills the cepstral matrix of a waveform.
@@ -39,13 +36,15 @@ struct ccmem {
 /// \param[in]     f0        [nframes] f0 in Hz, 0 where unvoiced. A frame below lowestmodelled is
 ///                          treated as unvoiced
 /// \param[in]     ccord     cepstral order P
-/// \param[in,out] cc        [nframes x (P + 1)] the matrix. With alpha 0, the warped methods leave
-///                          coefficient P as it was
+/// \param[in,out] cc        [nframes x (P + 1)] the matrix. With alpha 0, a frame that goes by way
+///                          of a log spectrum (all of methods 0, 3 and 4, of 1 and 2 the unvoiced
+///                          ones) leaves coefficient P as it was, or twice that where P is 0
 /// \param[in]     ccmeth    0 harmonics + interpolation + mcep, 1 harmonics + mel-rdc,
 ///                          2 quasi-harmonics + mel-rdc, 3 complementary windows + liftering +
 ///                          mcep, 4 seevoc + mcep; any other value as 0, on a quasi-harmonic record
 /// \param[in]     fs        sample rate in Hz
-/// \param[in]     alpha     warping parameter, between -1 and 1
+/// \param[in]     alpha     warping parameter, between -1 and 1; the frames that go by way of a log
+///                          spectrum are left as they were otherwise, but for a doubled entry 0
 /// \return 0 always
 int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, std::uint32_t ccord, double *cc,
@@ -65,43 +64,16 @@ ccmem *ccmeminitialize(std::uint32_t lwin, std::uint32_t nfft, std::uint8_t ccme
 /// Releases a record and the two it owns; null is allowed. Returns 0.
 int ccmemdestroy(ccmem *record);
 
-/// Warped angular frequency, atan2((1 - alpha^2) sin omega, (1 + alpha^2) cos omega - 2 alpha).
-///
-/// \param[in] omega  angular frequency, radians per sample
-/// \param[in] alpha  warping parameter; above 0 it stretches the low frequencies
-/// \return warped angular frequency; 0 and pi stay where they are
-double fwarp(double omega, double alpha);
+namespace nalveo {
 
-/// Warps a cepstrum by the frequency transformation recursion.
-///
-/// Oppenheim & Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972.
-///
-/// \param[in]  c        [m + 1] cepstrum on the linear frequency axis
-/// \param[in]  m        its order
-/// \param[out] out      [p + 1] cepstrum on the warped axis; must not overlap c. With alpha 0 only
-///                      entries 0 .. p - 1 are written: c(i) for i < m, 0 from there on
-/// \param[in]  p        order wanted
-/// \param[out] scratch  [p + 1]
-/// \param[in]  alpha    warping parameter
-/// \return 0, or -1 when alpha is not between -1 and 1; nothing is written then
-int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, double *scratch,
-           double alpha);
+struct ccmemrelease {
+    void operator()(ccmem *record) const { ccmemdestroy(record); }
+};
 
-/// Fills the basis of a discrete cepstrum on the warped axis: row k times a cepstrum gives the log
-/// amplitude of the envelope at frequency k.
-///
-/// \param[in]  p      cepstral order
-/// \param[in]  k      number of frequencies
-/// \param[in]  freqs  [k] frequencies in Hz, or null for the harmonics f0, 2 f0, .. k f0
-/// \param[out] c      [k x (p + 1)] cosine terms: 1, then 2 cos(j w)
-/// \param[out] s      [k x (p + 1)] sine terms: -0, then -2 sin(j w); may be null
-/// \param[in]  f0     Hz; not used with freqs
-/// \param[in]  fs     sample rate in Hz
-/// \param[in]  alpha  warping parameter
-/// \return 0, or -1 when neither matrix is given. The cosine matrix is needed for anything to
-///         happen
-int ccmatrixcreate(std::uint32_t p, std::uint32_t k, const double *freqs, double *c, double *s,
-                   double f0, double fs, double alpha);
+/// A record and its owner.
+using ccmemhandle = std::unique_ptr<ccmem, ccmemrelease>;
+
+}  // namespace nalveo
 
 namespace nalveo {
 
@@ -115,8 +87,7 @@ namespace nalveo {
 ///                          imaginary part and the warping's scratch
 /// \param[in]     ccord     cepstral order P
 /// \param[out]    out       [P + 1] the row
-/// \param[in,out] memory    scratch; a harmonic record must have room for the basis, see
-///                          ccanalysis.cpp
+/// \param[in,out] memory    scratch, made by ccmeminitialize for the number of this method
 /// \param[in]     fs        sample rate in Hz
 /// \param[in]     f0        f0 of the frame in Hz, 0 when unvoiced
 /// \param[in]     alpha     warping parameter

@@ -15,6 +15,13 @@
 /// harmonic K - r, so rows run from +K to -K and row K is the constant; M number of unknowns, L for
 /// HA and SQHA, 2L for QHA. Complex numbers are pairs of doubles, real part first; a complex matrix
 /// is row-major.
+///
+/// The estimators run the fits of the folder harmonic, one file a model; hamatrixcreate ..
+/// qhalscsolve are the plain form of the same, for those who want to see or to check it.
+///
+/// The routines that make a record, the plain solvers and the estimators throw std::bad_alloc where
+/// there is no memory for a record or for what it grows by; a record stays fit for use. Any record
+/// serves frames of any f0: one made for the lowest f0 of a run does not grow on the way.
 
 #pragma once
 
@@ -22,7 +29,12 @@
 #include <cstdint>
 #include <memory>
 
+#include "analysis/harmonic/ha.h"
 #include "analysis/harmonic/qha.h"
+#include "analysis/harmonic/sqha.h"
+#include "numeric/aligned.h"
+#include "numeric/windowcache.h"
+#include "numeric/windowing.h"
 
 namespace nalveo {
 
@@ -33,23 +45,31 @@ constexpr double lowestmodelled = 15.0;
 
 }  // namespace nalveo
 
-/// Scratch of the estimators, sized once for the lowest f0 of a run. A frame of a higher f0 lays
-/// its smaller matrices out from the start of each region, with its own N and M as strides. Nothing
-/// in it survives from one frame to the next, except that after a successful estimator call the
-/// solution stays until the next call.
+/// Scratch of the estimators, made for the lowest f0 of a run. The first frame that a model meets
+/// makes room for the largest; a frame larger than that gets more. Nothing in it survives from one
+/// frame to the next, except that after a successful estimator call the solution stays until the
+/// next call.
 struct hamem {
-    double *window;      // [N] window of the frame
-    double *frame;       // [N] windowed samples of the frame
-    double *design;      // [M x N] complex
-    double *normal;      // [M x M] normal matrix; for QHA its blocks A, B, C and a spare one
-    double *inverse;     // [M x M] its inverse; for QHA the four blocks of the inverse
-    double *projection;  // [M] complex; lies over the normal matrix, dead once it is inverted
-    double *solution;    // [M] complex; lies behind the projection, over the normal matrix too
-    double *scratch;     // at least [2 (N + 1)]: rows and sums of a kernel beside the regions above
+    std::size_t longest = 0;  // frame length N for the lowest f0
+    std::size_t most = 0;     // number of harmonics K at the lowest f0
 
-    nalveo::qhascratch quasi;        // of the QHA fit
-    std::unique_ptr<double[]> data;  // holds all of the above
-    std::size_t size;                // its length
+    const double *window = nullptr;    // [N] window of the current frame
+    nalveo::alignedreals frame;        // [N] its windowed samples
+    nalveo::alignedreals solution;     // [M] complex
+    nalveo::alignedreals frequencies;  // [K] what QHA finds for SQHA, unless the caller keeps it
+    nalveo::alignedreals levels;       // [K + 1] log levels of a spectrum
+
+    nalveo::hascratch ha;  // of the fit of each model
+    nalveo::qhascratch qha;
+    nalveo::sqhascratch sqha;
+    nalveo::windowcache windows{
+        [](double *made, std::uint32_t length) { winhamming(made, length, 1); }};
+
+    // For the plain solvers alone, which the estimators do without: empty until they are used.
+    nalveo::alignedreals design;   // [M x N] complex; its user makes room for it
+    nalveo::alignedreals normal;   // [M x M] normal matrix; for QHA its blocks A, B, C and a spare
+    nalveo::alignedreals inverse;  // [M x M] its inverse; for QHA the four blocks of the inverse
+    nalveo::alignedreals projection;  // [M] complex
 };
 
 /// Frame length of the HA model: 2.5 pitch periods, odd, in samples (fs and f0 in Hz, f0 above 0).
@@ -77,20 +97,12 @@ std::uint32_t hanoharms(double fs, double fmax, double f0);
 /// \return new record, to be released with hamemdestroy
 hamem *hameminitialize(double fs, double fmax, double f0min);
 
-/// Makes a record for QHA, which serves SQHA and HA as well; arguments and result as for
-/// hameminitialize.
+/// Makes a record for QHA, whose frames are longer, which serves SQHA and HA as well; arguments and
+/// result as for hameminitialize.
 hamem *qhameminitialize(double fs, double fmax, double f0min);
 
 /// Makes a record of either kind: type 0 for HA, anything else for QHA.
 hamem *haqhameminitialize(std::uint8_t type, double fs, double fmax, double f0min);
-
-namespace nalveo {
-
-/// Makes sure that at least count doubles can be borrowed from the start of a record's data block
-/// between two estimator calls. Invalidates pointers into the record.
-void hamemreserve(hamem *record, std::size_t count);
-
-}  // namespace nalveo
 
 /// Releases a record; null is allowed. Returns 0.
 int hamemdestroy(hamem *record);
@@ -98,11 +110,22 @@ int hamemdestroy(hamem *record);
 /// Same as hamemdestroy.
 int qhamemdestroy(hamem *record);
 
+namespace nalveo {
+
+struct hamemrelease {
+    void operator()(hamem *record) const { hamemdestroy(record); }
+};
+
+/// A record and its owner.
+using hamemhandle = std::unique_ptr<hamem, hamemrelease>;
+
+}  // namespace nalveo
+
 /// Fills the HA design matrix, E(r, n) = w(n) exp(i 2 pi (K - r) f0 (n - h) / fs).
 ///
 /// \param[out] e   [(2K + 1) x N] complex
 /// \param[in]  n   frame length N, odd
-/// \param[in]  k   number of harmonics K, at least 1
+/// \param[in]  k   number of harmonics K; of 0 there is the constant alone
 /// \param[in]  w   [N] window
 /// \param[in]  f0  Hz
 /// \param[in]  fs  sample rate in Hz
@@ -115,7 +138,7 @@ int hamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *w,
 ///
 /// \param[out] e   [2 (2K + 1) x N] complex
 /// \param[in]  n   frame length N, odd
-/// \param[in]  k   number of harmonics K, at least 1
+/// \param[in]  k   number of harmonics K; of 0 there is the constant alone
 /// \param[in]  w   [N] window of the form a + b cos(pi t / h)
 /// \param[in]  f0  Hz
 /// \param[in]  fs  sample rate in Hz
@@ -127,7 +150,7 @@ double qhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double
 ///
 /// \param[out] e   [(2K + 1) x N] complex
 /// \param[in]  n   frame length N, odd
-/// \param[in]  k   number of harmonics K, at least 1
+/// \param[in]  k   number of harmonics K; of 0 there is the constant alone
 /// \param[in]  fk  [K] frequencies in Hz, entry m for harmonic m + 1
 /// \param[in]  w   [N] window
 /// \param[in]  fs  sample rate in Hz
@@ -135,9 +158,11 @@ double qhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double
 int sqhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *fk, const double *w,
                      double fs);
 
-/// Solves the least-squares fit of the HA or SQHA model to the record's frame.
+/// Solves the least-squares fit of the HA or SQHA model to the record's frame by inversion of the
+/// normal matrix.
 ///
-/// \param[in,out] record    frame and design matrix in, solution out: entry K + k is the complex
+/// \param[in,out] record    frame and design in, both with room for them, solution out: entry K + k
+///                          is the complex
 ///                          amplitude a(k) of y(t) = w(t) sum over k of a(k) exp(i 2 pi k f0 t /
 ///                          fs)
 /// \param[in]     n         frame length N
@@ -150,7 +175,7 @@ int sqhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *
 
 /// Solves the least-squares fit of the QHA model to the record's frame, by block inversion.
 ///
-/// \param[in,out] record  frame and design matrix in, solution out: the amplitudes as above and,
+/// \param[in,out] record  frame and design in, solution out: the amplitudes as above and,
 ///                        from entry M / 2 on, the slopes b(k) of the terms
 ///                        (a(k) + b(k) t) exp(i 2 pi k f0 t), t in seconds
 /// \param[in]     n       frame length N
@@ -171,7 +196,7 @@ int sqhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *
 /// \param[out]    amp     [K] linear amplitudes in the waveform's unit, entry k - 1 for harmonic k;
 ///                        may be null
 /// \param[out]    phase   [K] phases in radians at the centre sample, -pi .. pi; may be null
-/// \param[in,out] record  HA or QHA record, made for no higher an f0 and no smaller a K
+/// \param[in,out] record  HA or QHA record
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      Hz
 /// \return 0, or -1 when f0 or K is 0, the frame is silent or the system singular; the outputs are
@@ -203,7 +228,7 @@ int getsqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std
 /// \param[in]     x       [len] waveform
 /// \param[in]     len     number of samples
 /// \param[in]     centre  centre sample of the frame, below len
-/// \param[in,out] record  QHA record, made for no higher an f0 and no lower an fmax
+/// \param[in,out] record  QHA record
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      current f0 in Hz
 /// \param[in]     fmax    maximum voiced frequency of the frame in Hz: harmonics below it take part

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "numeric/aligned.h"
@@ -44,6 +45,17 @@ namem *nameminitializefft(std::uint32_t lwin, std::uint32_t nfft);
 
 /// Releases a record; null is allowed. Returns 0.
 int namemdestroy(namem *record);
+
+namespace nalveo {
+
+struct namemrelease {
+    void operator()(namem *record) const { namemdestroy(record); }
+};
+
+/// A record and its owner.
+using namemhandle = std::unique_ptr<namem, namemrelease>;
+
+}  // namespace nalveo
 
 /// Log spectrum of one frame under the fixed noise window, which takes no notice of any period. The
 /// bins at 0 Hz and fs / 2 repeat their neighbours.

@@ -32,4 +32,9 @@ struct alignedallocator {
 /// An array of doubles on a cache line.
 using alignedreals = std::vector<double, alignedallocator<double>>;
 
+/// Lengthens an array that is shorter than that; it throws std::bad_alloc.
+inline void growto(alignedreals &array, std::size_t size) {
+    if (array.size() < size) array.resize(size);
+}
+
 }  // namespace nalveo

@@ -1,8 +1,8 @@
 #include "analysis/harmonic/qha.h"
 
-#include <algorithm>
 #include <cstdint>
 
+#include "analysis/harmonic/solution.h"
 #include "numeric/cholesky.h"
 #include "numeric/phasor.h"
 #include "simd/dispatch.h"
@@ -124,28 +124,25 @@ void fillweights(const qhaarrays &mem, const double *window, const double *frame
 }
 
 // All sums, eight harmonics side by side, each turning from sample to sample.
-struct sumskernel {
-    template <class Real8>
-    [[gnu::always_inline]] static void run(const qhaarrays *arrays) {
-        const qhaarrays &mem = *arrays;
-        for (std::size_t k = 0; k < mem.harmonics; k += vectorlength) {
-            const complexof<Real8> step{Real8::load(mem.stepcosines + k),
-                                        Real8::load(mem.stepsines + k)};
-            complexof<Real8> z = samephasors<Real8>({1.0, 0.0});
-            Real8 sums[nkinds] = {};
-            const double *row = mem.weights;
-            for (std::size_t t = 0; t <= mem.h; ++t, row += nkinds) {
-                for (std::size_t kind = 0; kind < nkinds; kind += 2) {
-                    sums[kind] += row[kind] * z.re;
-                    sums[kind + 1] += row[kind + 1] * z.im;
-                }
-                z.rotate(step);
+template <class Real8>
+[[gnu::always_inline]] inline void harmonicsums(const qhaarrays &mem) {
+    for (std::size_t k = 0; k < mem.harmonics; k += vectorlength) {
+        const complexof<Real8> step{Real8::load(mem.stepcosines + k),
+                                    Real8::load(mem.stepsines + k)};
+        complexof<Real8> z = samephasors<Real8>({1.0, 0.0});
+        Real8 sums[nkinds] = {};
+        const double *row = mem.weights;
+        for (std::size_t t = 0; t <= mem.h; ++t, row += nkinds) {
+            for (std::size_t kind = 0; kind < nkinds; kind += 2) {
+                sums[kind] += row[kind] * z.re;
+                sums[kind + 1] += row[kind + 1] * z.im;
             }
-            for (std::size_t kind = 0; kind < nkinds; ++kind)
-                sums[kind].store(mem.sums + kind * mem.harmonics + k);
+            z.rotate(step);
         }
+        for (std::size_t kind = 0; kind < nkinds; ++kind)
+            sums[kind].store(mem.sums + kind * mem.harmonics + k);
     }
-};
+}
 
 // Entries K - k and K + k of the sequences, by the addition theorems, and their mirror images.
 void fillsequences(const qhaarrays &mem) {
@@ -182,33 +179,41 @@ struct partofframe {
 // Sine K all but vanishes when harmonic K lies close to fs / 2. As differences of the sequences,
 // its elements would keep few right digits or none; as the sums over the frame that they are, they
 // keep all, and with them the fit: this is why the sequences are made by way of harmonic K.
+template <class Real8>
+[[gnu::always_inline]] inline void fillequations(const qhaarrays &mem, const partofframe &part) {
+    const std::size_t k = mem.k;
+    const double *const topcosines = mem.sumsof(sine1cosine);
+    for (std::size_t j = 0; j <= k; ++j) {
+        double *const row = mem.normal + j * mem.stride;
+        for (std::size_t i = j / vectorlength * vectorlength; i <= k; i += vectorlength)
+            (Real8::load(part.c + j + i) + Real8::load(part.c - j + i)).store(row + i);
+        for (std::size_t i = 1; i <= k; i += vectorlength)
+            (Real8::load(mem.s1 + i + j) + Real8::load(mem.s1 + i - j)).store(row + k + i);
+        row[2 * k] = 2.0 * topcosines[j];
+        row[2 * k + 1] = part.cosines[j];
+        for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
+    }
+    for (std::size_t j = 1; j <= k; ++j) {
+        double *const row = mem.normal + (k + j) * mem.stride;
+        for (std::size_t i = (k + j) / vectorlength * vectorlength; i <= 2 * k; i += vectorlength)
+            (Real8::load(part.d + i - (k + j)) - Real8::load(part.d + i - k + j)).store(row + i);
+        row[2 * k] = 2.0 * part.topsines[j];
+        row[2 * k + 1] = part.sines[j];
+        for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
+    }
+}
+
+struct sumskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const qhaarrays *mem) {
+        harmonicsums<Real8>(*mem);
+    }
+};
+
 struct equationskernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(const qhaarrays *arrays, const partofframe *halfframe) {
-        const qhaarrays &mem = *arrays;
-        const partofframe &part = *halfframe;
-        const std::size_t k = mem.k;
-        const double *const topcosines = mem.sumsof(sine1cosine);
-        for (std::size_t j = 0; j <= k; ++j) {
-            double *const row = mem.normal + j * mem.stride;
-            for (std::size_t i = j / vectorlength * vectorlength; i <= k; i += vectorlength)
-                (Real8::load(part.c + j + i) + Real8::load(part.c - j + i)).store(row + i);
-            for (std::size_t i = 1; i <= k; i += vectorlength)
-                (Real8::load(mem.s1 + i + j) + Real8::load(mem.s1 + i - j)).store(row + k + i);
-            row[2 * k] = 2.0 * topcosines[j];
-            row[2 * k + 1] = part.cosines[j];
-            for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
-        }
-        for (std::size_t j = 1; j <= k; ++j) {
-            double *const row = mem.normal + (k + j) * mem.stride;
-            for (std::size_t i = (k + j) / vectorlength * vectorlength; i <= 2 * k;
-                 i += vectorlength)
-                (Real8::load(part.d + i - (k + j)) - Real8::load(part.d + i - k + j))
-                    .store(row + i);
-            row[2 * k] = 2.0 * part.topsines[j];
-            row[2 * k + 1] = part.sines[j];
-            for (std::size_t i = 2 * k + 2; i < mem.stride; ++i) row[i] = 0.0;
-        }
+    [[gnu::always_inline]] static void run(const qhaarrays *mem, const partofframe *part) {
+        fillequations<Real8>(*mem, *part);
     }
 };
 
@@ -224,10 +229,6 @@ void solvepart(const qhaarrays &mem, const partofframe &part, double *unknowns) 
     runwidest<equationskernel>(&mem, &part);
     choleskysolvepossible(static_cast<std::uint32_t>(mem.unknowns), mem.normal, mem.stride,
                           unknowns);
-}
-
-void growto(alignedreals &array, std::size_t size) {
-    if (array.size() < size) array.resize(size);
 }
 
 }  // namespace
@@ -262,22 +263,13 @@ void solveqharmonics(qhascratch &scratch, const double *window, const double *fr
               odd);
 
     const double persecond = fs / static_cast<double>(h);
-    double *const amplitudes = solution + 2 * k;  // of k = 0
-    double *const slopes = amplitudes + 2 * (2 * k + 1);
-    const auto store = [](double *middle, std::size_t j, double re, double im) {
-        middle[2 * j] = re;
-        middle[2 * j + 1] = im;
-        double *const mirror = middle - 2 * j;
-        mirror[0] = re;
-        mirror[1] = -im;
-    };
-    for (std::size_t j = 1; j <= k; ++j) {
-        store(amplitudes, j, 0.5 * even[j], -0.5 * odd[k + j]);
-        store(slopes, j, 0.5 * odd[j] * persecond, -0.5 * even[k + j] * persecond);
-    }
-    amplitudes[0] = even[0];
-    slopes[0] = odd[0] * persecond;
-    amplitudes[1] = slopes[1] = 0.0;
+    storeconjugates(solution, k, [&](std::size_t j) {
+        return j == 0 ? phasor{even[0], 0.0} : phasor{0.5 * even[j], -0.5 * odd[k + j]};
+    });
+    storeconjugates(solution + 2 * mem.unknowns, k, [&](std::size_t j) {
+        return j == 0 ? phasor{odd[0] * persecond, 0.0}
+                      : phasor{0.5 * odd[j] * persecond, -0.5 * even[k + j] * persecond};
+    });
 }
 
 }  // namespace nalveo

@@ -1,0 +1,151 @@
+#include "analysis/discretecepstrum.h"
+
+#include <cmath>
+
+#include "analysis/warping.h"
+#include "numeric/cholesky.h"
+#include "numeric/matvect.h"
+#include "numeric/phasor.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
+
+namespace nalveo {
+
+namespace {
+
+// The arrays of the scratch, for k frequencies w on the warped axis and order p.
+struct rdcarrays {
+    static constexpr std::size_t powerslength = 2 * vectorlength + 2;
+
+    double *powers;
+    double *cosines;
+    double *projection;
+    double *normal;
+    std::size_t stride;
+};
+
+// e^(i fwarp(omega)), but for the sign of its sine, from e^(i omega). Only that sign tells alpha
+// from 1 / alpha, and the smaller of the two has a square.
+phasor warpedphasor(const phasor &z, double alpha) {
+    const double a = std::abs(alpha) > 1.0 ? 1.0 / alpha : alpha;
+    const double re = (1.0 + a * a) * z.re - 2.0 * a;
+    const double im = (1.0 - a * a) * z.im;
+    const double length = std::sqrt(re * re + im * im);
+    return length > 0.0 ? phasor{re / length, im / length} : phasor{1.0, 0.0};
+}
+
+// Phasors of the warped frequencies: those in Hz, or the multiples of f0 when freqs is null.
+void fillpowers(const rdcarrays &mem, std::uint32_t k, const double *freqs, double f0, double fs,
+                double alpha) {
+    const phasor fundamental = unitphasor(twopi * f0 / fs);
+    phasor harmonic = fundamental;
+    for (std::size_t i = 0; i < k; ++i, harmonic.rotate(fundamental)) {
+        const phasor z = freqs != nullptr ? unitphasor(freqs[i] * (twopi / fs)) : harmonic;
+        const phasor step = warpedphasor(z, alpha);
+        double *const powers = mem.powers + i * rdcarrays::powerslength;
+        phasor power{1.0, 0.0};
+        for (std::size_t m = 0; m < vectorlength; ++m, power.rotate(step)) {
+            powers[m] = power.re;
+            powers[vectorlength + m] = power.im;
+        }
+        powers[2 * vectorlength] = power.re;
+        powers[2 * vectorlength + 1] = power.im;
+    }
+}
+
+// Adds `count` frequencies to the sums; eight multiples m of each run side by side.
+template <std::size_t count, class Real8>
+[[gnu::always_inline]] inline void addfrequencies(const rdcarrays &mem, const double *powers,
+                                                  const double *levels, std::size_t p) {
+    complexof<Real8> z[count];
+    complexof<Real8> step[count];
+    for (std::size_t i = 0; i < count; ++i, powers += rdcarrays::powerslength) {
+        z[i] = {Real8::load(powers), Real8::load(powers + vectorlength)};
+        step[i] = samephasors<Real8>({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
+    }
+    for (std::size_t m = 0; m <= 2 * p; m += vectorlength) {
+        Real8 sum = Real8::load(mem.cosines + m);
+        for (std::size_t i = 0; i < count; ++i) sum += z[i].re;
+        sum.store(mem.cosines + m);
+        if (m <= p) {
+            Real8 weighted = Real8::load(mem.projection + m);
+            for (std::size_t i = 0; i < count; ++i) weighted += levels[i] * z[i].re;
+            weighted.store(mem.projection + m);
+        }
+        for (std::size_t i = 0; i < count; ++i) z[i].rotate(step[i]);
+    }
+}
+
+// Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
+// cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
+// upper triangle is filled; to its left there are zeros.
+struct normalequationskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const rdcarrays *arrays, std::size_t k,
+                                           const double *levels, std::size_t p) {
+        const rdcarrays &mem = *arrays;
+        for (std::size_t m = 0; m < wholevectors(2 * p + 1); ++m) mem.cosines[m] = 0.0;
+        for (std::size_t m = 0; m < wholevectors(p + 1); ++m) mem.projection[m] = 0.0;
+        for (std::size_t m = 0; m < (p + 1) * mem.stride; ++m) mem.normal[m] = 0.0;
+        std::size_t i = 0;
+        for (; i + 4 <= k; i += 4)
+            addfrequencies<4, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+        for (; i < k; ++i)
+            addfrequencies<1, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+
+        const double *const c = mem.cosines;
+        for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
+        mem.normal[0] = c[0];
+        mem.normal[p + 1] = mem.projection[0];
+        for (i = 1; i <= p; ++i) {
+            double *const row = mem.normal + i * mem.stride;
+            for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
+            row[i] += smoothnesspenalty * static_cast<double>(i * i);
+            row[p + 1] = 2.0 * mem.projection[i];
+        }
+    }
+};
+
+}  // namespace
+
+int fitcepstrum(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
+                std::uint32_t p, double *out, double fs, double f0, double alpha) {
+    const std::size_t order = p;
+    const std::size_t stride = wholevectors(order + 2);
+    growto(scratch.powers, k * rdcarrays::powerslength);
+    growto(scratch.cosines, wholevectors(2 * order + 1));
+    growto(scratch.projection, wholevectors(order + 1));
+    growto(scratch.normal, (order + 1) * stride);
+    const rdcarrays mem{scratch.powers.data(), scratch.cosines.data(), scratch.projection.data(),
+                        scratch.normal.data(), stride};
+    fillpowers(mem, k, freqs, f0, fs, alpha);
+    runwidest<normalequationskernel>(&mem, std::size_t{k}, levels, order);
+    return choleskysolve(p + 1, mem.normal, stride, out) != 0.0 ? 0 : -1;
+}
+
+}  // namespace nalveo
+
+using namespace nalveo;
+
+int ccmatrixcreate(std::uint32_t p, std::uint32_t k, const double *freqs, double *c, double *s,
+                   double f0, double fs, double alpha) {
+    if (c == nullptr && s == nullptr) return -1;
+    if (c == nullptr) return 0;
+    const double scale = freqs != nullptr ? twopi / fs : twopi * f0 / fs;
+    const std::size_t columns = std::size_t{p} + 1;
+    for (std::size_t row = 0; row < k; ++row) {
+        const double position = freqs != nullptr ? freqs[row] : static_cast<double>(row + 1);
+        const phasor step = unitphasor(fwarp(position * scale, alpha));
+        double *const cosines = c + row * columns;
+        double *const sines = s != nullptr ? s + row * columns : nullptr;
+        cosines[0] = 1.0;
+        if (sines != nullptr) sines[0] = -0.0;
+        phasor z{1.0, 0.0};
+        for (std::size_t j = 1; j <= p; ++j) {
+            z.rotate(step);
+            cosines[j] = 2.0 * z.re;
+            if (sines != nullptr) sines[j] = -2.0 * z.im;
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,60 @@
+/// Warping of frequencies and cepstra by a first-order all-pass section with parameter alpha (0.42
+/// comes close to the mel scale at 16 kHz).
+///
+/// Oppenheim & Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972.
+/// Uses numeric/products.h for the product with the matrix of a warping.
+
+#pragma once
+
+#include <cstdint>
+
+#include "numeric/aligned.h"
+
+namespace nalveo {
+
+/// The warping of cepstra of order m to order p, a fixed linear map, as a matrix: row i is the
+/// warped image of quefrency i. Made at first use; it follows when orders or alpha change.
+struct warpmatrix {
+    std::uint32_t m = 0;
+    std::uint32_t p = 0;
+    double alpha = 0.0;
+    alignedreals rows;  // [(m + 1) x (p + 1, rounded up to whole vectors)]
+};
+
+/// Warps a cepstrum as ccwarp does. The warping is linear: with the matrix of the run it is a
+/// product, which unlike the recursion need not wait for itself.
+///
+/// \param[in,out] warp     the matrix of the run; throws std::bad_alloc when it has to be made
+/// \param[in]     c        [m + 1] cepstrum on the linear frequency axis
+/// \param[in]     m        its order, at most longest
+/// \param[in]     longest  highest order of the run
+/// \param[out]    out      [p + 1] cepstrum on the warped axis, as ccwarp leaves it
+/// \param[in]     p        order wanted
+/// \param[out]    scratch  [p + 1, rounded up to whole vectors]
+/// \param[in]     alpha    warping parameter
+void warpcepstrum(warpmatrix &warp, const double *c, std::uint32_t m, std::uint32_t longest,
+                  double *out, std::uint32_t p, double *scratch, double alpha);
+
+}  // namespace nalveo
+
+/// Warped angular frequency, atan2((1 - alpha^2) sin omega, (1 + alpha^2) cos omega - 2 alpha).
+///
+/// \param[in] omega  angular frequency, radians per sample
+/// \param[in] alpha  warping parameter; above 0 it stretches the low frequencies
+/// \return warped angular frequency; 0 and pi stay where they are
+double fwarp(double omega, double alpha);
+
+/// Warps a cepstrum by the frequency transformation recursion.
+///
+/// Oppenheim & Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972.
+///
+/// \param[in]  c        [m + 1] cepstrum on the linear frequency axis
+/// \param[in]  m        its order
+/// \param[out] out      [p + 1] cepstrum on the warped axis; must not overlap c. With alpha 0 only
+///                      entries 0 .. p - 1 are written: c(i) for i < m, 0 from there on
+/// \param[in]  p        order wanted
+/// \param[out] scratch  [p + 1]
+/// \param[in]  alpha    warping parameter
+/// \return 0, or -1 when alpha is not between -1 and 1; nothing is written then
+int ccwarp(const double *c, std::uint32_t m, double *out, std::uint32_t p, double *scratch,
+           double alpha);
