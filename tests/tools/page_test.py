@@ -10,6 +10,7 @@ import tempfile
 import time
 import unittest
 
+import nalveo
 import numpy as np
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
@@ -158,6 +159,9 @@ class PageTest(unittest.TestCase):
                 window.started = when;
                 start.apply(this, when);
             };""")
+        self.assertEqual(self.browser.run(
+            "return data.sounds.map((sound) => sound.button.textContent)"),
+            ["▶ original", "▶ resynthesis"])
         self.browser.click("#sounds button")
         self.wait("return player.context && player.context.currentTime > player.began + 0.1")
         self.assertEqual(self.browser.run("return started"), [0, 0.5, 1.5])
@@ -168,6 +172,17 @@ class PageTest(unittest.TestCase):
         self.browser.click("#sounds button")
         self.assertTrue(self.browser.run("return player.source === null"
                                          " && element('playing').hidden"))
+        # The resynthesis is what the package makes of the tracks.
+        lf0 = np.fromfile("f", "<f4").astype(float)
+        made = nalveo.synthesize(np.where(lf0 > 0, np.exp(lf0), 0),
+                                 np.fromfile("c", "<f4").reshape(-1, 40), np.fromfile("v", "<f4"),
+                                 length=len(samples))
+        self.browser.click("#sounds button:nth-of-type(2)")
+        played = self.browser.run("return Array.from(player.source.buffer.getChannelData(0))")
+        np.testing.assert_allclose(played, made, atol=2 / 32768)
+        self.assertTrue(self.browser.run("return data.sounds[1].button.textContent[0] === '■'"
+                                         " && data.sounds[0].button.textContent[0] === '▶'"))
+        self.browser.run("stop()")
 
 
 if __name__ == "__main__":

@@ -319,6 +319,28 @@ class PlotTest(unittest.TestCase):
             self.assertIn(f"could not open {name}", run.stdout)
             self.assertFalse(os.path.exists("out.png"))
 
+    def test_resynthesis(self):
+        """It stands below the original, and has its levels where there is sound."""
+        samples = recording.read_recording("sample.wav")
+        args = parse(["sample.wav", "-o", "x.png", "--resynth"])
+        tracks = recording.analyse(args, "sample.wav", samples)
+        pages = overview.pages(lambda size: Figure(figsize=size), args, samples, tracks, 100,
+                               recording.resynthesis(tracks))
+        figure = next(pages)[0]
+        self.assertEqual(figure.axes[2].get_ylabel().split()[0], "resynthesis")
+        original, again = (axes.images[0].get_array().data for axes in figure.axes[1:3])
+        self.assertGreater(np.abs(original - again).max(), 1)  # noise, at least, is different
+        loud = original > original.max() - 30
+        self.assertLess(np.abs(np.median((again - original)[loud])), 2)
+        self.assertGreater(np.corrcoef(original.ravel(), again.ravel())[0, 1], 0.9)
+        subprocess.run(["nalveo16", "sample.wav", "f", "c"], check=True)
+        run = self.run_plot("sample.wav", "--lf0", "f", "--resynth")
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("needs f0 and cepstra", run.stdout)
+        run = self.run_plot("sample.wav", "--frame", "0.9", "--resynth", output="x.svg")
+        self.assertEqual(run.returncode, 0, run.stdout)
+        self.assertIn("resynthesis", texts("x.svg"))
+
     def test_corpus(self):
         """The bad files of a collection are named, the others are not."""
         rng = np.random.default_rng(1)

@@ -8,7 +8,7 @@ from matplotlib.figure import Figure
 
 from . import frame, overview
 from .options import ending_of, is_folder, parse
-from .recording import Tracks, Wrong, analyse, escape, read_recording, tell
+from .recording import (Tracks, Wrong, analyse, escape, read_recording, resynthesis, tell)
 
 METHODS = ("harmonics, interpolated", "harmonics, discrete cepstrum",
            "quasi-harmonics, discrete cepstrum", "complementary windows", "SEEVOC")
@@ -29,6 +29,7 @@ class Drawing:
             self.tracks = Tracks(args, wave, len(self.samples), args.lf0, args.mcc, args.mvf)
         else:
             self.tracks = analyse(args, wave, self.samples)
+        self.again = resynthesis(self.tracks) if args.resynth else None
         if args.compare:
             self.envelopes = [(f"{number}: {name}", analyse(args, wave, self.samples, number), 0)
                               for number, name in enumerate(METHODS)]
@@ -40,10 +41,12 @@ class Drawing:
     def pages(self, new_figure, dpi):
         """Yields (figure, number of the page, number of pages)."""
         if self.args.frame is None:
-            yield from overview.pages(new_figure, self.args, self.samples, self.tracks, dpi)
+            yield from overview.pages(new_figure, self.args, self.samples, self.tracks, dpi,
+                                      self.again)
         else:
             figure = new_figure(self.args.size or (10, 5.5))
-            frame.draw(figure, self.args, self.samples, self.tracks, self.envelopes)
+            frame.draw(figure, self.args, self.samples, self.tracks, self.envelopes,
+                       self.again)
             yield figure, 1, 1
 
 
@@ -85,7 +88,8 @@ def save(drawing, path):
     if ending == ".html":
         from . import page
         with whole(path) as unfinished:
-            page.write(unfinished, drawing.args, drawing.samples, drawing.tracks)
+            page.write(unfinished, drawing.args, drawing.samples, drawing.tracks,
+                       drawing.again)
         return
     dpi = drawing.args.dpi or (100 if ending == ".png" else 300)
     made = []

@@ -26,8 +26,11 @@ def distinct(envelopes, number, nfft):
     return [("\n= ".join(labels), levels) for labels, levels in drawn]
 
 
-def draw(figure, args, samples, tracks, envelopes):
-    """One frame, with an envelope over it for each (label, tracks, index) of envelopes."""
+def draw(figure, args, samples, tracks, envelopes, again=None):
+    """One frame, with an envelope over it for each (label, tracks, index) of envelopes.
+
+    again  samples of the resynthesis, or None
+    """
     number = round(args.frame * FS / tracks.lframe)
     if not 0 <= number < tracks.nframes:
         raise Wrong(f"there is no frame at {args.frame:g} s: they are at 0 to "
@@ -38,6 +41,9 @@ def draw(figure, args, samples, tracks, envelopes):
     axes = figure.add_subplot()
     axes.plot(freqs / 1000, levels, color="#777777", linewidth=0.9,
               label="spectrum, harmonics scaled to density" if f0 else "spectrum")
+    if again is not None:
+        axes.plot(freqs / 1000, spectra.frame_spectrum(again, number * tracks.lframe, f0)[1],
+                  color=style.SKY, linewidth=0.9, label="resynthesis")
     shown = distinct(envelopes, number, 2 * len(freqs) - 2)
     styles = ((style.VERMILION, "-"), (style.BLUE, "--"), (style.GREEN, "-."),
               (style.PINK, (0, (6, 1))), (style.ORANGE, ":"))

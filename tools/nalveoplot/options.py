@@ -56,6 +56,7 @@ def parse(argv):
     add("--row", type=float, metavar="S", help="seconds in a row (all up to 12 s, else 20 or 30)")
     add("--size", type=float, nargs=2, metavar=("W", "H"), help="size of a page in inches")
     add("--dpi", type=float, metavar="N", help="dots per inch (.png 100, images in others 300)")
+    add("--resynth", action="store_true", help="also draw the speech that the tracks make again")
     add("--partial", action="store_true", help="accept tracks that end before the recording")
     add("--title", metavar="TEXT", help="title of the picture")
     add("--version", action=Version, nargs=0, help="tell the version and end")

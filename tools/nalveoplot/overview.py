@@ -108,13 +108,14 @@ def image(axes, levels, times, limits):
     return shown
 
 
-def spectrum_lane(samples, tracks, limits, columns, label="spectrogram"):
+def spectrum_lane(samples, tracks, limits, columns, label="spectrogram", lines=True):
     def draw(axes, view):
         step = max(20, -(-(view.last - view.first) // columns))
         centres = np.arange(view.first, view.last, step)
         shown = image(axes, spectra.spectrogram(samples, centres, FREQS), centres / FS, limits)
+        if not lines:
+            return shown
         for mvf, colour in zip(tracks.mvf, style.MVF_COLOURS):
-            # Frame by frame it would hatch the harmonics that it is about.
             time, line = thinned(tracks, view, mvf)
             axes.plot(time, spectra.mel(line), color=colour, linewidth=1.1,
                       path_effects=style.outline(1.1))
@@ -257,14 +258,16 @@ def levels_between(samples, first, last):
     return spectra.level_range(spectra.spectrogram(samples, centres, FREQS[::4]))
 
 
-def make_lanes(samples, tracks, start, end, columns):
-    """The lanes of every row, with axes that all rows share."""
+def make_lanes(samples, tracks, start, end, columns, again):
+    """The lanes of every row, with axes that all rows share; again: the resynthesis, or None."""
     first, last = int(start * FS), min(int(end * FS) + 1, len(samples))
     if first >= last or first // tracks.lframe >= tracks.nframes:
         raise Wrong(f"there is nothing to draw from {start:g} s on.")
     limits = levels_between(samples, first, last)
     lanes = [wave_lane(samples, np.abs(samples[first:last]).max() or 1.0),
              spectrum_lane(samples, tracks, limits, columns)]
+    if again is not None:
+        lanes.append(spectrum_lane(again, tracks, limits, columns, "resynthesis", lines=False))
     lanes += [envelope_lane(samples, tracks, index, limits, columns)
               for index in range(len(tracks.cc))]
     lanes += [mvf_lane(tracks)] if tracks.mvf else []
@@ -291,7 +294,7 @@ def fill_row(figure, lanes, view, box, scale):
     return drawn, axes
 
 
-def pages(new_figure, args, samples, tracks, dpi):
+def pages(new_figure, args, samples, tracks, dpi, again=None):
     """Yields (figure, number of the page, number of pages)."""
     start, end = seconds_of(args, samples)
     seconds = row_seconds(args, end - start)
@@ -299,7 +302,8 @@ def pages(new_figure, args, samples, tracks, dpi):
     npages = -(-nrows // ROWS_A_PAGE)
     width, height = args.size or (min(max(10, end - start), 14), None)
     inner = width - MARGINS["left"] - MARGINS["right"]
-    lanes = make_lanes(samples, tracks, start, end, min(round(inner * dpi), 6000))
+    lanes = make_lanes(samples, tracks, start, end, min(round(inner * dpi), 6000),
+                       again)
     here = min(nrows, ROWS_A_PAGE)
     fixed = (MARGINS["top"] + MARGINS["bottom"] + here * (len(lanes) - 1) * GAP
              + (here - 1) * ROW_GAP)

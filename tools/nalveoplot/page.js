@@ -40,10 +40,13 @@ function drawLane(lane) {
     context.font = "11px system-ui, sans-serif";
     context.textBaseline = "middle";
     context.textAlign = "right";
+    let above = Infinity;  // where the last text stands
     for (const [share, text] of lane.ticks) {
         const y = Math.min(Math.max(height * (1 - share), 6), height - 6);
-        context.fillText(text, LEFT - 5, y);
         context.fillRect(LEFT - 4, height * (1 - share), 4, 1);
+        if (above - y < 11) continue;
+        context.fillText(text, LEFT - 5, y);
+        above = y;
     }
     context.save();
     context.translate(9, height / 2);
@@ -135,9 +138,8 @@ addLane("all", 34, [], (context, height) => {
     context.fillRect(left, 0, Math.max(right - left, 2), height);
     drawWave(context, height, data.sounds[0], 0, data.seconds, "#777");
 }, {whole: true, below: 8});
-for (const sound of data.sounds) {
-    const name = data.sounds.length > 1 ? sound.name : "wave";
-    addLane(name, 56, [[0.5, "0"]], (context, height) => {
+for (const [number, sound] of data.sounds.entries()) {
+    addLane(number ? "resynth" : "wave", number ? 64 : 56, [[0.5, "0"]], (context, height) => {
         drawWave(context, height, sound, view.start, view.end, "#555");
     }, {sound});
 }
@@ -158,7 +160,7 @@ for (const image of data.images) {
     }, {image});
 }
 if (data.mvf.length) {
-    addLane("max. voiced", 80, [[0, "0"], [0.5, `${data.fs / 4000} k`], [1, `${data.fs / 2000} k`]],
+    addLane("max. voiced", 105, [[0, "0"], [0.5, `${data.fs / 4000} k`], [1, `${data.fs / 2000} k`]],
         (context, height) => {
             for (const track of data.mvf) {
                 drawTrack(context, points(track), (hz) => height * (1 - 2 * hz / data.fs),

@@ -17,7 +17,7 @@ import numpy as np
 from PIL import Image
 
 from . import overview, spectra, style
-from .recording import FS, escape
+from .recording import FS, Wrong, escape, resynthesis, tell
 
 ROWS = 256  # of the images
 SHADES = 128  # half a decibel each, about
@@ -81,11 +81,13 @@ def tracks_of(tracks, kind, word, colours):
 
 
 def sound(name, samples):
-    whole = np.round(np.clip(samples, -1, 32767 / 32768) * 32768).astype("<i2")
+    """Sixteen bits of it; made quieter as a whole if it goes beyond full scale."""
+    within = np.minimum(samples / max(np.abs(samples).max(), 1), 32767 / 32768)
+    whole = np.round(within * 32768).astype("<i2")
     return {"name": name, "data": encoded(whole)}
 
 
-def contents(args, samples, tracks):
+def contents(args, samples, tracks, again):
     """What the page shows, as it stands in it."""
     seconds = len(samples) / FS
     start, end = overview.seconds_of(args, samples)
@@ -98,6 +100,10 @@ def contents(args, samples, tracks):
     images = [pyramid("spectrogram", -(-len(samples) // step), step / FS,
                       lambda columns: spectra.spectrogram(samples, columns * step, freqs),
                       limits, lines=True)]
+    if args.resynth:
+        images.append(pyramid("resynthesis", -(-len(again) // step), step / FS,
+                              lambda columns: spectra.spectrogram(again, columns * step, freqs),
+                              limits))
     for index, name in enumerate(tracks.names["mcc"]):
         images.append(pyramid(
             "envelope" if len(tracks.cc) == 1 else escape(os.path.basename(name)),
@@ -110,7 +116,8 @@ def contents(args, samples, tracks):
         "tile": TILE, "limits": limits, "peak": float(np.abs(samples).max()) or 1.0,
         "palette": [int(colour) for colour in palette().astype(int) @ (65536, 256, 1)],
         "images": images,
-        "sounds": [sound("original", samples)],
+        "sounds": [sound("original", samples)]
+        + ([] if again is None else [sound("resynthesis", again)]),
         "f0": tracks_of(tracks, "f0", "f0", style.F0_COLOURS),
         "mvf": tracks_of(tracks, "mvf", "maximum voiced frequency", style.MVF_COLOURS),
         "f0limits": f0limits, "f0ticks": overview.f0_steps(*f0limits),
@@ -118,16 +125,23 @@ def contents(args, samples, tracks):
     }
 
 
-def write(path, args, samples, tracks):
-    """The page as a file."""
+def write(path, args, samples, tracks, again):
+    """The page as a file; again: the resynthesis, or None, where it is made if it can be."""
+    if again is None and tracks.f0 and tracks.cc:
+        try:
+            again = resynthesis(tracks)
+        except Wrong as error:
+            tell(f"Note: {error}")
+
     def part(name):
         with open(os.path.join(os.path.dirname(__file__), name), encoding="utf-8") as file:
             return file.read()
     title = args.title or overview.describe(samples, tracks, 0, len(samples) / FS)
     # Nothing in the data can end the script that holds it.
-    data = json.dumps(contents(args, samples, tracks), allow_nan=False).replace("<", "\\u003c")
+    data = json.dumps(contents(args, samples, tracks, again), allow_nan=False)
     parts = {"title": html.escape(title), "style": part("page.css").strip(),
-             "script": part("drawing.js") + part("page.js").strip(), "data": data}
+             "script": part("drawing.js") + part("page.js").strip(),
+             "data": data.replace("<", "\\u003c")}
     text = re.sub("@([a-z]+)@", lambda match: parts[match[1]], part("page.html"))
     with open(path, "w", encoding="utf-8") as file:
         file.write(text)

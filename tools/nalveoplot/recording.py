@@ -245,3 +245,18 @@ def analyse(args, wave, samples, method=None):
     tracks.cc = [found.mcep]
     tracks.names = {"lf0": ["f0"], "mcc": ["envelope"], "mvf": ["mvf"]}
     return tracks
+
+
+def resynthesis(tracks):
+    """Samples that the first tracks of each kind sound like, as many as the recording has."""
+    if not tracks.f0 or not tracks.cc:
+        raise Wrong("a resynthesis needs f0 and cepstra: name --lf0 and --mcc, or no tracks.")
+    length = min(tracks.nsamples, tracks.nframes * tracks.lframe)
+    try:
+        made = library().synthesize(
+            np.nan_to_num(tracks.f0[0]), tracks.cc[0],
+            np.nan_to_num(tracks.mvf[0]) if tracks.mvf else None, FS, scale=tracks.scale,
+            alpha=tracks.alpha, hop_length=tracks.lframe, length=length)
+    except ValueError as error:
+        raise Wrong(f"could not resynthesise {tracks.wave}: {error}.") from error
+    return np.pad(made, (0, tracks.nsamples - length))
