@@ -160,13 +160,13 @@ for (const image of data.images) {
     }, {image});
 }
 if (data.mvf.length) {
-    addLane("max. voiced", 105, [[0, "0"], [0.5, `${data.fs / 4000} k`], [1, `${data.fs / 2000} k`]],
-        (context, height) => {
-            for (const track of data.mvf) {
-                drawTrack(context, points(track), (hz) => height * (1 - 2 * hz / data.fs),
-                    track.colour);
-            }
-        });
+    const ticks = [0, 0.5, 1].map((share) => [share, `${share * data.fs / 2000} k`]);
+    addLane("max. voiced", 105, ticks, (context, height) => {
+        for (const track of data.mvf) {
+            drawTrack(context, points(track), (hz) => height * (1 - 2 * hz / data.fs),
+                track.colour);
+        }
+    });
 }
 if (data.f0.length) {
     const [low, high] = data.f0limits;
