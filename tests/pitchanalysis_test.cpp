@@ -9,8 +9,11 @@
 #include <memory>
 #include <vector>
 
+#include "analysis/autocorrelation.h"
 #include "analysis/harmonicanalysis.h"
 #include "testsignals.h"
+
+using namespace nalveo;
 
 namespace {
 
@@ -118,6 +121,23 @@ TEST(autocorrelation, iscircular) {
     EXPECT_EQ(autocorrelation(0, pairs.data()), 0);
     EXPECT_EQ(autocorrelation(63, pairs.data()), -1);
     EXPECT_EQ(pairs, kept);
+}
+
+TEST(autocorrelation, ofrealframesisthatofitsplainform) {
+    for (const std::size_t n : {2u, 8u, 64u, 256u, 1024u}) {
+        const track x = whitenoise(n, 1.0, n);
+        track pairs;
+        for (const double v : x) pairs.insert(pairs.end(), {v, 0.0});
+        autocorrelation(static_cast<std::int32_t>(n), pairs.data());
+        autocorrelator fast(n, n + 3);
+        std::copy(x.begin(), x.end(), fast.frame());
+        for (int turn = 0; turn < 2; ++turn) {  // a frame stays as it is
+            const double *const lags = fast.run();
+            for (std::size_t lag = 0; lag < n; ++lag)
+                EXPECT_NEAR(lags[lag] / pairs[0], pairs[2 * lag] / pairs[0], 1e-14) << lag;
+            for (std::size_t lag = n; lag < n + 3; ++lag) EXPECT_EQ(lags[lag], 0.0);
+        }
+    }
 }
 
 std::vector<candidate> bestcandidates(const track &r, int from, int to, double f0min) {
