@@ -295,11 +295,8 @@ ARGUMENTS = [
 ]
 
 
-def outputs(folder):
+def outputs(folder, waves):
     """What the programs make of all this: a digest per run."""
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
-    waves = recordings(folder)
     runs = [(f"{wave}.wav f c v {option}", True) for option in OPTIONS for wave in waves]
     runs += [(arguments, False) for arguments in ARGUMENTS]
     digests = {}
@@ -357,7 +354,7 @@ class Change:
         )
 
 
-def verdict(tests, expected):
+def verdict(tests, folder, waves, expected):
     """What becomes of the change that stands in the copy, and the details."""
     status, _ = build()
     if status != 0:
@@ -365,7 +362,7 @@ def verdict(tests, expected):
     failed = tests.failure()
     if failed:
         return "noticed", failed
-    now = outputs(PLACE / "runs")
+    now = outputs(folder, waves)
     differing = [arguments for arguments, digest in expected.items() if now[arguments] != digest]
     if differing:
         return "SURVIVES", f"{len(differing)} of {len(expected)} outputs differ: {differing[0]}"
@@ -439,7 +436,11 @@ def main():
     if failed:
         print(f"mutants: {failed} fails without a change")
         return 2
-    expected = outputs(PLACE / "runs")
+    folder = PLACE / "runs"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    waves = recordings(folder)
+    expected = outputs(folder, waves)
     if args.change:
         sites = [single(*args.change)]
     else:
@@ -451,7 +452,7 @@ def main():
         change = Change(site)
         start = time.monotonic()
         with change:
-            result, detail = verdict(tests, expected)
+            result, detail = verdict(tests, folder, waves, expected)
         counts[result] += 1
         seconds = time.monotonic() - start
         print(f"{result}: {change} [{detail}] {seconds:.0f} s", flush=True)
