@@ -295,6 +295,33 @@ ARGUMENTS = [
 ]
 
 
+THROUGHPYTHON = """
+import hashlib, nalveo, numpy, sys
+with open("speech.wav", "rb") as wave:
+    x = numpy.frombuffer(wave.read()[44:], "<i2") / 32768
+digest = hashlib.sha256()
+for rate, options in [
+    (16000, {}),
+    (16000, dict(method="seevoc", alpha=0.3, order=24, hop_length=100)),
+    (16000, dict(refine=3, scale="hts", f0_floor=100, f0_ceil=250)),
+    (48000, dict(frame_period=4.0)),
+    (8000, dict(f0_floor=-1)),
+    (16000, dict(order=512)),
+    (16000, dict(alpha=1.0)),
+    (1, {}),
+]:
+    try:
+        for track in nalveo.analyze(x, rate, **options)[:3]:
+            digest.update(numpy.ascontiguousarray(track).tobytes())
+    except Exception as error:
+        digest.update(repr(error).encode())
+analysis = nalveo.analyze(x, 16000)
+levels = nalveo.envelope(analysis[1], 16000)
+digest.update(numpy.ascontiguousarray(levels).tobytes())
+print(digest.hexdigest())
+"""
+
+
 def outputs(folder, waves):
     """What the programs make of all this: a digest per run."""
     runs = [(f"{wave}.wav f c v {option}", True) for option in OPTIONS for wave in waves]
@@ -305,8 +332,7 @@ def outputs(folder, waves):
         digest = hashlib.sha256()
         commands = [[BUILD / "nalveo16", *arguments.split()]]
         if synthesise and (BUILD / "nalveo16-synth").exists():
-            options = [o for o in arguments.split() if o.startswith(("--lframe", "--ccord",
-                                                                     "--alpha", "--htsscale"))]  # fmt: skip
+            options = [o for o in arguments.split() if o.startswith(("--lframe", "--alpha", "--hts"))]
             commands.append([BUILD / "nalveo16-synth", "f", "c", "v", "out.wav", *options])
         for command in commands:
             status, text = quiet(command, seconds=60, cwd=folder, preexec_fn=limits)
@@ -316,6 +342,12 @@ def outputs(folder, waves):
                 digest.update(name.encode() + (folder / name).read_bytes())
                 (folder / name).unlink()
         digests[arguments] = digest.hexdigest()
+    if executables(BUILD, "libnalveo.so*"):
+        paths = {"PYTHONPATH": TREE / "python", "LD_LIBRARY_PATH": BUILD}
+        environment = {**os.environ, **{name: str(path) for name, path in paths.items()}}
+        digests["through Python"] = quiet(
+            [sys.executable, "-c", THROUGHPYTHON], 60, cwd=folder, env=environment
+        )
     return digests
 
 
