@@ -32,6 +32,7 @@ import random
 import re
 import resource
 import shutil
+import signal
 import struct
 import subprocess
 import sys
@@ -153,7 +154,7 @@ def limits():
 
 
 def quiet(command, seconds=None, **options):
-    """Runs a command in a session of its own. Its status, None when it took too long, and output."""
+    """Runs a command in a session of its own: its status, None for a time-out, and its output."""
     with subprocess.Popen(
         command,
         stdin=subprocess.DEVNULL,
@@ -166,9 +167,12 @@ def quiet(command, seconds=None, **options):
             output, _ = process.communicate(timeout=seconds)
             return process.returncode, output
         except subprocess.TimeoutExpired:
-            os.killpg(process.pid, 9)
+            os.killpg(process.pid, signal.SIGKILL)
             output, _ = process.communicate()
             return None, output
+        except BaseException:  # a changed program may never end by itself
+            os.killpg(process.pid, signal.SIGKILL)
+            raise
 
 
 def configure():
@@ -312,12 +316,12 @@ for rate, options in [
 ]:
     try:
         for track in nalveo.analyze(x, rate, **options)[:3]:
-            digest.update(numpy.ascontiguousarray(track).tobytes())
+            digest.update(track.astype("<f4").tobytes())
     except Exception as error:
         digest.update(repr(error).encode())
 analysis = nalveo.analyze(x, 16000)
 levels = nalveo.envelope(analysis[1], 16000)
-digest.update(numpy.ascontiguousarray(levels).tobytes())
+digest.update(levels.astype("<f4").tobytes())
 print(digest.hexdigest())
 """
 
@@ -332,7 +336,8 @@ def outputs(folder, waves):
         digest = hashlib.sha256()
         commands = [[BUILD / "nalveo16", *arguments.split()]]
         if synthesise and (BUILD / "nalveo16-synth").exists():
-            options = [o for o in arguments.split() if o.startswith(("--lframe", "--alpha", "--hts"))]
+            common = ("--lframe", "--alpha", "--hts")
+            options = [option for option in arguments.split() if option.startswith(common)]
             commands.append([BUILD / "nalveo16-synth", "f", "c", "v", "out.wav", *options])
         for command in commands:
             status, text = quiet(command, seconds=60, cwd=folder, preexec_fn=limits)
@@ -380,10 +385,8 @@ class Change:
 
     def __str__(self):
         number = lineof(self.before, self.site.start)
-        return (
-            f"{self.site.path}:{number}: {self.site.old.strip()} -> {self.site.new.strip() or '(none)'}"
-            f" in: {self.line()}"
-        )
+        old, new = self.site.old.strip(), self.site.new.strip() or "(none)"
+        return f"{self.site.path}:{number}: {old} -> {new} in: {self.line()}"
 
 
 def verdict(tests, folder, waves, expected):
@@ -446,7 +449,7 @@ def arguments():
     parser = argparse.ArgumentParser(
         description=__doc__, formatter_class=argparse.RawTextHelpFormatter, allow_abbrev=False
     )
-    parser.add_argument("paths", metavar="PATH", nargs="*", help="as src/io or src/io/fdoubleio.cpp")
+    parser.add_argument("paths", metavar="PATH", nargs="*", help="as src/io or src/driver/main.cpp")
     parser.add_argument("--runs", type=int, default=100, help="changes that build (default 100)")
     parser.add_argument("--seed", type=int, default=1, help="of the draw (default 1)")
     parser.add_argument("--log", metavar="FILE", help="appends a JSON line per change")
@@ -457,6 +460,7 @@ def arguments():
 
 def main():
     args = arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(2))
     copytree()
     configure()
     status, output = build()
@@ -479,7 +483,8 @@ def main():
         sites = list(again(args.again)) if args.again else draw(args)
     counts, survivors = collections.Counter(), []
     for site in sites:
-        if not (args.again or args.change) and counts.total() - counts["does not build"] == args.runs:
+        built = counts.total() - counts["does not build"]
+        if not (args.again or args.change) and built == args.runs:
             break
         change = Change(site)
         start = time.monotonic()
