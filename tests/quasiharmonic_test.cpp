@@ -5,6 +5,7 @@
 #include <complex>
 #include <cstdint>
 #include <initializer_list>
+#include <utility>
 #include <vector>
 
 #include "analysis/harmonic/qha.h"
@@ -150,6 +151,31 @@ TEST(quasiharmonics, leaveoutwhatcannotbetold) {
             ASSERT_EQ(frame.k, k);
             EXPECT_LT(frame.error(frame.fast(), wanted, k - 1), 0.2) << k << " " << gap;
         }
+    }
+}
+
+TEST(quasiharmonics, moveuptohalfthewaytotheirneighbours) {
+    // A slope in quadrature with its harmonic is what a shift of frequency looks like at first
+    // order. These are the model's own terms, so the fit gives the shifts back as they went in.
+    constexpr double f0 = 150.0;
+    constexpr std::uint32_t k = 40;
+    reals shifts(k);
+    for (const auto &[j, part] : {std::pair(3u, 0.4), {7u, 0.6}, {11u, -0.45}, {15u, -0.9}})
+        shifts[j - 1] = part * f0;
+    reals x(qhaframesize(testfs, f0)), freq(k);
+    const auto n = static_cast<std::uint32_t>(x.size());
+    for (std::uint32_t i = 0; i < n; ++i)
+        for (std::uint32_t j = 1; j <= k; ++j) {
+            const double t = 2 * testpi * (i - n / 2.0 + 0.5) / testfs;
+            x[i] += (std::cos(j * f0 * t + j) - shifts[j - 1] * t * std::sin(j * f0 * t + j)) / j;
+        }
+    hamem *const mem = qhameminitialize(testfs, testfs, f0);
+    EXPECT_EQ(getqharmonics(x.data(), n, n / 2, k, nullptr, nullptr, freq.data(), mem, testfs, f0),
+              0);
+    hamemdestroy(mem);
+    for (std::uint32_t j = 1; j <= k; ++j) {
+        const double shift = std::abs(shifts[j - 1]) < f0 / 2 ? shifts[j - 1] : 0.0;
+        EXPECT_NEAR(freq[j - 1], j * f0 + shift, 1e-6) << j;
     }
 }
 
