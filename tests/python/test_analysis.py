@@ -6,6 +6,8 @@ import multiprocessing
 import pickle
 import subprocess
 import sys
+import threading
+import time
 
 import numpy as np
 import pytest
@@ -117,6 +119,17 @@ def test_threads_give_the_serial_bytes(speech):
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
         parallel = list(pool.map(work, jobs))
     assert all(same(a, b) for a, b in zip(serial, parallel))
+
+
+def test_interpreter_goes_on_during_the_work(speech):
+    minute = np.tile(speech, 20)
+    worker = threading.Thread(target=nalveo.analyze, args=(minute, 16000))
+    worker.start()
+    turns = 0
+    while worker.is_alive():
+        time.sleep(0.001)
+        turns += 1
+    assert turns > 20  # with the lock held, one or two
 
 
 def _analyze_median(samples):
