@@ -14,6 +14,7 @@
 #include "numeric/matvect.h"
 #include "numeric/phasor.h"
 #include "numeric/polynom.h"
+#include "numeric/windowcache.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -47,6 +48,18 @@ struct bandframe {
               static_cast<std::uint32_t>(std::min(std::floor(0.5 * f0 / spacing), 0.5 * nfft))) {}
 };
 
+// Hann window of peak 2: cos(pi i / a) + 1, i = -a .. a. Each cosine is made by itself: a frame that
+// holds a lone click has a flat spectrum, and the last bit of the window decides where its local
+// maxima are.
+void exacthann(double *window, std::uint32_t length) {
+    const std::size_t a = length / 2;
+    window[a] = 2.0;
+    for (std::size_t i = 1; i <= a; ++i) {
+        window[a + i] = cosine(pi * static_cast<double>(i) / static_cast<double>(a)) + 1.0;
+        window[a - i] = window[a + i];
+    }
+}
+
 // Scratch of one call, sized for the lowest f0.
 struct fvscratch {
     alignedreals signal;  // [nfft]
@@ -58,38 +71,20 @@ struct fvscratch {
     std::vector<double> frequency;  // one per harmonic kept, Hz
     std::vector<double> voicing;    // one each: probability that it is voiced
     std::vector<double> boundary;   // one each: probability that voicing ends below it
+    windowcache windows{exacthann};
 
     explicit fvscratch(const bandframe &largest)
         : signal(largest.nfft),
           re(std::size_t{largest.nfft} + 1),
           im(re.size()),
-          level(largest.nfft / 2 + 1 + vectorlength),
-          windows(largest.a + 1) {}
-
-    // Hann window of half length a, peak 2: cos(pi i / a) + 1, i = -a .. a. Made at the first use
-    // of its length and kept for the run, each cosine by itself: a frame that holds a lone click
-    // has a flat spectrum, and the last bit of the window decides where its local maxima are.
-    const double *windowof(std::uint32_t a) {
-        std::vector<double> &window = windows[a];
-        if (window.empty()) {
-            window.assign(2 * std::size_t{a} + 1, 2.0);
-            for (std::size_t i = 1; i <= a; ++i) {
-                window[a + i] = cosine(pi * static_cast<double>(i) / a) + 1.0;
-                window[a - i] = window[a + i];
-            }
-        }
-        return window.data();
-    }
-
-   private:
-    std::vector<std::vector<double>> windows;  // by half length
+          level(largest.nfft / 2 + 1 + vectorlength) {}
 };
 
 // Hann-windowed frame with its centre at time 0, so that a sinusoid's line has one phase
 // throughout, transformed; then its log power.
 void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const bandframe &frame,
                   fvscratch &scratch) {
-    const double *const window = scratch.windowof(frame.a);
+    const double *const window = scratch.windows.get(frame.lwin);
     const framespan span = getframespan(n, centre, frame.a);
     const std::size_t a = frame.a;
     const std::size_t half = frame.nfft / 2;

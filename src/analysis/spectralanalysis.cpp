@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 #include "numeric/dft.h"
 #include "numeric/elementary.h"
@@ -98,29 +99,27 @@ struct windowkernel {
 // Power spectrum, bins 0 .. nfft / 2, of a windowed frame with zeros beyond the signal and behind
 // the window.
 void transformframe(const offsetframe &frame, const double *window, std::uint32_t nfft,
-                    const namem &record, double *power) {
+                    namem &record, double *power) {
     const std::size_t first = frame.span.first;
-    double *const windowed = record.frame;
+    double *const windowed = record.frame.data();
     std::fill(windowed, windowed + first, 0.0);
     runwidest<windowkernel>(&frame, window + first, windowed + first);
     std::fill(windowed + frame.span.end, windowed + nfft, 0.0);
-    fftreal(static_cast<std::int32_t>(nfft), windowed, record.real, record.imag);
-    powerspectrum(nfft / 2 + std::size_t{1}, record.real, record.imag, power);
+    fftreal(static_cast<std::int32_t>(nfft), windowed, record.real.data(), record.imag);
+    powerspectrum(nfft / 2 + std::size_t{1}, record.real.data(), record.imag, power);
 }
 
-// Plain Hann window, scaled for the number of its samples that are not 0, and its complement behind
-// it.
-const double *periodicwindows(namem &record, std::uint32_t lwin) {
-    if (record.periodic.size() <= lwin / 2) record.periodic.resize(lwin / 2 + 1);
-    std::vector<double> &windows = record.periodic[lwin / 2];
-    if (windows.empty()) {
-        windows.resize(2 * std::size_t{lwin});
-        winhanning(windows.data(), lwin, 0);
-        const double scale = 2.0 * lwin / (lwin - 1);
-        for (std::size_t i = 0; i < lwin; ++i) windows[i] *= scale;
-        wincomplementary(windows.data(), windows.data() + lwin, lwin);
-    }
-    return windows.data();
+// Plain Hann window, scaled for the number of its samples that are not 0.
+void scaledhann(double *window, std::uint32_t lwin) {
+    winhanning(window, lwin, 0);
+    const double scale = 2.0 * lwin / (lwin - 1);
+    for (std::size_t i = 0; i < lwin; ++i) window[i] *= scale;
+}
+
+void scaledcomplement(double *window, std::uint32_t lwin) {
+    std::vector<double> hann(lwin);
+    scaledhann(hann.data(), lwin);
+    wincomplementary(hann.data(), window, lwin);
 }
 
 // Second half of the spectrum from the first.
@@ -218,19 +217,22 @@ void peakenvelope(const logpower &spectrum, std::size_t last, double spacing, do
 
 std::uint32_t naframesize(double fs) { return getwinlengthdurodd(0.025, fs); }
 
+// The imaginary half begins on a cache line.
+namem::namem(std::uint32_t windowlength, std::uint32_t nfft)
+    : lwin(windowlength),
+      data(wholevectors(windowlength) + nfft),
+      real(nfft / 2 + 1),
+      frame(nfft),
+      power(nfft / 2 + 1),
+      hann(scaledhann),
+      complement(scaledcomplement) {
+    window = data.data();
+    imag = window + wholevectors(windowlength);
+    winhamming(window, lwin, 1);
+}
+
 namem *nameminitialize(std::uint32_t lwin, std::uint32_t nfft) {
-    auto record = std::make_unique<namem>();
-    record->lwin = lwin;
-    // The arrays behind the window begin on cache lines.
-    const std::size_t window = (lwin / vectorlength + 1) * vectorlength;
-    record->data.resize(window + 4 * std::size_t{nfft});
-    record->window = record->data.data();
-    record->imag = record->window + window;
-    record->real = record->imag + nfft;
-    record->frame = record->real + nfft;
-    record->power = record->frame + nfft;
-    winhamming(record->window, lwin, 1);
-    return record.release();
+    return std::make_unique<namem>(lwin, nfft).release();
 }
 
 namem *nameminitializefft(std::uint32_t lwin, std::uint32_t nfft) {
@@ -246,8 +248,8 @@ int getnoiselogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t c
                         std::uint32_t nfft, double *spectrum, namem *record, double fs) {
     const std::uint32_t lwin = record->lwin;
     transformframe(meanframe(x, nsamples, centre, lwin), record->window, nfft, *record,
-                   record->power);
-    fillspectrum({record->power, lwin * powerfloor, lwin * fs}, nfft, spectrum);
+                   record->power.data());
+    fillspectrum({record->power.data(), lwin * powerfloor, lwin * fs}, nfft, spectrum);
     mirror(spectrum, nfft);
     return 0;
 }
@@ -257,13 +259,12 @@ int getsignallogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     const std::uint32_t lwin = f0 == 0.0 ? 0 : getwinlengthnperiodsodd(2.0, f0, fs);
     if (lwin < shortestwindow)
         return getnoiselogspectrum(x, nsamples, centre, nfft, buffer, record, fs);
-    const double *const windows = periodicwindows(*record, lwin);
     const offsetframe frame = fundamentalframe(x, nsamples, centre, lwin, f0, fs);
     double *const second = buffer + nfft;
-    transformframe(frame, windows, nfft, *record, record->power);
-    transformframe(frame, windows + lwin, nfft, *record, second);
+    transformframe(frame, record->hann.get(lwin), nfft, *record, record->power.data());
+    transformframe(frame, record->complement.get(lwin), nfft, *record, second);
     for (std::size_t k = 1; k < nfft / 2; ++k) record->power[k] += second[k];
-    fillspectrum({record->power, lwin * powerfloor, lwin * lwin * f0}, nfft, buffer);
+    fillspectrum({record->power.data(), lwin * powerfloor, lwin * lwin * f0}, nfft, buffer);
     mirror(buffer, nfft);
     return 0;
 }
@@ -274,10 +275,10 @@ int getseevoclogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t 
     const std::uint32_t lwin = f0 == 0.0 ? 0 : getwinlengthnperiodsodd(3.0, f0, fs);
     if (lwin < shortestwindow)
         return getnoiselogspectrum(x, nsamples, centre, nfft, spectrum, record, fs);
-    transformframe(fundamentalframe(x, nsamples, centre, lwin, f0, fs),
-                   periodicwindows(*record, lwin), nfft, *record, record->power);
+    transformframe(fundamentalframe(x, nsamples, centre, lwin, f0, fs), record->hann.get(lwin),
+                   nfft, *record, record->power.data());
     // A spacing beyond the grid is as good as one of all of it.
-    peakenvelope({record->power, lwin * powerfloor, lwin * lwin * f0}, nfft / 2,
+    peakenvelope({record->power.data(), lwin * powerfloor, lwin * lwin * f0}, nfft / 2,
                  std::min(nfft * f0 / fs, static_cast<double>(nfft)), spectrum);
     mirror(spectrum, nfft);
     return 0;
@@ -290,8 +291,9 @@ int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record) {
     const double scale = 1.0 / nfft;
     for (std::size_t k = 0; k <= half; ++k) record->real[k] = spectrum[k] * scale;
     std::fill(record->imag, record->imag + half + 1, 0.0);
-    ifftreal(static_cast<std::int32_t>(nfft), record->real, record->imag, record->frame);
-    std::copy(record->frame, record->frame + half + 1, spectrum);
+    ifftreal(static_cast<std::int32_t>(nfft), record->real.data(), record->imag,
+             record->frame.data());
+    std::copy_n(record->frame.begin(), half + 1, spectrum);
     return 0;
 }
 

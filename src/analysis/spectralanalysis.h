@@ -1,6 +1,7 @@
 /// Spectral envelopes on the log-spectrum grid that all cepstral methods share: nfft doubles, bin k
 /// at k fs / nfft, natural logarithm of amplitude, and bin nfft - k equal to bin k, so that the
-/// array is the whole symmetric spectrum of a real signal.
+/// array is the whole symmetric spectrum of a real signal. Needs numeric/dft, elementary, phasor,
+/// windowcache and windowing, and simd.
 ///
 /// nameminitialize throws std::bad_alloc where there is no memory for a record, the spectra where
 /// there is none for what they keep: a transform's tables, made at its first use, and the windows
@@ -10,24 +11,27 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "numeric/aligned.h"
+#include "numeric/windowcache.h"
 
 /// Scratch of the envelope routines, made once per run.
 struct namem {
     std::uint32_t lwin;  // length L of the noise window in samples, odd
     double *window;      // [L] Hamming window of mean square 1
     double *imag;        // [nfft] imaginary half of the transform; keeps nothing between frames
-    double *real;        // [nfft] its real half
-    double *frame;       // [nfft] windowed frame
-    double *power;       // [nfft] power spectrum
 
-    // [2 L] Hann window of L samples and its complement, for pitch-synchronous frames, by L / 2.
-    // Made at the first use of a length.
-    std::vector<std::vector<double>> periodic;
+    nalveo::alignedreals data;   // holds the two arrays above
+    nalveo::alignedreals real;   // [nfft / 2 + 1] the other half of the transform
+    nalveo::alignedreals frame;  // [nfft] windowed frame
+    nalveo::alignedreals power;  // [nfft / 2 + 1] power spectrum
 
-    nalveo::alignedreals data;  // holds the arrays above
+    // Windows of pitch-synchronous frames: Hann windows scaled for the number of their samples that
+    // are not 0, and the complements of these.
+    nalveo::windowcache hann;
+    nalveo::windowcache complement;
+
+    namem(std::uint32_t windowlength, std::uint32_t nfft);
 };
 
 /// Length of the noise window: 25 ms, odd, in samples (401 at 16 kHz).
