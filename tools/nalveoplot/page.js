@@ -49,6 +49,7 @@ function drawLane(lane) {
         above = y;
     }
     context.save();
+    context.font = "10px system-ui, sans-serif";
     context.translate(9, height / 2);
     context.rotate(-Math.PI / 2);
     context.textAlign = "center";
