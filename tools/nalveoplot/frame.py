@@ -74,4 +74,5 @@ def draw(figure, args, samples, tracks, envelopes, again=None):
     state = f", f0 {f0:.1f} Hz" if f0 else ", unvoiced" if tracks.f0 else ""
     name = escape(os.path.basename(tracks.wave))
     title = f"{name}: frame {number} at {tracks.time[number]:.3f} s{state}"
-    axes.set_title(args.title or title, parse_math=False, loc="center", fontsize=12)
+    axes.set_title(args.title or title, parse_math=False, loc="center",
+                   fontsize=style.fitting(args.title or title, width - 0.3, 12))

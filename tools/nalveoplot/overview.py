@@ -115,14 +115,15 @@ def spectrum_lane(samples, tracks, limits, columns, label="spectrogram", lines=T
         shown = image(axes, spectra.spectrogram(samples, centres, FREQS), centres / FS, limits)
         if not lines:
             return shown
-        for mvf, colour in zip(tracks.mvf, style.MVF_COLOURS):
+        for number, (mvf, colour) in enumerate(zip(tracks.mvf, style.MVF_COLOURS)):
             time, line = thinned(tracks, view, mvf)
             axes.plot(time, spectra.mel(line), color=colour, linewidth=1.1,
-                      path_effects=style.outline(1.1))
-        for f0, colour in zip(tracks.f0, style.F0_COLOURS):
+                      path_effects=style.outline(1.1) if number == 0 else None)
+        for number, (f0, colour) in enumerate(zip(tracks.f0, style.F0_COLOURS)):
             time, line = thinned(tracks, view, f0) if view.crowded(tracks) else (tracks.time, f0)
-            axes.plot(time, spectra.mel(line), color=colour, linewidth=1.2,
-                      path_effects=style.outline(1.2))
+            width = style.layered(number, len(tracks.f0), 1.2)
+            axes.plot(time, spectra.mel(line), color=colour, linewidth=width,
+                      path_effects=style.outline(width) if number == 0 else None)
         return shown
     return Lane(2.3, f"{label}\nkHz, mel scale", draw)
 
@@ -150,10 +151,11 @@ def envelope_lane(samples, tracks, index, limits, columns):
 
 def mvf_lane(tracks):
     def draw(axes, view):
-        for mvf, colour in zip(tracks.mvf, style.MVF_COLOURS):
+        for number, (mvf, colour) in enumerate(zip(tracks.mvf, style.MVF_COLOURS)):
             time, low, median, high = part(tracks, view, mvf / 1000)
             axes.fill_between(time, low, high, step="mid", color=colour, alpha=0.3, linewidth=0)
-            axes.plot(time, median, color=colour, linewidth=0.9, marker=".",
+            axes.plot(time, median, color=colour, marker=".",
+                      linewidth=style.layered(number, len(tracks.mvf), 0.9),
                       markersize=1 if view.crowded(tracks) else 2)
         axes.set_ylim(0, FS / 2000)
         axes.set_yticks((0, 4, 8))
@@ -202,8 +204,8 @@ def f0_lane(tracks, lowest, highest):
             # A dot per frame keeps lone voiced frames visible.
             time, low, median, high = part(tracks, view, f0)
             axes.fill_between(time, low, high, step="mid", color=colour, alpha=0.3, linewidth=0)
-            axes.plot(time, median, color=colour, linewidth=1.2 if number == 0 else 0.8,
-                      marker=".", markersize=size)
+            axes.plot(time, median, color=colour, marker=".", markersize=size,
+                      linewidth=style.layered(number, len(tracks.f0), 1.2))
         axes.set_yscale("log")
         axes.set_ylim(lowest, highest)
         axes.yaxis.set_major_locator(ticker.FixedLocator(steps))
@@ -231,7 +233,7 @@ def describe(samples, tracks, start, end):
     return text
 
 
-def explain(figure, tracks, start, end, height):
+def explain(figure, tracks, start, end):
     """The legend, above all lanes; nothing is below it."""
     entries = []
     for kind, word, colours in (("f0", "f0", style.F0_COLOURS),
@@ -245,8 +247,10 @@ def explain(figure, tracks, start, end, height):
     if tracks.f0 and np.isnan(tracks.f0[0][inside]).any():
         entries.append((Patch(color=style.UNVOICED_GREY), "unvoiced"))
     if entries:
-        legend = figure.legend(*zip(*entries), loc="upper center", ncols=len(entries), fontsize=9,
-                               frameon=False, borderpad=0,
+        width, height = figure.get_size_inches()
+        size = style.fitting("".join(f"{text:>10}      " for _, text in entries), width, 9)
+        legend = figure.legend(*zip(*entries), loc="upper center", ncols=len(entries),
+                               fontsize=size, frameon=False, borderpad=0,
                                bbox_to_anchor=(0.5, 1 - 0.45 / height))
         for text in legend.get_texts():
             text.set_parse_math(False)
@@ -288,7 +292,8 @@ def fill_row(figure, lanes, view, box, scale):
         if shown is not None:
             drawn.append((axes, shown))
         axes.set_xlim(view.start, view.end)
-        axes.set_ylabel(lane.label, fontsize=8, parse_math=False)
+        axes.set_ylabel(lane.label, fontsize=style.fitting(lane.label, height, 8),
+                        parse_math=False)
         axes.yaxis.set_label_coords(-0.42 / width, 0.5)
         axes.tick_params(labelsize=8, labelbottom=number == len(lanes) - 1)
     return drawn, axes
@@ -319,9 +324,9 @@ def pages(new_figure, args, samples, tracks, dpi, again=None):
         figure = new_figure((width, height))
         title = args.title or describe(samples, tracks, start, end)
         title += f" (page {page + 1} of {npages})" if npages > 1 else ""
-        figure.text(0.5, 1 - 0.12 / height, title, parse_math=False, fontsize=12, ha="center",
-                    va="top")
-        explain(figure, tracks, start, end, height)
+        figure.text(0.5, 1 - 0.12 / height, title, parse_math=False, ha="center", va="top",
+                    fontsize=style.fitting(title, width - 0.3, 12))
+        explain(figure, tracks, start, end)
         top = height - MARGINS["top"]
         for row in range(page * ROWS_A_PAGE, min((page + 1) * ROWS_A_PAGE, nrows)):
             begin = start + row * seconds

@@ -27,6 +27,17 @@ matplotlib.rcParams.update({
 })
 
 
+def fitting(text, inches, most):
+    """Size in points at which the longest line of a text is not longer than that, if legible."""
+    longest = max(map(len, text.split("\n")))
+    return min(most, max(72 * inches / (0.6 * max(longest, 1)), 5))
+
+
+def layered(number, count, width):
+    """Line width of one of several tracks: what lies above leaves the first to be seen."""
+    return width if count == 1 else 2.4 * width if number == 0 else 0.8 * width
+
+
 def outline(width):
     """A white edge, by which a line can be told from any background."""
     return [Stroke(linewidth=width + 1.4, foreground="white"), Normal()]
