@@ -431,6 +431,12 @@ class PlotTest(unittest.TestCase):
             self.assertIn(why, " ".join(run.stdout.split()))
             self.assertFalse(os.path.exists("out.png"))
         self.assertIn("must end in .png", self.run_plot("sample.wav", output="picture").stdout)
+        with open("matplotlib.py", "w", encoding="utf-8") as file:
+            file.write("raise ImportError('No module named matplotlib')")
+        run = subprocess.run([PLOT, "sample.wav", "-o", "out.png"], check=False, text=True,
+                             stderr=subprocess.PIPE, env={**os.environ, "PYTHONPATH": "."})
+        self.assertEqual(run.returncode, 1)
+        self.assertRegex(run.stderr, "^Error: No module named matplotlib.*python3-matplotlib.\n$")
         os.truncate("sample.wav", 3001)
         self.assertIn("could not open sample.wav", self.run_plot("sample.wav").stdout)
         shutil.copy(SAMPLE, "sample.wav")

@@ -145,14 +145,16 @@ def draw_panel(axes, beside, panel, table):
         return
     far = outliers(scaled, panel.least)
     margin = max(np.ptp(finite) / 100, panel.least)
-    edges = np.linspace(finite.min() - margin, finite.max() + margin, 81)
+    bins = min(max(20, round(2 * math.sqrt(len(finite)))), 80)
+    edges = np.linspace(finite.min() - margin, finite.max() + margin, bins + 1)
     near = np.setdiff1d(np.flatnonzero(np.isfinite(scaled)), far)
     axes.hist([scaled[near], scaled[far]], edges, stacked=True,
               color=(style.BLUE, style.VERMILION))
     # A lone file among thousands is as high as a tenth of the axis.
     axes.set_yscale("log")
-    axes.set_ylim(0.5, None)
+    axes.set_ylim(0.5, max(12, axes.get_ylim()[1]))
     axes.yaxis.set_major_formatter(ticker.FuncFormatter(lambda count, _: f"{count:g}"))
+    axes.yaxis.set_minor_formatter(ticker.NullFormatter())
     if panel.scale is np.log:
         low, high = np.exp(edges[[0, -1]])
         ticks = (20, 30, 50, 70, 100, 150, 200, 300, 400, 500, 700, 1000, 2000, 4000)

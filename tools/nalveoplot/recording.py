@@ -100,7 +100,7 @@ def convert(path, refusal):
     rate, channels, bits = kind
     what = ", ".join(text for text, differs in (
         (f"{rate} Hz", rate != str(FS)), (f"{channels} channels", channels != "1"),
-        (f"{bits} bits", bits != "16")) if differs)
+        (f"{bits} bits", bits not in ("0", "16"))) if differs)  # 0: bits have no meaning there
     tell(f"Note: {escape(path)} was converted by sox from {what or 'another kind of file'} to "
          f"mono, {FS} Hz, 16 bits.")
     return samples

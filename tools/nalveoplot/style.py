@@ -1,12 +1,7 @@
 """Colours, lines and outlines that the pictures share."""
 
-import sys
-
-try:
-    import matplotlib
-    from matplotlib.patheffects import Normal, Stroke
-except ImportError as error:
-    sys.exit(f"nalveo16-plot: {error}. It needs Debian's python3-numpy and python3-matplotlib.")
+import matplotlib
+from matplotlib.patheffects import Normal, Stroke
 
 # Colours that stay apart for colour-blind eyes (Okabe and Ito, "Color universal design", 2008).
 BLUE, ORANGE, GREEN, PINK, SKY, VERMILION = (
