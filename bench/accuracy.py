@@ -52,7 +52,7 @@ def main():
     with contextlib.ExitStack() as stack:
         out = stack.enter_context(open(options.page, "w", encoding="utf-8")) if options.page \
             else sys.stdout
-        out.write("\n".join(page))
+        out.write("\n".join(page).rstrip() + "\n")
 
 
 if __name__ == "__main__":

@@ -34,6 +34,7 @@ ROWS = (
     ("method 2, four files", 3, ("--ccmeth=2",), 0.12),
     ("method 1, four files, f0acc=5", 3, ("--ccmeth=1", "--f0acc=5"), 0.040),
 )
+SYNTHESIS_AIM = 0.003  # CPU seconds per second of audio
 MEMORY_AIM = 64  # MB for a minute of speech
 START_AIM = 5  # ms for one second of speech
 TRACKS = ("f0", "cc", "fv")
@@ -109,6 +110,13 @@ def main():
                 arguments = [recording, *TRACKS[:files], *options]
                 runs = rounds(programs, arguments, folder, args.rounds)
                 row(name, runs, 0, 1 / seconds, aim)
+        # The synthesiser of each build stands beside its analyser; a build may be older than it.
+        synthesisers = [os.path.join(os.path.dirname(path), "nalveo16-synth") for path in programs]
+        synthesisers = [path for path in synthesisers if os.path.exists(path)]
+        if args.words in "synthesis, four files" and synthesisers:
+            run(programs[0], [recording, *TRACKS], folder)
+            runs = rounds(synthesisers, [*TRACKS, "out.wav"], folder, args.rounds)
+            row("synthesis, four files", runs, 0, 1 / seconds, SYNTHESIS_AIM)
         short = os.path.join(folder, "second.wav")
         firstsecond(recording, short)
         for name, arguments in (("one second, ms", [short, *TRACKS]), ("start alone, ms", [])):

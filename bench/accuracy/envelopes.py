@@ -62,7 +62,9 @@ def report(recordings):
 Harmonics of an envelope with four resonances, as of an open vowel, for a second; the root mean
 square error over the harmonics from the second to 7 kHz in dB, by `ccmeth`. Noise has the
 envelope's own shape and lies the given dB below the harmonics everywhere. 100 to 160 Hz are the
-low glide, 240 to 384 Hz the high one; low is 100, middle 170, high 240 and very high 380 Hz.
+low glide, 240 to 384 Hz the high one; low is 100, middle 170, high 240 and very high 380 Hz. f0 is
+that of the analysis: where the error is above 6 dB, it was a third of the true one, and two of three
+harmonics that the envelope was fitted to were noise.
 
 {body}
 """

@@ -122,10 +122,10 @@ range, SPTK's filter becomes unstable; its row is over the others, and so is the
     return f"""## Round trip
 
 Recordings analysed with the third file, made again and analysed again; means over the recordings.
-Distortion is over c(1) to c(39), scaled for HTS, in frames voiced in
-both, in frames above the 20th percentile of c(0) ("speech"), and in frames voiced in neither. The
-level is that of c(0), with the scaling of what went beyond full scale taken back. CPU seconds are
-those of the programs, files in and out, on a machine with other work.
+Distortion is over c(1) to c(39), scaled for HTS, in frames voiced in both, in frames above the 20th
+percentile of c(0) ("speech"), and in frames voiced in neither. The level is that of c(0), with the
+scaling of what went beyond full scale taken back. CPU seconds are those of the programs, files in
+and out, on a machine with other work.
 
 {body}
 {unstable}

@@ -45,7 +45,7 @@ constexpr double highestlevel = 100.0;
 ///
 /// The angles of the amplitudes are the minimum phase of the envelope. That of single frames is
 /// restless, since an error of the envelope turns phases far around it, and would make harmonics
-/// rough: it is taken from cepstra that are smoothed over some 40 ms.
+/// rough: it is taken from cepstra that are smoothed over some 80 ms.
 ///
 /// \param[in]     tracks    the tracks
 /// \param[in]     nsamples  number of samples, at most nframes lframe
