@@ -13,7 +13,7 @@
 namespace nalveo {
 namespace {
 
-constexpr double largestglide = 1.25;     // f0 of neighbours beyond this ratio is a jump
+constexpr double largestglide = 1.25;   // f0 of neighbours beyond this ratio is a jump
 constexpr double smoothingtime = 0.04;  // s; half width of each of the two averages
 
 // Sum of harmonics with amplitudes in between those of two frames.
