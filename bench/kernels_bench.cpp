@@ -15,8 +15,11 @@
 #include "analysis/pitchanalysis.h"
 #include "analysis/spectralanalysis.h"
 #include "numeric/aligned.h"
+#include "numeric/cholesky.h"
 #include "numeric/dft.h"
-#include "numeric/matvect.h"
+#include "numeric/elementary.h"
+#include "numeric/products.h"
+#include "numeric/toeplitz.h"
 #include "numeric/windowing.h"
 
 using namespace nalveo;
@@ -87,62 +90,94 @@ void realfft(benchmark::State &state) {
 }
 BENCHMARK(realfft)->Arg(1024)->Arg(2048);
 
-void autocorrelationframe(benchmark::State &state) {
-    const reals x = noise(2048);
-    reals work(2048);
-    for (auto _ : state) {
-        work = x;
-        autocorrelation(1024, work.data());
-        keep(work.data());
-    }
-}
-BENCHMARK(autocorrelationframe);
-
+// The harmonic model of k harmonics.
 void toeplitz(benchmark::State &state) {
-    const auto n = static_cast<std::uint32_t>(state.range(0));
-    const reals a = normalmatrix(n);
-    reals inverse(a.size());
+    const auto k = static_cast<std::uint32_t>(state.range(0));
+    reals t(2 * std::size_t{k} + 1, 1.0);
+    for (std::size_t i = 1; i < t.size(); ++i) t[i] = 0.6 * t[i - 1];
+    const reals right(std::size_t{k} + 1, 1.0);
+    reals re, im, work(toeplitzworkspace(k));
     for (auto _ : state) {
-        benchmark::DoNotOptimize(toeplitzsiminv(n, a.data(), inverse.data()));
-        keep(inverse.data());
+        re = im = right;
+        benchmark::DoNotOptimize(toeplitzsolve(k, t.data(), re.data(), im.data(), work.data()));
+        keep(re.data());
     }
 }
-BENCHMARK(toeplitz)->Arg(53)->Arg(79)->Arg(159)->Arg(267);
+BENCHMARK(toeplitz)->Arg(26)->Arg(39)->Arg(79)->Arg(133);
 
+// The discrete cepstrum of order 39 and the models of 39 and 79 harmonics.
 void cholesky(benchmark::State &state) {
-    const auto n = static_cast<std::uint32_t>(state.range(0));
-    const reals a = normalmatrix(n);
-    reals work(a.size()), inverse(a.size());
+    const auto n = static_cast<std::size_t>(state.range(0));
+    const std::size_t stride = n / 8 * 8 + 8;
+    const reals matrix = normalmatrix(n);
+    reals a(n * stride, 1.0), work, x(n);
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < n; ++j) a[i * stride + j] = matrix[i * n + j];
     for (auto _ : state) {
         work = a;
-        benchmark::DoNotOptimize(choleskyinvdet(n, work.data(), inverse.data(), 0));
-        keep(inverse.data());
-    }
-}
-BENCHMARK(cholesky)->Arg(40)->Arg(159);
-
-void gauss(benchmark::State &state) {
-    const auto n = static_cast<std::uint32_t>(state.range(0));
-    const reals a = normalmatrix(n);
-    reals work(a.size()), inverse(a.size());
-    for (auto _ : state) {
-        work = a;
-        benchmark::DoNotOptimize(simgaussinv(n, work.data(), inverse.data()));
-        keep(inverse.data());
-    }
-}
-BENCHMARK(gauss)->Arg(159);
-
-void leastsquares(benchmark::State &state) {
-    const reals a = noise(79 * 40), b = noise(79);
-    reals x(40), work(40 * 81);
-    for (auto _ : state) {
         benchmark::DoNotOptimize(
-            solveleastsquares(a.data(), b.data(), x.data(), 79, 40, 1, work.data(), 1));
+            choleskysolve(static_cast<std::uint32_t>(n), work.data(), stride, x.data()));
         keep(x.data());
     }
 }
-BENCHMARK(leastsquares);
+BENCHMARK(cholesky)->Arg(40)->Arg(79)->Arg(159);
+
+// Eight of them at a time.
+void choleskyofeight(benchmark::State &state) {
+    const auto n = static_cast<std::size_t>(state.range(0));
+    const reals matrix = normalmatrix(n);
+    alignedreals a(n * (n + 1) * 8, 1.0), work, x(n * 8), determinants(8);
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < n; ++j)
+            for (std::size_t s = 0; s < 8; ++s) a[((n + 1) * i + j) * 8 + s] = matrix[i * n + j];
+    for (auto _ : state) {
+        work = a;
+        choleskysolveeight(static_cast<std::uint32_t>(n), work.data(), x.data(),
+                           determinants.data());
+        keep(x.data());
+    }
+}
+BENCHMARK(choleskyofeight)->Arg(40);
+
+// Normal equations of 39 columns over half a frame.
+void gram(benchmark::State &state) {
+    constexpr std::size_t rows = 168, columns = 48;
+    const reals c = noise(rows * columns);
+    reals normal(columns * columns);
+    for (auto _ : state) {
+        grammatrix(c.data(), rows, columns, 40, normal.data());
+        keep(normal.data());
+    }
+}
+BENCHMARK(gram);
+
+// Warping by the matrix of the run, of one frame and of several.
+void warpmatrixproduct(benchmark::State &state) {
+    const auto frames = static_cast<std::size_t>(state.range(0));
+    constexpr std::size_t quefrencies = 513, columns = 40;
+    const reals x = noise(frames * quefrencies), a = noise(quefrencies * columns);
+    reals out(frames * columns);
+    for (auto _ : state) {
+        if (frames == 1)
+            vecbymat(x.data(), a.data(), quefrencies, columns, out.data());
+        else
+            rowsbymat(x.data(), frames, a.data(), quefrencies, columns, out.data());
+        keep(out.data());
+    }
+}
+BENCHMARK(warpmatrixproduct)->Arg(1)->Arg(4)->Arg(8);
+
+void logarithmsofaspectrum(benchmark::State &state) {
+    reals x = noise(513);
+    for (double &v : x) v = v * v;
+    reals work;
+    for (auto _ : state) {
+        work = x;
+        logarithms(work.data(), work.size());
+        keep(work.data());
+    }
+}
+BENCHMARK(logarithmsofaspectrum);
 
 void warp(benchmark::State &state) {
     const reals c = noise(513);

@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # One input gives the same bytes, whatever compiled the program and whatever processor runs it:
-# builds it with gcc and clang at -O0, -O2 and -O3 and with the sanitizers, runs each, and one of
-# them under valgrind, on emulated processors with and without AVX2 and FMA, and with the C library
-# told to leave these alone; then compares all outputs of all methods.
+# builds it with gcc and clang at -O0, -O2 and -O3 and with the sanitizers, for SSE2 alone, for AVX2
+# and for aarch64; runs each, and one of them under valgrind, on emulated processors with and without
+# AVX2 and FMA, and with the C library told to leave these alone; then compares all outputs of all
+# methods.
 #
 #   scripts/samebytes.sh                the sample recording
 #   scripts/samebytes.sh FILE.wav ...   other recordings; the emulators take minutes for each
 #   scripts/samebytes.sh presets        the sample recording, by the builds of the presets release,
-#                                       clang and asan, which .ci/run has made
+#                                       clang and asan, which .ci/run has made, and those for SSE2,
+#                                       AVX2 and aarch64
 #
 # Needs what "scripts/setup.sh full" installs. Exit status 1 when any byte differs.
 set -euo pipefail
@@ -58,10 +60,12 @@ check() {
     printf '%-48s %s\n' "$name" "$verdict"
 }
 
+# build NAME COMPILER FLAGS [OPTION ...]
 build() {
     local name=$1 compiler=$2 flags=$3
+    shift 3
     cmake -G Ninja -S . -B "$top/$name" -DCMAKE_CXX_COMPILER="$compiler" -DNALVEO_TESTS=OFF \
-        -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="$flags" >"$top/$name.log"
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="$flags" "$@" >"$top/$name.log"
     cmake --build "$top/$name" --parallel "$(nproc)" --target nalveo16 >>"$top/$name.log"
 }
 
@@ -81,6 +85,13 @@ else
     done
 fi
 
+for width in baseline avx2; do
+    build "$width" g++ -O3 -DNALVEO_WIDEST="$width"
+    check "widest: $width" "$top/$width/nalveo16"
+done
+build aarch64 aarch64-linux-gnu-g++ -O3 -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=aarch64
+check 'emulated: aarch64' qemu-aarch64 -L /usr/aarch64-linux-gnu "$top/aarch64/nalveo16"
+
 program=$PWD/$program
 hwcaps=glibc.cpu.hwcaps
 off=-AVX2,-AVX2_Usable,-FMA,-FMA_Usable,-FMA4,-FMA4_Usable,-AVX512F,-AVX512F_Usable
@@ -90,7 +101,7 @@ if [[ ! $presets ]]; then
     check 'valgrind: AVX2, no AVX-512' valgrind --quiet "$program"
     check 'emulated: AVX2 and FMA, no AVX-512' qemu-x86_64 -cpu max "$program"
 fi
-if grep -qw avx512dq /proc/cpuinfo; then
+if grep -qw avx512_vbmi2 /proc/cpuinfo; then
     echo 'This processor has AVX-512, which the builds above have used.'
 fi
 exit "$differing"

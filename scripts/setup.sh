@@ -2,9 +2,9 @@
 # Installs what the build needs, on Debian 12 or later and its relatives.
 #
 #   scripts/setup.sh        compiler, CMake, Ninja, GoogleTest: enough for the program and its tests
-#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation
-#                           and Google Benchmark: what .ci/run and the presets clang, bench and
-#                           fuzz need
+#   scripts/setup.sh full   also clang, clang-format, clang-tidy, valgrind, QEMU's user emulation,
+#                           a compiler for aarch64 and Google Benchmark: what .ci/run and the
+#                           presets clang, bench and fuzz need
 #   scripts/setup.sh package  what building the Debian packages needs
 #   scripts/setup.sh people   also what the companion tools need, and what they, the packages and
 #                           the documentation are checked with: scripts/ci-package.sh
@@ -19,7 +19,10 @@ people=(parallel sox libsox-fmt-base python3 python3-numpy python3-matplotlib py
     slurm-client chromium chromium-driver)
 case "${1-}" in
 '') ;;
-full) packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev) ;;
+full)
+    packages+=(clang clang-format clang-tidy valgrind qemu-user libbenchmark-dev
+        g++-aarch64-linux-gnu)
+    ;;
 package) packages=(g++ cmake ninja-build dpkg-dev file) ;;
 people) packages+=(dpkg-dev file "${people[@]}") ;;
 *)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "numeric/aligned.h"
+#include "numeric/dftplan.h"
 #include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -17,130 +18,36 @@ namespace {
 
 constexpr double roothalf = 0.7071067811865476;
 
-// Below this size a transform is too small for the kernel, which handles squares of 8 x 8 values.
-constexpr std::size_t smallestvectorised = vectorlength * vectorlength;
-
-// What a transform needs to know about its size. Made at the first use of a size and constant from
-// then on, so that a frame costs no trigonometric call and no bit reversal.
-struct plan {
-    // Bit-reversed pairs i <= j: of values for a small transform, else of the squares that the
-    // first pass of the kernel exchanges.
-    std::vector<std::pair<std::size_t, std::size_t>> swaps;
-    // Twiddles of all stages, one after the other: the stage that joins blocks of `half` values has
-    // `half` of them, w^k = e^(-j pi k / half), and begins at `half`.
-    alignedreals re;
-    alignedreals im;
-    // The cubes w^3k of the first half of each stage's twiddles, which begin at half / 2.
-    alignedreals cubere;
-    alignedreals cubeim;
-};
-
-std::size_t bitreversed(std::size_t i, unsigned bits) {
-    std::size_t reversed = 0;
-    for (unsigned b = 0; b < bits; ++b) {
-        reversed = (reversed << 1) | (i & 1);
-        i >>= 1;
-    }
-    return reversed;
-}
-
-// e^(-j 2 pi k / size), k = 0 .. size - 1, from an angle of at most pi / 4.
-phasor twiddle(std::size_t k, std::size_t size) {
-    if (2 * k >= size && k > 0) {
-        const phasor w = twiddle(k - size / 2, size);
-        return {-w.re, -w.im};
-    }
-    if (4 * k >= size && k > 0) {
-        const phasor w = twiddle(k - size / 4, size);
-        return {w.im, -w.re};
-    }
-    if (8 * k > size) {
-        const phasor w = twiddle(size / 4 - k, size);
-        return {-w.im, -w.re};
-    }
-    if (8 * k == size) return {roothalf, -roothalf};
-    return unitphasor(-twopi * static_cast<double>(k) / static_cast<double>(size));
-}
-
-plan makeplan(unsigned bits) {
-    plan p;
-    const std::size_t n = std::size_t{1} << bits;
-    const unsigned swapbits = n < smallestvectorised ? bits : bits - 6;
-    for (std::size_t i = 0; i < std::size_t{1} << swapbits; ++i) {
-        const std::size_t j = bitreversed(i, swapbits);
-        if (j >= i) p.swaps.emplace_back(i, j);
-    }
-    p.re = p.im = p.cubere = p.cubeim = {0.0};  // begins stages of 8 or more on a cache line
-    for (std::size_t size = 2; size <= n; size *= 2) {
-        for (std::size_t k = 0; k < size / 2; ++k) {
-            const phasor w = twiddle(k, size);
-            p.re.push_back(w.re);
-            p.im.push_back(w.im);
-        }
-        for (std::size_t k = 0; k < size / 4; ++k) {
-            const phasor w = twiddle(3 * k, size);
-            p.cubere.push_back(w.re);
-            p.cubeim.push_back(w.im);
-        }
-    }
-    return p;
-}
-
-template <std::size_t bits>
-const plan &planof() {
-    static const plan made = makeplan(static_cast<unsigned>(bits));
-    return made;
-}
-
-template <std::size_t... bits>
-constexpr auto planlist(std::index_sequence<bits...>) {
-    return std::array{&planof<bits>...};
-}
-
-constexpr auto plans = planlist(std::make_index_sequence<31>{});  // every power of two in an int
-
-const plan &planfor(std::size_t n) {
-    return plans[static_cast<std::size_t>(std::countr_zero(n))]();
-}
-
 // ---- transforms too small for vectors ----
 
 // One stage's butterflies on one block: lower half a, upper half b, twiddles w,
 //   t = b w,  b <- a - t,  a <- a + t.
-template <std::size_t stride>
 void butterflies(std::size_t half, const double *wre, const double *wim, double *re, double *im) {
-    double *const bre = re + half * stride;
-    double *const bim = im + half * stride;
+    double *const bre = re + half;
+    double *const bim = im + half;
     for (std::size_t k = 0; k < half; ++k) {
-        const std::size_t i = k * stride;
-        const double tre = bre[i] * wre[k] - bim[i] * wim[k];
-        const double tim = bim[i] * wre[k] + bre[i] * wim[k];
-        bre[i] = re[i] - tre;
-        bim[i] = im[i] - tim;
-        re[i] += tre;
-        im[i] += tim;
+        const double tre = bre[k] * wre[k] - bim[k] * wim[k];
+        const double tim = bim[k] * wre[k] + bre[k] * wim[k];
+        bre[k] = re[k] - tre;
+        bim[k] = im[k] - tim;
+        re[k] += tre;
+        im[k] += tim;
     }
 }
 
-template <std::size_t stride>
-void smalltransform(std::size_t n, const plan &p, double *re, double *im) {
+void smalltransform(std::size_t n, const dftplan &p, double *re, double *im) {
     for (const auto &[i, j] : p.swaps) {
-        std::swap(re[i * stride], re[j * stride]);
-        std::swap(im[i * stride], im[j * stride]);
+        std::swap(re[i], re[j]);
+        std::swap(im[i], im[j]);
     }
     for (std::size_t half = 1; half < n; half *= 2) {
         const double *const wre = p.re.data() + half;
         const double *const wim = p.im.data() + half;
-        for (std::size_t m = 0; m < n; m += 2 * half)
-            butterflies<stride>(half, wre, wim, re + m * stride, im + m * stride);
+        for (std::size_t m = 0; m < n; m += 2 * half) butterflies(half, wre, wim, re + m, im + m);
     }
 }
 
 // ---- the kernel ----
-//
-// Values k .. k + 7 of a transform, k a multiple of 8, have their real parts at re + k stride and
-// their imaginary parts at im + k stride, eight in a row. Stride 1 is the split layout. Stride 2
-// with im = re + 8 lets every 16 doubles of an interleaved array hold eight values.
 
 // -j a
 template <class Real8>
@@ -221,57 +128,58 @@ struct square {
     Real8 im[vectorlength];
 };
 
-template <std::size_t stride, class Real8>
+template <class Real8>
 [[gnu::always_inline]] inline void loadtransformed(square<Real8> &s, std::size_t n,
                                                    const double *re, const double *im) {
     for (std::size_t i = 0; i < vectorlength; ++i) {
-        s.re[i] = Real8::load(re + i * (n / 8) * stride);
-        s.im[i] = Real8::load(im + i * (n / 8) * stride);
+        s.re[i] = Real8::load(re + i * (n / 8));
+        s.im[i] = Real8::load(im + i * (n / 8));
     }
     transform8(s.re, s.im);
     transpose(s.re);
     transpose(s.im);
 }
 
-template <std::size_t stride, class Real8>
+template <class Real8>
 [[gnu::always_inline]] inline void storereversed(const square<Real8> &s, std::size_t n, double *re,
                                                  double *im) {
     constexpr std::size_t reversedrow[] = {0, 4, 2, 6, 1, 5, 3, 7};
     for (std::size_t i = 0; i < vectorlength; ++i) {
-        s.re[reversedrow[i]].store(re + i * (n / 8) * stride);
-        s.im[reversedrow[i]].store(im + i * (n / 8) * stride);
+        s.re[reversedrow[i]].store(re + i * (n / 8));
+        s.im[reversedrow[i]].store(im + i * (n / 8));
     }
 }
 
 // The first three stages and the bit reversal. A square's eight-point transforms, transposed, are
 // contiguous blocks of the next stage. They go where the bit reversal takes them: into the rows of
 // the square whose column index is the reversed one.
-template <class Real8, std::size_t stride>
-[[gnu::always_inline]] inline void firstpass(std::size_t n, const plan &p, double *re, double *im) {
+template <class Real8>
+[[gnu::always_inline]] inline void firstpass(std::size_t n, const dftplan &p, double *re,
+                                             double *im) {
     for (const auto &[i, j] : p.swaps) {
-        const std::size_t from = i * vectorlength * stride;
-        const std::size_t to = j * vectorlength * stride;
+        const std::size_t from = i * vectorlength;
+        const std::size_t to = j * vectorlength;
         square<Real8> s;
-        loadtransformed<stride>(s, n, re + from, im + from);
+        loadtransformed(s, n, re + from, im + from);
         if (i != j) {
             square<Real8> t;
-            loadtransformed<stride>(t, n, re + to, im + to);
-            storereversed<stride>(t, n, re + from, im + from);
+            loadtransformed(t, n, re + to, im + to);
+            storereversed(t, n, re + from, im + from);
         }
-        storereversed<stride>(s, n, re + to, im + to);
+        storereversed(s, n, re + to, im + to);
     }
 }
 
 // One stage: blocks of `half` values a, b become a + w b, a - w b.
-template <class Real8, std::size_t stride>
-[[gnu::always_inline]] inline void pass2(std::size_t half, std::size_t n, const plan &p, double *re,
-                                         double *im) {
+template <class Real8>
+[[gnu::always_inline]] inline void pass2(std::size_t half, std::size_t n, const dftplan &p,
+                                         double *re, double *im) {
     const double *const wre = p.re.data() + half;
     const double *const wim = p.im.data() + half;
     for (std::size_t m = 0; m < n; m += 2 * half)
         for (std::size_t k = 0; k < half; k += vectorlength) {
-            const std::size_t i = (m + k) * stride;
-            const std::size_t j = i + half * stride;
+            const std::size_t i = m + k;
+            const std::size_t j = i + half;
             const complexof<Real8> a = load<Real8>(re + i, im + i);
             const complexof<Real8> b = load<Real8>(re + j, im + j) * load<Real8>(wre + k, wim + k);
             store(re + i, im + i, a + b);
@@ -281,8 +189,8 @@ template <class Real8, std::size_t stride>
 
 // Two stages in one: blocks of `quarter` values a, c, b, d (the bit reversal has exchanged the
 // middle ones) become the four-point transforms of a, w b, w^2 c, w^3 d.
-template <class Real8, std::size_t stride>
-[[gnu::always_inline]] inline void pass4(std::size_t quarter, std::size_t n, const plan &p,
+template <class Real8>
+[[gnu::always_inline]] inline void pass4(std::size_t quarter, std::size_t n, const dftplan &p,
                                          double *re, double *im) {
     const double *const wre = p.re.data() + 2 * quarter;
     const double *const wim = p.im.data() + 2 * quarter;
@@ -290,11 +198,11 @@ template <class Real8, std::size_t stride>
     const double *const squareim = p.im.data() + quarter;
     const double *const cubere = p.cubere.data() + quarter;
     const double *const cubeim = p.cubeim.data() + quarter;
-    const std::size_t step = quarter * stride;
+    const std::size_t step = quarter;
     for (std::size_t m = 0; m < n; m += 4 * quarter)
         for (std::size_t k = 0; k < quarter; k += vectorlength) {
-            double *const r = re + (m + k) * stride;
-            double *const i = im + (m + k) * stride;
+            double *const r = re + m + k;
+            double *const i = im + m + k;
             complexof<Real8> a = load<Real8>(r, i);
             complexof<Real8> c =
                 load<Real8>(r + step, i + step) * load<Real8>(squarere + k, squareim + k);
@@ -310,53 +218,52 @@ template <class Real8, std::size_t stride>
         }
 }
 
-template <std::size_t stride>
 struct transformkernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(std::size_t n, const plan *p, double *re, double *im) {
-        firstpass<Real8, stride>(n, *p, re, im);
+    [[gnu::always_inline]] static void run(std::size_t n, const dftplan *p, double *re,
+                                           double *im) {
+        firstpass<Real8>(n, *p, re, im);
         std::size_t joined = vectorlength;
         if (std::countr_zero(n) % 2 == 0) {  // an odd number of stages is left
-            pass2<Real8, stride>(joined, n, *p, re, im);
+            pass2<Real8>(joined, n, *p, re, im);
             joined *= 2;
         }
-        for (; joined < n; joined *= 4) pass4<Real8, stride>(joined, n, *p, re, im);
+        for (; joined < n; joined *= 4) pass4<Real8>(joined, n, *p, re, im);
     }
 };
 
 // Forward transform. The inverse has the conjugate twiddles, which is the same as exchanging the
 // real with the imaginary parts on the way in and out, so callers swap the two pointers instead.
 void transform(std::size_t n, double *re, double *im) {
-    const plan &p = planfor(n);
+    const dftplan &p = planfor(n);
     if (n < smallestvectorised)
-        smalltransform<1>(n, p, re, im);
+        smalltransform(n, p, re, im);
     else
-        runwidest<transformkernel<1>>(n, &p, re, im);
+        runwidest<transformkernel>(n, &p, re, im);
 }
 
 // ---- interleaved data ----
 
 struct splitkernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(std::size_t n, const double *x, double *re, double *im,
-                                           std::size_t stride) {
+    [[gnu::always_inline]] static void run(std::size_t n, const double *x, double *re, double *im) {
         for (std::size_t k = 0; k < n; k += vectorlength)
-            deinterleave<Real8>(x + 2 * k, re + k * stride, im + k * stride);
+            deinterleave<Real8>(x + 2 * k, re + k, im + k);
     }
 };
 
 struct joinkernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(std::size_t n, const double *re, const double *im,
-                                           double *x, std::size_t stride) {
+                                           double *x) {
         for (std::size_t k = 0; k < n; k += vectorlength)
-            interleave<Real8>(re + k * stride, im + k * stride, x + 2 * k);
+            interleave<Real8>(re + k, im + k, x + 2 * k);
     }
 };
 
 // From interleaved data to separate real and imaginary parts.
 void split(std::size_t n, const double *x, double *re, double *im) {
-    if (n % vectorlength == 0) return runwidest<splitkernel>(n, x, re, im, std::size_t{1});
+    if (n % vectorlength == 0) return runwidest<splitkernel>(n, x, re, im);
     for (std::size_t k = 0; k < n; ++k) {
         re[k] = x[2 * k];
         im[k] = x[2 * k + 1];
@@ -365,23 +272,12 @@ void split(std::size_t n, const double *x, double *re, double *im) {
 
 // And back.
 void join(std::size_t n, const double *re, const double *im, double *x) {
-    if (n % vectorlength == 0) return runwidest<joinkernel>(n, re, im, x, std::size_t{1});
+    if (n % vectorlength == 0) return runwidest<joinkernel>(n, re, im, x);
     for (std::size_t k = 0; k < n; ++k) {
         x[2 * k] = re[k];
         x[2 * k + 1] = im[k];
     }
 }
-
-struct interleavedkernel {
-    template <class Real8>
-    [[gnu::always_inline]] static void run(std::size_t n, const plan *p, double *x, bool inverse) {
-        double *const re = x;
-        double *const im = x + vectorlength;
-        splitkernel::run<Real8>(n, x, re, im, 2);
-        transformkernel<2>::template run<Real8>(n, p, inverse ? im : re, inverse ? re : im);
-        joinkernel::run<Real8>(n, re, im, x, 2);
-    }
-};
 
 // ---- real signals ----
 //
@@ -447,7 +343,7 @@ struct pairskernel {
 
 template <bool forward>
 void turnpairs(std::size_t m, double *re, double *im) {
-    const plan &p = planfor(2 * m);  // its last stage has the twiddles of size 2 m
+    const dftplan &p = planfor(2 * m);  // its last stage has the twiddles of size 2 m
     runwidest<pairskernel<forward>>(m, p.re.data() + m, p.im.data() + m, re, im);
 }
 
@@ -472,12 +368,11 @@ int dofftc(std::int32_t n, double *x, std::int8_t direction) {
     if (n <= 0) return 0;
     const auto size = static_cast<std::size_t>(n);
     if (!std::has_single_bit(size)) return -1;
-    const plan &p = planfor(size);
-    const bool inverse = direction == -1;
-    if (size < smallestvectorised)
-        smalltransform<2>(size, p, inverse ? x + 1 : x, inverse ? x : x + 1);
-    else
-        runwidest<interleavedkernel>(size, &p, x, inverse);
+    alignedreals re(size);
+    alignedreals im(size);
+    split(size, x, re.data(), im.data());
+    dofftr(n, re.data(), im.data(), direction);
+    join(size, re.data(), im.data(), x);
     return 0;
 }
 

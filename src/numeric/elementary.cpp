@@ -22,10 +22,10 @@ constexpr double ln2high = 0x1.62e42fee00000p-1;
 constexpr double ln2low = 1.9082149292705877e-10;
 
 // Sum of c[0] + c[1] z + ..., by Horner's rule.
-template <std::size_t n>
-[[gnu::always_inline]] inline double series(const std::array<double, n> &c, double z) {
-    double sum = c[n - 1];
-    for (std::size_t i = n - 1; i-- > 0;) sum = sum * z + c[i];
+template <std::size_t n, class Real>
+[[gnu::always_inline]] inline Real series(const std::array<double, n> &c, const Real &z) {
+    Real sum = z * c[n - 1] + c[n - 2];
+    for (std::size_t i = n - 2; i-- > 0;) sum = sum * z + c[i];
     return sum;
 }
 
@@ -99,77 +99,101 @@ double addpairs(double high1, double low1, double high2, double low2) {
     return sum + ((high2 - (sum - high1)) + (low1 + low2));
 }
 
-// Natural logarithm of a positive normal or subnormal number, by blends and no branches so that
-// loops become vectors. x = 2^k m, sqrt(1/2) <= m < sqrt(2), f = m - 1, s = f / (2 + f):
+// ---- single numbers and parts of vectors alike ----
+
+// Natural logarithm by blends and no branches. Of a positive number x = 2^k m with
+// sqrt(1/2) <= m < sqrt(2), f = m - 1, s = f / (2 + f):
 //   ln m = 2 artanh(s) = f - (f^2/2 - s (f^2/2 + r)), r = 2 s^2 (1/3 + s^2/5 + s^4/7 + ...).
-[[gnu::always_inline]] inline double positivelogarithm(double x) {
-    constexpr std::array c{2.0 / 3,  2.0 / 5,  2.0 / 7,  2.0 / 9,  2.0 / 11, 2.0 / 13,
-                           2.0 / 15, 2.0 / 17, 2.0 / 19, 2.0 / 21, 2.0 / 23};
-    constexpr std::uint64_t roothalf = 0x3fe6a09e667f3bcd;  // bits of sqrt(1/2)
-    constexpr std::uint64_t one = 0x3ff0000000000000;
-    constexpr std::uint64_t twoto52 = 0x4330000000000000;
-    const bool subnormal = x < smallestnormal;
-    const auto bits =
-        __builtin_bit_cast(std::uint64_t, subnormal ? x * 0x1p54 : x) + (one - roothalf);
-    // An integer below 2^52 that is written into the fraction of 2^52 becomes a double there.
-    const double biased = __builtin_bit_cast(double, twoto52 | bits >> 52) - 0x1p52;
-    const double k = biased - (subnormal ? 1023.0 + 54.0 : 1023.0);
-    const double m = __builtin_bit_cast(double, (bits & 0x000fffffffffffff) + roothalf);
-    const double f = m - 1.0;
-    const double s = f / (2.0 + f);
-    const double z = s * s;
-    double sum = c[c.size() - 1];
-    for (std::size_t i = c.size() - 1; i-- > 0;) sum = sum * z + c[i];
-    const double r = z * sum;
-    const double half = 0.5 * f * f;
-    return k * ln2high - ((half - (s * (half + r) + k * ln2low)) - f);
-}
-
-[[gnu::always_inline]] inline double anylogarithm(double x) {
-    const double value = positivelogarithm(x);
-    const double special = x == 0.0 ? -infinite : x == infinite ? infinite : notanumber;
-    return x > 0.0 && x < infinite ? value : special;
-}
-
-// value 2^exponent
-struct scaled {
-    double value;
-    double exponent;
+struct logarithmof {
+    template <class Real>
+    [[gnu::always_inline]] static Real of(const Real &x) {
+        constexpr std::array c{2.0 / 3,  2.0 / 5,  2.0 / 7,  2.0 / 9,  2.0 / 11, 2.0 / 13,
+                               2.0 / 15, 2.0 / 17, 2.0 / 19, 2.0 / 21, 2.0 / 23};
+        constexpr std::uint64_t roothalf = 0x3fe6a09e667f3bcd;  // bits of sqrt(1/2)
+        constexpr std::uint64_t one = 0x3ff0000000000000;
+        constexpr std::uint64_t twoto52 = 0x4330000000000000;
+        constexpr std::uint64_t fraction = 0x000fffffffffffff;
+        const Real zero{};
+        const auto subnormal = x < zero + smallestnormal;
+        const Real normal = subnormal ? x * 0x1p54 : x;
+        const auto bits =
+            __builtin_bit_cast(typename bitsof<Real>::type, normal) + (one - roothalf);
+        // An integer below 2^52 that is written into the fraction of 2^52 becomes a double there.
+        const Real biased = __builtin_bit_cast(Real, bits >> 52 | twoto52) - 0x1p52;
+        const Real k = biased - (subnormal ? zero + (1023.0 + 54.0) : zero + 1023.0);
+        const Real m = __builtin_bit_cast(Real, (bits & fraction) + roothalf);
+        const Real f = m - 1.0;
+        const Real s = f / (2.0 + f);
+        const Real z = s * s;
+        const Real rest = z * series(c, z);
+        const Real half = 0.5 * f * f;
+        const Real value = k * ln2high - ((half - (s * (half + rest) + k * ln2low)) - f);
+        const Real special = x == zero              ? zero - infinite
+                             : x == zero + infinite ? zero + infinite
+                                                    : zero + notanumber;
+        const Real positive = x < zero + infinite ? value : special;
+        return zero < x ? positive : special;
+    }
 };
 
+// value 2^exponent
+template <class Real>
+struct scaled {
+    Real value;
+    Real exponent;
+};
+
+// Largest integer not above t, |t| below 2^51.
+template <class Real>
+[[gnu::always_inline]] inline Real floorof(const Real &t) {
+    constexpr double integers = 0x1.8p52;  // next to it a unit is the last bit
+    const Real zero{};
+    const Real nearest = (t + integers) - integers;
+    return nearest - (t < nearest ? zero + 1.0 : zero);
+}
+
 // x = k ln 2 + r, |r| <= ln(2) / 2; e^r = 1 + (r + (r^2/2! + r^3/3! + ...)).
-[[gnu::always_inline]] inline scaled reducedexponential(double x) {
+template <class Real>
+[[gnu::always_inline]] inline scaled<Real> reducedexponential(const Real &x) {
     constexpr std::array c{1.0 / 2,       1.0 / 6,        1.0 / 24,        1.0 / 120,
                            1.0 / 720,     1.0 / 5040,     1.0 / 40320,     1.0 / 362880,
                            1.0 / 3628800, 1.0 / 39916800, 1.0 / 479001600, 1.0 / 6227020800};
     constexpr double log2e = 1.4426950408889634;
-    const double k = std::floor(x * log2e + 0.5);
-    const double high = x - k * ln2high;
-    const double low = k * ln2low;
-    const double r = high - low;
-    const double rest = (high - r) - low;
+    const Real k = floorof<Real>(x * log2e + 0.5);
+    const Real high = x - k * ln2high;
+    const Real low = k * ln2low;
+    const Real r = high - low;
+    const Real rest = (high - r) - low;
     return {1.0 + (r + (r * r * series(c, r) + rest)), k};
 }
 
 // Exponentials up to here are normal numbers, and so are those of the negative arguments.
 constexpr double largestplain = 700.0;
 
-struct exponentialkernel {
-    template <class Real8>
-    [[gnu::always_inline]] static void run(double *values, std::size_t n) {
-        for (std::size_t i = 0; i < n; ++i) {
-            const scaled e = reducedexponential(values[i]);
-            // The exponent as an integer in the lowest bits of a double, then in its place.
-            const auto bits = __builtin_bit_cast(std::uint64_t, e.exponent + (0x1.8p52 + 1023.0));
-            values[i] = e.value * __builtin_bit_cast(double, bits << 52);
-        }
+struct plainexponentialof {
+    template <class Real>
+    [[gnu::always_inline]] static Real of(const Real &x) {
+        const scaled<Real> e = reducedexponential(x);
+        // The exponent as an integer in the lowest bits of a double, then in its place.
+        const Real shifted = e.exponent + (0x1.8p52 + 1023.0);
+        const auto bits = __builtin_bit_cast(typename bitsof<Real>::type, shifted) << 52;
+        return e.value * __builtin_bit_cast(Real, bits);
     }
 };
 
-struct logarithmkernel {
+// Replaces values by a function of theirs; what does not fill a vector shares one with ones.
+template <class Function>
+struct mapkernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(double *values, std::size_t n) {
-        for (std::size_t i = 0; i < n; ++i) values[i] = anylogarithm(values[i]);
+        std::size_t i = 0;
+        for (; i + vectorlength <= n; i += vectorlength)
+            mapped<Function>(Real8::load(values + i)).store(values + i);
+        if (i == n) return;
+        double last[vectorlength];
+        for (std::size_t k = 0; k < vectorlength; ++k) last[k] = i + k < n ? values[i + k] : 1.0;
+        mapped<Function>(Real8::load(last)).store(last);
+        for (std::size_t k = 0; i + k < n; ++k) values[i + k] = last[k];
     }
 };
 
@@ -223,20 +247,20 @@ double arctangent(double y, double x) {
 double exponential(double x) {
     if (!(x < 710.0)) return x != x ? x : infinite;
     if (x < -746.0) return 0.0;
-    const scaled e = reducedexponential(x);
+    const scaled<double> e = reducedexponential(x);
     return std::ldexp(e.value, static_cast<int>(e.exponent));
 }
 
 void exponentials(double *values, std::size_t n) {
     if (std::all_of(values, values + n, [](double x) { return std::abs(x) <= largestplain; }))
-        runwidest<exponentialkernel>(values, n);
+        runwidest<mapkernel<plainexponentialof>>(values, n);
     else
         for (std::size_t i = 0; i < n; ++i) values[i] = exponential(values[i]);
 }
 
-double logarithm(double x) { return anylogarithm(x); }
+double logarithm(double x) { return logarithmof::of(x); }
 
-void logarithms(double *values, std::size_t n) { runwidest<logarithmkernel>(values, n); }
+void logarithms(double *values, std::size_t n) { runwidest<mapkernel<logarithmof>>(values, n); }
 
 double power(double x, double p) { return exponential(p * logarithm(x)); }
 

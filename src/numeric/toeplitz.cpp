@@ -7,8 +7,8 @@ namespace nalveo {
 
 namespace {
 
-// Scratch of toeplitzsolve. Behind each array there is room for the rest of a vector, which stays
-// at 0, or where it is t is multiplied by 0.
+// Scratch of toeplitzsolve. Vectors run over the end of what they are to cover, so there is room for
+// one more behind each array. What they find there is 0 or is multiplied by one, and adds nothing.
 struct levinsonarrays {
     double *t;         // first row of T
     double *reversed;  // its last row
@@ -33,9 +33,9 @@ struct levinsonarrays {
 // vectors at both ends are sums and differences of x and y; they take away what the shorter
 // solution, padded with zeros, leaves of the right-hand side there.
 template <class Real8>
-[[gnu::always_inline]] inline void widensolution(const levinsonarrays &mem, const double *x,
-                                                 const double *y, const double *reversed,
-                                                 std::size_t j, double re, double im) {
+[[gnu::always_inline]] inline void extendsolution(const levinsonarrays &mem, const double *x,
+                                                  const double *y, const double *reversed,
+                                                  std::size_t j, double re, double im) {
     Real8 evensum{};
     Real8 oddsum{};
     for (std::size_t i = 0; i < j; i += vectorlength) {
@@ -70,7 +70,8 @@ struct toeplitzsolvekernel {
 
         // With e the residual that x, padded with a zero, leaves in the next row,
         //   x' = (x - e y) / (1 - e^2),  y' = (y - e x) / (1 - e^2),
-        // x' meets the row after that at once.
+        // One pass updates both and, as each piece of x' is at hand, sums up the residual that x'
+        // will leave in the row below.
         double e = last > 0 ? mem.x[0] * t[1] : 0.0;
         for (std::size_t m = 1; m <= last; ++m) {
             if (e == 1.0) return -1;
@@ -90,7 +91,8 @@ struct toeplitzsolvekernel {
             e = sumof(sum);
             if (m % 2 != 0) continue;
             const std::size_t j = m / 2;
-            widensolution<Real8>(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j], im[j]);
+            extendsolution<Real8>(mem, mem.x + j, y + j, mem.reversed + (last - j), j, re[j],
+                                  im[j]);
         }
         re[0] = 2.0 * mem.even[0];
         im[0] = 0.0;

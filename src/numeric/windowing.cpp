@@ -15,7 +15,7 @@ namespace {
 // 1): the first half of a period spread over a symmetric window. The rotation adds a small
 // correction to the previous phasor instead of multiplying by one that is close to 1,
 //   z(n + 1) = z(n) - (1 - e^(i step)) z(n),  1 - cos(step) = 2 sin^2(step / 2),
-// which keeps the error at a few units in the last place over thousands of steps.
+// which keeps the error small: up to 34 units in the last place of a phasor have been measured.
 template <class Use>
 void halfperiod(std::uint32_t length, Use use) {
     const double step = twopi / (length - 1);

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -27,6 +28,29 @@ constexpr std::size_t wholevectors(std::size_t n) {
 using part16 [[gnu::vector_size(16)]] = double;
 using part32 [[gnu::vector_size(32)]] = double;
 using part64 [[gnu::vector_size(64)]] = double;
+
+/// Bits of what one register holds, or of a single double.
+using bits16 [[gnu::vector_size(16)]] = std::uint64_t;
+using bits32 [[gnu::vector_size(32)]] = std::uint64_t;
+using bits64 [[gnu::vector_size(64)]] = std::uint64_t;
+template <class Real>
+struct bitsof;
+template <>
+struct bitsof<double> {
+    using type = std::uint64_t;
+};
+template <>
+struct bitsof<part16> {
+    using type = bits16;
+};
+template <>
+struct bitsof<part32> {
+    using type = bits32;
+};
+template <>
+struct bitsof<part64> {
+    using type = bits64;
+};
 
 namespace vectordetail {
 
@@ -155,6 +179,14 @@ template <class Mask, class Storage>
         return {select(mask.low, a.low, b.low), select(mask.high, a.high, b.high)};
     else
         return mask ? a : b;
+}
+
+template <class Function, class Storage>
+[[gnu::always_inline]] inline Storage mapped(const Storage &s) {
+    if constexpr (paired<Storage>)
+        return {mapped<Function>(s.low), mapped<Function>(s.high)};
+    else
+        return Function::of(s);
 }
 
 // One part whose elements are elements from(i) of a and b in a row.
@@ -331,6 +363,13 @@ template <class Mask, class Part>
 [[gnu::always_inline]] inline real8<Part> select(const Mask &mask, const real8<Part> &a,
                                                  const real8<Part> &b) {
     return {vectordetail::select(mask, a.values, b.values)};
+}
+
+/// A function of every element, given as a struct with a static function template `of` that takes a
+/// part to a part.
+template <class Function, class Part>
+[[gnu::always_inline]] inline real8<Part> mapped(const real8<Part> &v) {
+    return {vectordetail::mapped<Function>(v.values)};
 }
 
 /// Sum of the eight elements, always in the same order: halves, then quarters, then the last two.
