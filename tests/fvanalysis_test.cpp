@@ -159,6 +159,12 @@ TEST(voicedfrequency, hasavalueinsilenceandatoddpitches) {
             EXPECT_LE(fv, 8000.0) << f0;
         }
     EXPECT_EQ(voicingof(noise, track(40, 0.99 * lowestmodelled)), track(40, 0.0));
+    // Nor is anything sized for an f0 that no frame is analysed at.
+    track mixed(40, 120.0);
+    mixed[0] = mixed[1] = 1e-9;
+    track wanted = mixed;
+    wanted[0] = wanted[1] = 0.0;
+    EXPECT_EQ(voicingof(noise, mixed), voicingof(noise, wanted));
 }
 
 }  // namespace

@@ -393,6 +393,12 @@ TEST_F(refinement, convergesonthetruef0) {
     ASSERT_LT(std::abs(close / 123.41 - 1), 0.001);
     ASSERT_NE(step(close, 4500), close);
     EXPECT_EQ(refined(123.41, 5), close);
+    // One between 0.1 and 0.2 % is followed by another.
+    const double small = step(123.22, 4500);
+    ASSERT_GT(small / 123.22 - 1, 0.0011);
+    ASSERT_LT(small / 123.22 - 1, 0.0019);
+    ASSERT_NE(step(small, 4500), small);
+    EXPECT_EQ(refined(123.22, 2), step(small, 4500));
     EXPECT_EQ(refined(120, 2, 1000), step(step(120, 1000), 1000));
     EXPECT_EQ(refined(120, 3, 0), 120.0);
 }
@@ -412,9 +418,23 @@ TEST_F(refinement, keepswithinitslimits) {
     addtone(x, 0.1, 260, 0.0, 2000);
     ASSERT_GT(step(200, 300), 240);
     EXPECT_EQ(refined(200, 1, 300), 200.0);
-    ASSERT_LT(step(235, 300), 282);
+    int close = 0;
+    for (double f0 = 200; f0 <= 235; f0 += 0.25) {
+        const double f = step(f0, 300);
+        const double change = std::abs(f - f0) / f0;
+        EXPECT_EQ(refined(f0, 1, 300), change > 0.2 ? f0 : f) << f0;
+        if (std::abs(change - 0.2) < 0.01) ++close;
+    }
+    EXPECT_GT(close, 2);
     ASSERT_GT(step(235, 300), 235 * 1.05);
-    EXPECT_EQ(refined(235, 1, 300), step(235, 300));
+    ASSERT_LT(step(235, 300), 282);
+}
+
+TEST_F(refinement, isnotsizedforwhatitleavesalone) {
+    addharmonics(x, 123.4, track(30, 0.02), 100);
+    track f = {1e-9, 120, 0.5 * lowestmodelled};
+    refinepitch(x.data(), 4000, 1000, 1000, 3, 1, f.data(), nullptr, testfs, 60, 500);
+    EXPECT_EQ(f, (track{1e-9, step(120, 4500), 0.5 * lowestmodelled}));
 }
 
 }  // namespace

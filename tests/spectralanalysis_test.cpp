@@ -87,6 +87,10 @@ TEST_P(envelopes, agreewithdirectsums) {
     for (std::size_t k = 0; k < nfft; ++k) power[k] += second[k];
     expectspectrum(analysed(getsignallogspectrum, x, centre, 173), power,
                    std::pow(2 / (lwin - 1), 2) / 173);
+    // The shortest window, of three samples, and none at all.
+    power = directpower(x, GetParam(), 3, 12000, hann);
+    expectspectrum(analysed(getsignallogspectrum, x, centre, 12000), power, 1.0 / 12000);
+    EXPECT_EQ(analysed(getsignallogspectrum, x, centre, 40000), analysed(noisespectrum, x, centre));
 }
 
 // The envelope is checked by its rules: lines between knots that lie on the spectrum, each knot

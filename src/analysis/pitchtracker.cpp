@@ -1,21 +1,20 @@
-// Pitch tracker: autocorrelation candidates of every frame and the cheapest path through them.
-// Needs analysis/autocorrelation, numeric/elementary, polynom and windowing, and simd.
+// Pitch tracker: the corrected autocorrelation of every frame, whose peaks are the candidates for
+// the path search. Needs analysis/autocorrelation and pitchpath, numeric/elementary and windowing,
+// and simd.
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <vector>
 
 #include "analysis/autocorrelation.h"
 #include "analysis/pitchanalysis.h"
+#include "analysis/pitchpath.h"
 #include "numeric/aligned.h"
 #include "numeric/elementary.h"
 #include "numeric/phasor.h"
-#include "numeric/polynom.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -23,18 +22,6 @@
 using namespace nalveo;
 
 namespace {
-
-constexpr double largest = std::numeric_limits<double>::max();
-constexpr double ln2 = 0.6931471805599453;
-
-// Boersma (1993), the strengths and costs of the path search.
-constexpr double voicingthreshold = 0.45;
-constexpr double silencethreshold = 0.03;
-constexpr double octavecost = 0.01;
-constexpr double octavejumpcost = 0.35;
-constexpr double voicingchangecost = 0.14;
-
-// ---- the autocorrelation of a frame ----
 
 // Constants of one call.
 struct trackersetup {
@@ -50,12 +37,6 @@ struct trackersetup {
     alignedreals correction;  // autocorrelation of the window, lag 0 = 1; lags to taumax + 1
 };
 
-// Vertex of the corrected autocorrelation at a local maximum.
-struct lagpeak {
-    double period;  // seconds
-    double height;
-};
-
 // What one frame needs.
 struct trackerscratch {
     alignedreals raw;  // [2h + 1] the signal around the centre, where it ends within the window
@@ -63,7 +44,6 @@ struct trackerscratch {
     autocorrelator correlator;
     alignedreals corrected;      // autocorrelation over that of the window, lags 0 .. taumax + 1
     std::vector<lagpeak> peaks;  // of it
-    std::vector<double> octaves;
 
     explicit trackerscratch(const trackersetup &t)
         : raw(t.window.size()), correlator(t.nfft, t.taumax + 2), corrected(t.taumax + 2) {}
@@ -166,153 +146,6 @@ double analyseframe(const trackersetup &t, const double *signal, std::uint32_t n
     return peak;
 }
 
-// ---- candidates ----
-
-constexpr std::size_t unvoicedslot = 5;  // slots 0 .. 4 are for voiced candidates
-constexpr std::size_t nslots = 6;
-
-using slotvalues = std::array<double, nslots>;
-
-// What the path search keeps of a frame to the end. Slot 0 never gets a candidate: a frame has at
-// most four, in slots 1 .. 4.
-struct framecandidates {
-    slotvalues freq{};                         // Hz; 0 = empty; always 0 in the unvoiced slot
-    std::array<std::uint32_t, nslots> back{};  // best slot of the frame before, where occupied
-    bool occupied(std::size_t slot) const { return slot == unvoicedslot || freq[slot] != 0.0; }
-};
-
-// The weaker the frame beside the loudest one, the stronger its unvoiced candidate.
-double unvoicedstrength(const trackersetup &t, double localpeak) {
-    const double loudness = t.globalpeak > 0.0 ? std::min(1.0, localpeak / t.globalpeak) : 0.0;
-    return voicingthreshold +
-           std::max(0.0, 2.0 - loudness / (silencethreshold / (1.0 + voicingthreshold)));
-}
-
-// Finds the local maxima of a corrected autocorrelation r within the search range.
-void findlagpeaks(const trackersetup &t, const double *r, std::vector<lagpeak> &peaks) {
-    peaks.clear();
-    for (std::uint32_t tau = t.taumin; tau <= t.taumax; ++tau) {
-        if (!(r[tau] > 0.5 * voicingthreshold && r[tau] > r[tau - 1] && r[tau] > r[tau + 1]))
-            continue;
-        parabola p;
-        parabfit(r + tau - 1, &p);
-        double offset = parabextx(&p);
-        double height = parabexty(&p);
-        if ((tau == t.taumin && offset < 0.0) || (tau == t.taumax && offset > 0.0)) {
-            offset = 0.0;
-            height = r[tau];
-        }
-        // No autocorrelation is above 1: the correction has made too much of this one.
-        if (height > 1.0) height = 1.0 / height;
-        peaks.push_back({(tau + offset) / t.fs, height});
-    }
-}
-
-// Keeps a candidate in the first empty slot of 1 .. 4 or, when they are all taken, in place of the
-// weakest one unless that is stronger.
-void keepcandidate(double freq, double strength, slotvalues &freqs, slotvalues &strengths) {
-    std::size_t slot = 1;
-    for (std::size_t s = 1; s < unvoicedslot && strengths[slot] != 0.0; ++s)
-        if (strengths[s] < strengths[slot]) slot = s;
-    if (freqs[slot] != 0.0 && strengths[slot] > strength) return;
-    freqs[slot] = freq;
-    strengths[slot] = strength;
-}
-
-// Collects a frame's candidates and their strengths from its peaks.
-void collectcandidates(const trackersetup &t, trackerscratch &s, slotvalues &freqs,
-                       slotvalues &strengths) {
-    if (s.peaks.empty()) return;
-    // The octave cost lets the shorter of two periods win a slot...
-    s.octaves.clear();
-    for (const lagpeak &peak : s.peaks) s.octaves.push_back(t.f0min * peak.period);
-    logarithms(s.octaves.data(), s.octaves.size());
-    for (std::size_t i = 0; i < s.peaks.size(); ++i) {
-        const double strength = s.peaks[i].height - octavecost * s.octaves[i] / ln2;
-        if (std::isfinite(strength))
-            keepcandidate(1.0 / s.peaks[i].period, strength, freqs, strengths);
-    }
-    // ... and is taken back: the path search is to see the heights alone.
-    slotvalues octaves{};
-    for (std::size_t slot = 0; slot < nslots; ++slot)
-        octaves[slot] = freqs[slot] != 0.0 ? t.f0min / freqs[slot] : 1.0;
-    logarithms(octaves.data(), nslots);
-    for (std::size_t slot = 0; slot < unvoicedslot; ++slot)
-        if (freqs[slot] != 0.0) strengths[slot] += octavecost * octaves[slot] / ln2;
-}
-
-// ---- the path ----
-
-// Natural logarithms of the ratios between the voiced candidates of two frames, in one batch: slot
-// i of the first and slot j of the second frame at [(i - 1) 4 + j - 1]; 0 where either is empty.
-constexpr std::size_t nvoiced = 4;
-using ratiotable = std::array<double, nvoiced * nvoiced>;
-
-ratiotable logratios(const framecandidates &from, const framecandidates &to) {
-    ratiotable ratios{};
-    if (from.freq[1] == 0.0 || to.freq[1] == 0.0) return ratios;  // one has none at all
-    for (std::size_t i = 0; i < nvoiced; ++i)
-        for (std::size_t j = 0; j < nvoiced; ++j) {
-            const bool voiced = from.freq[i + 1] != 0.0 && to.freq[j + 1] != 0.0;
-            ratios[i * nvoiced + j] = voiced ? to.freq[j + 1] / from.freq[i + 1] : 1.0;
-        }
-    logarithms(ratios.data(), ratios.size());
-    return ratios;
-}
-
-// What transitions cost. A denser grid adds more strengths to a path, so its jumps must cost more.
-struct transitioncosts {
-    double octavejump;
-    double voicingchange;
-
-    explicit transitioncosts(double framesper10ms)
-        : octavejump(octavejumpcost * framesper10ms),
-          voicingchange(voicingchangecost * framesper10ms) {}
-
-    double operator()(std::size_t from, std::size_t to, const ratiotable &ratios) const {
-        if (from == unvoicedslot && to == unvoicedslot) return 0.0;
-        if (from == unvoicedslot || to == unvoicedslot) return voicingchange;
-        return octavejump * std::abs(ratios[(from - 1) * nvoiced + to - 1] / ln2);
-    }
-};
-
-// Links a frame to the one before: the accumulated cost of every candidate and where its best path
-// comes from. Empty slots keep cost 0 and are never looked at.
-slotvalues linkframe(const framecandidates &previous, const slotvalues &previouscost,
-                     framecandidates &current, const slotvalues &strength,
-                     const transitioncosts &transition) {
-    const ratiotable ratios = logratios(previous, current);
-    slotvalues cost{};
-    for (std::size_t j = 1; j < nslots; ++j) {
-        if (!current.occupied(j)) continue;
-        double best = largest;
-        for (std::uint32_t i = 1; i < nslots; ++i) {
-            if (!previous.occupied(i)) continue;
-            const double candidate = previouscost[i] - strength[j] + transition(i, j, ratios);
-            if (candidate < best) {
-                best = candidate;
-                current.back[j] = i;
-            }
-        }
-        cost[j] = best;
-    }
-    return cost;
-}
-
-void traceback(const std::vector<framecandidates> &frames, const slotvalues &cost, double *f0) {
-    std::size_t slot = unvoicedslot;
-    double best = largest;
-    for (std::size_t s = 0; s < nslots; ++s) {
-        if (!frames.back().occupied(s) || !(cost[s] < best)) continue;
-        best = cost[s];
-        slot = s;
-    }
-    for (std::size_t k = frames.size(); k-- > 0;) {
-        f0[k] = frames[k].freq[slot];
-        slot = frames[k].back[slot];
-    }
-}
-
 }  // namespace
 
 int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
@@ -331,10 +164,10 @@ int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std:
     slotvalues cost{};
     for (std::uint32_t k = 0; k < nframes; ++k) {
         const double peak = analyseframe(t, filtered.get(), n, first + k * lframe, scratch);
-        findlagpeaks(t, scratch.corrected.data(), scratch.peaks);
+        findlagpeaks(scratch.corrected.data(), t.taumin, t.taumax, fs, scratch.peaks);
         slotvalues strength{};
-        strength[unvoicedslot] = unvoicedstrength(t, peak);
-        collectcandidates(t, scratch, frames[k].freq, strength);
+        strength[unvoicedslot] = unvoicedstrength(peak, t.globalpeak);
+        collectcandidates(scratch.peaks, f0min, frames[k].freq, strength);
         if (k == 0) {
             for (std::size_t s = 0; s < nslots; ++s) cost[s] = -strength[s];
         } else {
