@@ -39,4 +39,39 @@ TEST(windowedsamples, tellsilencefromsound) {
     EXPECT_EQ(getwindowedsamples(x.data(), 5, 4, f.data(), 1, w.data()), 1);  // a NaN is not 0
 }
 
+TEST(windowlengths, areoddandroundedup) {
+    EXPECT_EQ(getwinlengthnperiodsodd(2.5, 100, 16000), 401u);
+    EXPECT_EQ(getwinlengthnperiodsodd(1, 1, 401), 401u);  // an odd one stays
+    EXPECT_EQ(getwinlengthnperiodsodd(1, 1, 401.5), 403u);
+    EXPECT_EQ(getwinlengthnperiodsodd(3, 1e-9, 16000), 4294967295u);
+    EXPECT_EQ(getwinlengthdurodd(0.025, 16000), 401u);
+    EXPECT_EQ(getwinlengthdurodd(1, 399), 399u);
+    EXPECT_EQ(getwinlengthdurodd(1, 398.5), 399u);
+    EXPECT_EQ(getwinlengthdurodd(0, 16000), 1u);
+    const std::uint32_t powers[][2] = {{0, 1}, {1, 1}, {2, 2}, {401, 512}, {512, 512}};
+    for (const auto &[n, power] : powers) EXPECT_EQ(getwinlengthceilpot2(n), power) << n;
+}
+
+TEST(windows, byhand) {
+    const std::vector<double> hamming = {0.08, 0.54, 1.0, 0.54, 0.08}, hann = {0, 0.5, 1, 0.5, 0};
+    std::vector<double> w(5), complement(5);
+    winhamming(w.data(), 5, 0);
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_NEAR(w[i], hamming[i], 1e-15);
+    winhamming(w.data(), 5, 1);
+    EXPECT_NEAR(w[0], 0.8566 - 0.7297, 1e-15);
+    EXPECT_NEAR(w[2], 0.8566 + 0.7297, 1e-15);
+    winhanning(w.data(), 5, 1);
+    EXPECT_NEAR(w[1], 0.8165, 1e-15);
+    winhanning(w.data(), 5, 0);
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_NEAR(w[i], hann[i], 1e-15);
+    wincomplementary(w.data(), complement.data(), 5);
+    EXPECT_NEAR(complement[1], -0.5, 1e-15);
+    EXPECT_NEAR(complement[2], 0.0, 1e-15);
+    EXPECT_NEAR(complement[3], 0.5, 1e-15);
+    winhanning(w.data(), 1, 0);  // a window of one sample is its peak, whose sine is 0
+    wincomplementary(w.data(), complement.data(), 1);
+    EXPECT_EQ(w[0], 1.0);
+    EXPECT_EQ(complement[0], 0.0);
+}
+
 }  // namespace
