@@ -232,13 +232,14 @@ class PlotTest(unittest.TestCase):
     def test_titles_and_legends(self):
         """The title's figures are those of the span; legends stand beside the curves."""
         subprocess.run(["nalveo16", "sample.wav", "f", "c"], check=True)
-        self.assertEqual(self.run_plot("sample.wav", "--span", "1", "2", output="x.svg").returncode,
-                         0)
         lf0 = np.fromfile("f", "<f4")[200:401]
         f0 = np.exp(lf0[lf0 > 0])
-        self.assertIn("sample.wav: 1.00 to 2.00 s of 2.79 s, "
-                      f"{100 * len(f0) / 201:.0f} % of frames voiced, "
-                      f"median f0 {np.median(f0):.0f} Hz", texts("x.svg"))
+        for tracks in (), ("--lf0", "f"):
+            run = self.run_plot("sample.wav", "--span", "1", "2", *tracks, output="x.svg")
+            self.assertEqual(run.returncode, 0, run.stdout)
+            self.assertIn("sample.wav: 1.00 to 2.00 s of 2.79 s, "
+                          f"{100 * len(f0) / 201:.0f} % of frames voiced, "
+                          f"median f0 {np.median(f0):.0f} Hz", texts("x.svg"))
         # All methods treat an unvoiced frame alike: one line, with five names.
         for time, names in (("0.01", 1), ("0.9", 5)):
             run = self.run_plot("sample.wav", "--frame", time, "--compare", output="x.svg")
