@@ -219,6 +219,9 @@ def library():
     """The package nalveo, which holds the analyser."""
     try:
         import nalveo
+    except ModuleNotFoundError as error:
+        raise Wrong(f"{error}. Install Debian's python3-nalveo, or, in a clone, build the preset "
+                    "release.") from error
     except ImportError as error:
         raise Wrong(f"{error}.") from error
     return nalveo
