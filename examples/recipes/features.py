@@ -23,7 +23,7 @@ import sys
 import numpy as np
 
 ORDER = 39
-STATICS = ORDER + 3  # mel-cepstra, log f0, log maximum voiced frequency
+NSTATIC = ORDER + 3  # mel-cepstra, log f0, log maximum voiced frequency
 SHIFT = 50000  # of a frame, in the units of labels
 UNVOICED = -1e10
 # Weights of the frame before, the frame itself and the one after it, as in recipes for HTS.
@@ -61,10 +61,10 @@ def frames_of(label, nframes):
     return min(covered, nframes)
 
 
-def with_deltas(statics):
-    """Statics, deltas and accelerations side by side; the first and last frame are repeated."""
-    padded = np.pad(statics, ((1, 1), (0, 0)), "edge")
-    n = len(statics)
+def with_deltas(static):
+    """Static values, deltas and accelerations side by side; the first and last frame are repeated."""
+    padded = np.pad(static, ((1, 1), (0, 0)), "edge")
+    n = len(static)
     return np.hstack([sum(weight * padded[k:k + n] for k, weight in enumerate(window))
                       for window in WINDOWS])
 
@@ -87,8 +87,8 @@ def make(recordings, labels, out):
         mvf = filled(np.log(np.maximum(mvf, 1)), mvf > 0)
         for values, kind in (mgc, "mgc"), (lf0, "lf0"), (voiced, "vuv"), (mvf, "mvf"):
             write(values, out, kind, f"{name}.{kind}")
-        statics = np.column_stack([mgc, lf0, mvf])
-        observations[name] = np.column_stack([with_deltas(statics), voiced])
+        static = np.column_stack([mgc, lf0, mvf])
+        observations[name] = np.column_stack([with_deltas(static), voiced])
     everything = np.concatenate(list(observations.values()))
     mean, deviation = everything.mean(0), np.maximum(everything.std(0), 1e-6)
     write([mean, deviation], out, "statistics.f32")
@@ -99,7 +99,7 @@ def make(recordings, labels, out):
 
 def back(out, name, stem):
     """Tracks from normalised observations, such as a trained model predicts."""
-    mean, deviation = read(os.path.join(out, "statistics.f32"), 3 * STATICS + 1)
+    mean, deviation = read(os.path.join(out, "statistics.f32"), 3 * NSTATIC + 1)
     values = read(os.path.join(out, "cmp", name + ".cmp"), len(mean)) * deviation + mean
     voiced = values[:, -1] > 0.5
     write(values[:, :ORDER + 1], stem + ".mcc")

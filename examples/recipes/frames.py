@@ -44,7 +44,8 @@ class Frames:
 
     An item is a dict: name; audio [n]; mel [frames x 80], log; f0 [frames] in Hz, 0 where unvoiced;
     log_f0 [frames], straight lines through unvoiced stretches; voiced [frames], bool; mcep
-    [frames x (order + 1)]; mvf [frames] in Hz. frames is 1 + n // hop; all are float32 but `voiced`.
+    [frames x (order + 1)]; mvf [frames] in Hz. frames is 1 + n // hop; all are float32 but
+    `voiced`.
     """
 
     def __init__(self, recordings, features, rate=22050, hop=256):

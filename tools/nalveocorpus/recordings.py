@@ -19,8 +19,8 @@ PLAIN_RATE = 16000  # Hz
 SOX = ("sox", "-R", "-G", "--no-glob")  # the same dither each time; no clipping by the filter
 # Endings that sox reads by header; its headerless and textual kinds say too little of themselves.
 AUDIO = set("8svx aif aifc aiff amb amr-nb amr-wb au avr awb caf cvsd fap flac fssd gsm hcom htk "
-            "ima ircam la lpc10 maud mat mp2 mp3 nist oga ogg opus paf prc pvf rf64 sd2 sds sf smp snd "
-            "sndr sndt sou sox sph spx tta voc vox w64 wavpcm wv wve xa".split())
+            "ima ircam la lpc10 maud mat mp2 mp3 nist oga ogg opus paf prc pvf rf64 sd2 sds sf smp "
+            "snd sndr sndt sou sox sph spx tta voc vox w64 wavpcm wv wve xa".split())
 
 
 # Finding ------------------------------------------------------------------------------------------
