@@ -27,20 +27,23 @@ nalveo_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog)
 nalveo_compress(${packaging}/changelog.Debian changelog.Debian)
 add_custom_target(nalveocompressed ALL DEPENDS ${compressed})
 
-# The program and what people touch around it.
+# The programs, which need nothing, and the tools around them, which need Python.
 set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
 install(TARGETS nalveo16 nalveo16-synth COMPONENT program)
 install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus tools/nalveo16-compare
-    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
+    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 install(DIRECTORY tools/nalveoplot tools/nalveocorpus DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16
-    COMPONENT program PATTERN __pycache__ EXCLUDE)
+    COMPONENT tools PATTERN __pycache__ EXCLUDE)
 foreach(page IN LISTS manpages)
+    set(component tools)
+    if(page STREQUAL "nalveo16" OR page STREQUAL "nalveo16-synth")
+        set(component program)
+    endif()
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/compressed/${page}.1.gz
-        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+    install(FILES completions/${page}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
 endforeach()
-install(FILES completions/nalveo16 completions/nalveo16-synth completions/nalveo16-compare
-    completions/nalveo16-plot completions/nalveo16-corpus
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT program)
 # Below /usr, packages have a folder of zsh's for themselves; elsewhere there is one for the site.
 install(CODE [[
     set(zshfolder site-functions)
@@ -109,10 +112,11 @@ install(CODE "
 
 # Licence and changelog go with each package.
 set(packageof_program nalveo16)
+set(packageof_tools nalveo16-tools)
 set(packageof_library libnalveo0)
 set(packageof_development libnalveo-dev)
 set(packageof_python python3-nalveo)
-foreach(component program library development python)
+foreach(component program tools library development python)
     set(package ${CMAKE_INSTALL_DATADIR}/doc/${packageof_${component}})
     install(FILES ${packaging}/copyright ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.gz
         ${CMAKE_CURRENT_BINARY_DIR}/compressed/changelog.Debian.gz
@@ -126,7 +130,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PACKAGE_CONTACT "The nalveo16 authors <nalveo16@authors.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech analyser for vocoders and statistical synthesis")
-set(CPACK_COMPONENTS_ALL program library development python)
+set(CPACK_COMPONENTS_ALL program tools library development python)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -134,17 +138,25 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME nalveo16)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS python3)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS
-    "parallel, python3-matplotlib, python3-nalveo, python3-numpy, sox")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS nalveo16-tools)
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
     "Reads mono 16 kHz 16-bit WAV files and writes, for every frame, the logarithm
 of the fundamental frequency, a mel-warped cepstrum of the spectral envelope
 (by one of five methods) and the maximum voiced frequency, as headerless
 sequences of 32-bit floats.
 .
-With it come nalveo16-plot, which draws the results over the spectrogram, and
-nalveo16-corpus, which runs whole collections of recordings in parallel.")
+With it comes nalveo16-synth, which makes speech of them again.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME nalveo16-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+    "python3:any (>= 3.9), python3-numpy, python3-nalveo (>= ${PROJECT_VERSION}), nalveo16")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "parallel, python3-matplotlib, sox")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION
+    "Tools around the speech analyser nalveo16: nalveo16-plot draws the results over
+the spectrogram, nalveo16-corpus analyses whole collections of recordings, and
+nalveo16-compare tells how far two analyses are apart.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnalveo-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

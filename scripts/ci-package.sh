@@ -23,7 +23,7 @@ cmake --build --preset package --parallel "$(nproc)"
 ctest --preset package --parallel "$(nproc)"
 
 step packages
-ours=(nalveo16 python3-nalveo libnalveo0)
+ours=(nalveo16-tools nalveo16 python3-nalveo libnalveo0)
 installed=$(dpkg-query -W -f '${db:Status-Status}' nalveo16 2>/dev/null || true)
 scripts/install.sh
 # There is no bug report that the first upload could close, since nothing is uploaded. CPack adds

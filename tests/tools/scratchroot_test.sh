@@ -18,10 +18,10 @@ ldd "$root/usr/bin/nalveo16" | grep -oE '/[^ ]+' | while read -r library; do
     cp -L "$library" "$root$library"
 done
 cp examples/sample.wav "$root/sample.wav"
-chroot "$root" /usr/bin/nalveo16 | grep -q '=== NALVEO16 v'
+[[ $(chroot "$root" /usr/bin/nalveo16) == *'=== NALVEO16 v'* ]]
 said=$(chroot "$root" /usr/bin/nalveo16 sample.wav sample.lf0 sample.mcc sample.mvf)
 [[ -z $said && $(wc -c <"$root/sample.mcc") -eq $((558 * 40 * 4)) ]]
 dpkg --root="$root" --force-script-chrootless --log=/dev/null --purge \
-    nalveo16 python3-nalveo libnalveo-dev libnalveo0
+    nalveo16-tools nalveo16 python3-nalveo libnalveo-dev libnalveo0
 left=$(find "$root" -name '*nalveo*')
 [[ -z $left ]] || { echo "not removed: $left" >&2; exit 1; }
