@@ -236,6 +236,30 @@ TEST(rdcmethods, takeframesbelowthelowestf0oftheirrecord) {
     }
 }
 
+TEST(waveform2cc, givesframessidebysidewhateachgivesbyitself) {
+    nalveo::ccmethod *const methods[] = {getharmmcep, getharmrdc, getqharmrdc, getwwcmcep,
+                                         getseemcep};
+    reals x = speak({[](double t) { return 150 + 200 * t; }, vowel(), 8000, 0.02, 0}, 6000);
+    std::fill(x.begin() + 2000, x.begin() + 3500, 0.0);  // takes silence for noise, too
+    constexpr std::uint32_t nframes = 50, shift = 110;
+    reals f0(nframes);
+    for (std::uint32_t i = 0; i < nframes; ++i)
+        if (i % 7 != 3) f0[i] = 150 + 200 * i * shift / testfs;
+    for (std::uint8_t method = 0; method < 5; ++method)
+        // An order too high to go side by side, and a cepstrum that is not warped.
+        for (const auto &[p, alpha] : {std::pair(39u, 0.42), std::pair(2u, -0.3),
+                                       std::pair(80u, 0.42), std::pair(5u, 0.0)}) {
+            reals cc(nframes * (p + 1), 7.0), wanted(nframes * (p + 1), 7.0), buffer(2048);
+            waveform2cc(x.data(), 6000, shift, 0, nframes, f0.data(), p, cc.data(), method, testfs,
+                        alpha);
+            const nalveo::ccmemhandle mem(ccmeminitialize(401, 1024, method, testfs, 60));
+            for (std::uint32_t i = 0; i < nframes; ++i)
+                methods[method](x.data(), 6000, i * shift, 1024, buffer.data(), p,
+                                &wanted[i * (p + 1)], mem.get(), testfs, f0[i], alpha);
+            EXPECT_EQ(cc, wanted) << int{method} << " " << p;
+        }
+}
+
 TEST(mcepmethod, withneitherorderalphanor) {
     // Deliberate: with alpha 0 nothing is written at order 0, and what is there is doubled.
     EXPECT_EQ(rowof(whitenoise(4000, 0.1, 6), 4, 0, 0, 0), reals{14});

@@ -118,3 +118,20 @@ TEST(elementary, manylogarithmsandpowersareasonebyone) {
         }
     }
 }
+
+TEST(sinesandcosines, arethoseofeachangle) {
+    std::vector<double> angles = {0.0, -0.0, 1e6, -1e6, 1.1e6, std::nan(""), 1e-300, 3.1};
+    for (int i = -40; i < 40; ++i)
+        angles.push_back(i * 0.785398163397448);  // octants and near them
+    for (int i = 0; i < 500; ++i) angles.push_back((i - 250) * 0.377);
+    std::vector<double> sines(angles.size()), cosines(angles.size());
+    sinesandcosines(angles.data(), angles.size(), sines.data(), cosines.data());
+    for (std::size_t i = 0; i < angles.size(); ++i) {
+        if (std::isnan(sine(angles[i]))) {
+            EXPECT_TRUE(std::isnan(sines[i]) && std::isnan(cosines[i])) << angles[i];
+            continue;
+        }
+        EXPECT_EQ(sines[i], sine(angles[i])) << angles[i];
+        EXPECT_EQ(cosines[i], cosine(angles[i])) << angles[i];
+    }
+}

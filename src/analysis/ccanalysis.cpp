@@ -8,6 +8,7 @@
 
 #include "analysis/harmonic/logspectrum.h"
 #include "numeric/windowing.h"
+#include "simd/vectors.h"
 
 using namespace nalveo;
 
@@ -41,6 +42,36 @@ std::uint32_t transformsize(double fs, std::uint32_t noisewindow, double f0min) 
     return std::max(size, getwinlengthceilpot2(longest));
 }
 
+constexpr std::size_t together = 8;  // frames that go side by side
+
+// Warps the cepstra that wait.
+void warpwaiting(ccmem &memory, std::uint32_t nfft, std::uint32_t ccord, double alpha) {
+    waitingframes &waiting = memory.waiting;
+    const std::size_t order = std::size_t{ccord} + 1;
+    const std::size_t columns = wholevectors(order);
+    if (waiting.ncepstra == 0) return;
+    growto(waiting.warped, together * columns);
+    warpcepstra(memory.warp, waiting.cepstra.data(), waiting.ncepstra, nfft / 2,
+                waiting.warped.data(), ccord, alpha);
+    for (std::size_t i = 0; i < waiting.ncepstra; ++i) {
+        double *const row = waiting.cepstrumrows[i];
+        std::copy_n(waiting.warped.data() + i * columns, order, row);
+        row[0] *= 2.0;
+    }
+    waiting.ncepstra = 0;
+}
+
+// Lets a cepstrum wait for others.
+void waitforwarping(ccmem &memory, std::uint32_t nfft, const double *cepstrum, std::uint32_t ccord,
+                    double *out, double alpha) {
+    waitingframes &waiting = memory.waiting;
+    const std::size_t length = nfft / 2 + 1;
+    growto(waiting.cepstra, together * length);
+    std::copy_n(cepstrum, length, waiting.cepstra.data() + waiting.ncepstra * length);
+    waiting.cepstrumrows[waiting.ncepstra++] = out;
+    if (waiting.ncepstra == together) warpwaiting(memory, nfft, ccord, alpha);
+}
+
 // From a log spectrum in the first half of the buffer to a warped cepstrum. Only quefrencies up to
 // m enter the warping.
 void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::uint32_t ccord,
@@ -50,6 +81,10 @@ void logspectrum2cc(std::uint32_t nfft, double *buffer, std::uint32_t m, std::ui
     // The warping works on the one-sided cepstrum, in which all but the ends stand for two.
     buffer[nfft / 2] *= 0.5;
     buffer[0] *= 0.5;
+    if (memory->waiting.together && m == nfft / 2 && warpsbymatrix(m, ccord, alpha)) {
+        waitforwarping(*memory, nfft, buffer, ccord, out, alpha);
+        return;
+    }
     warpcepstrum(memory->warp, buffer, m, nfft / 2, out, ccord, scratch, alpha);
     out[0] *= 2.0;
 }
@@ -60,6 +95,19 @@ int noise2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre, std:
     getnoiselogspectrum(x, nsamples, centre, nfft, buffer, memory->noise.get(), fs);
     logspectrum2cc(nfft, buffer, nfft / 2, ccord, out, memory, alpha);
     return 0;
+}
+
+// Fits the discrete cepstra that wait; frames whose fit fails take the noise log spectrum.
+void fitwaiting(const double *x, std::uint32_t nsamples, std::uint32_t nfft, double *buffer,
+                std::uint32_t ccord, ccmem *memory, double fs, double alpha) {
+    waitingframes &waiting = memory->waiting;
+    const std::size_t count = waiting.fits.count;
+    if (count == 0) return;
+    waiting.fits.solve(ccord);
+    for (std::size_t i = 0; i < count; ++i)
+        if (waiting.fits.take(i, ccord, waiting.fitrows[i]) != 0)
+            noise2cc(x, nsamples, waiting.fitcentres[i], nfft, buffer, ccord, waiting.fitrows[i],
+                     memory, fs, alpha);
 }
 
 // Discrete cepstrum of a voiced frame. The quasi-harmonic model finds the frequencies of the
@@ -80,8 +128,17 @@ bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre,
     // Half the amplitudes over sqrt(f0), and their logs.
     const double root = std::sqrt(f0);
     for (std::size_t i = 0; i < k; ++i) levels[i] = levels[i] * 0.5 / root;
-    return loglevels(levels, k) && fitcepstrum(memory->rdc, levels, k, quasi ? freqs : nullptr,
-                                               ccord, out, fs, f0, alpha) == 0;
+    if (!loglevels(levels, k)) return false;
+    const double *const given = quasi ? freqs : nullptr;
+    waitingframes &waiting = memory->waiting;
+    if (!waiting.together || ccord > rdcbatch::highest)
+        return fitcepstrum(memory->rdc, levels, k, given, ccord, out, fs, f0, alpha) == 0;
+    waiting.fitrows[waiting.fits.count] = out;
+    waiting.fitcentres[waiting.fits.count] = centre;
+    waiting.fits.add(memory->rdc, levels, k, given, ccord, fs, f0, alpha);
+    if (waiting.fits.count == together)
+        fitwaiting(x, nsamples, nfft, buffer, ccord, memory, fs, alpha);
+    return true;
 }
 
 }  // namespace
@@ -99,12 +156,15 @@ int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, s
     const ccmemhandle memory(ccmeminitialize(lwin, nfft, ccmeth, fs, f0min));
     const auto buffer =
         std::make_unique_for_overwrite<double[]>(nfft + std::max<std::size_t>(nfft, row));
+    memory->waiting.together = true;
     ccmethod *const method = findmethod(ccmeth).method;
     for (std::uint32_t i = 0; i < nframes; ++i) {
         const double frequency = f0[i] >= lowestmodelled ? f0[i] : 0.0;
         method(x, nsamples, first + i * lframe, nfft, buffer.get(), ccord, cc + i * row,
                memory.get(), fs, frequency, alpha);
     }
+    fitwaiting(x, nsamples, nfft, buffer.get(), ccord, memory.get(), fs, alpha);
+    warpwaiting(*memory, nfft, ccord, alpha);
     return 0;
 }
 

@@ -18,12 +18,32 @@
 #include "analysis/spectralanalysis.h"
 #include "analysis/warping.h"
 
+namespace nalveo {
+
+/// Frames of a run whose last step waits for that of others, eight of which cost little more than
+/// one. The values are the same.
+struct waitingframes {
+    bool together = false;  // else nothing waits
+
+    std::size_t ncepstra = 0;      // frames whose cepstrum is to be warped
+    alignedreals cepstra;          // [8 x (nfft / 2 + 1)]
+    alignedreals warped;           // [8 x (P + 1, rounded up to whole vectors)]
+    double *cepstrumrows[8] = {};  // their rows of the cepstral matrix
+
+    rdcbatch fits;            // frames whose discrete cepstrum is to be fitted
+    double *fitrows[8] = {};  // their rows
+    std::uint32_t fitcentres[8] = {};
+};
+
+}  // namespace nalveo
+
 /// Scratch of the cepstral methods, made once per run.
 struct ccmem {
     nalveo::hamemhandle harmonic;  // null for the methods that do without
     nalveo::namemhandle noise;
     nalveo::rdcscratch rdc;
     nalveo::warpmatrix warp;
+    nalveo::waitingframes waiting;  // waveform2cc's alone: a method by itself finishes its frame
 };
 
 /// Fills the cepstral matrix of a waveform.

@@ -1,5 +1,6 @@
 #include "analysis/discretecepstrum.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "analysis/warping.h"
@@ -76,51 +77,113 @@ template <std::size_t count, class Real8>
     }
 }
 
-// Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
-// cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
-// upper triangle is filled; to its left there are zeros.
-struct normalequationskernel {
+// Sums over all frequencies.
+struct sumskernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(const rdcarrays *arrays, std::size_t k,
                                            const double *levels, std::size_t p) {
         const rdcarrays &mem = *arrays;
         for (std::size_t m = 0; m < wholevectors(2 * p + 1); ++m) mem.cosines[m] = 0.0;
         for (std::size_t m = 0; m < wholevectors(p + 1); ++m) mem.projection[m] = 0.0;
-        for (std::size_t m = 0; m < (p + 1) * mem.stride; ++m) mem.normal[m] = 0.0;
         std::size_t i = 0;
         for (; i + 4 <= k; i += 4)
             addfrequencies<4, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
         for (; i < k; ++i)
             addfrequencies<1, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+    }
+};
 
-        const double *const c = mem.cosines;
-        for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
-        mem.normal[0] = c[0];
-        mem.normal[p + 1] = mem.projection[0];
-        for (i = 1; i <= p; ++i) {
-            double *const row = mem.normal + i * mem.stride;
-            for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
-            row[i] += smoothnesspenalty * static_cast<double>(i * i);
-            row[p + 1] = 2.0 * mem.projection[i];
+// Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
+// cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
+// upper triangle is filled; to its left there are zeros.
+void fillequations(const rdcarrays &mem, std::size_t p) {
+    std::fill_n(mem.normal, (p + 1) * mem.stride, 0.0);
+    const double *const c = mem.cosines;
+    for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
+    mem.normal[0] = c[0];
+    mem.normal[p + 1] = mem.projection[0];
+    for (std::size_t i = 1; i <= p; ++i) {
+        double *const row = mem.normal + i * mem.stride;
+        for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
+        row[i] += smoothnesspenalty * static_cast<double>(i * i);
+        row[p + 1] = 2.0 * mem.projection[i];
+    }
+}
+
+// The same for eight fits side by side, a vector being one element of all.
+struct eightequationskernel {
+    template <class Real8>
+    [[gnu::always_inline]] static void run(const double *cosines, const double *projection,
+                                           double *normal, std::size_t p) {
+        const auto c = [=](std::size_t m) { return Real8::load(cosines + m * vectorlength); };
+        const auto b = [=](std::size_t i) { return Real8::load(projection + i * vectorlength); };
+        for (std::size_t i = 0; i <= p; ++i) {
+            double *const row = normal + i * (p + 2) * vectorlength;
+            for (std::size_t j = i; j <= p; ++j) {
+                const Real8 element = i == 0 ? 2.0 * c(j) : 2.0 * (c(j + i) + c(j - i));
+                element.store(row + j * vectorlength);
+            }
+            double *const diagonal = row + i * vectorlength;
+            if (i == 0)
+                c(0).store(diagonal);
+            else
+                (Real8::load(diagonal) + smoothnesspenalty * static_cast<double>(i * i))
+                    .store(diagonal);
+            (i == 0 ? b(0) : 2.0 * b(i)).store(row + (p + 1) * vectorlength);
         }
     }
 };
+
+// Room for the sums, and the sums.
+rdcarrays makesums(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
+                   std::size_t p, double fs, double f0, double alpha) {
+    growto(scratch.powers, k * rdcarrays::powerslength);
+    growto(scratch.cosines, wholevectors(2 * p + 1));
+    growto(scratch.projection, wholevectors(p + 1));
+    const rdcarrays mem{scratch.powers.data(), scratch.cosines.data(), scratch.projection.data(),
+                        nullptr, 0};
+    fillpowers(mem, k, freqs, f0, fs, alpha);
+    runwidest<sumskernel>(&mem, std::size_t{k}, levels, p);
+    return mem;
+}
 
 }  // namespace
 
 int fitcepstrum(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
                 std::uint32_t p, double *out, double fs, double f0, double alpha) {
-    const std::size_t order = p;
-    const std::size_t stride = wholevectors(order + 2);
-    growto(scratch.powers, k * rdcarrays::powerslength);
-    growto(scratch.cosines, wholevectors(2 * order + 1));
-    growto(scratch.projection, wholevectors(order + 1));
-    growto(scratch.normal, (order + 1) * stride);
-    const rdcarrays mem{scratch.powers.data(), scratch.cosines.data(), scratch.projection.data(),
-                        scratch.normal.data(), stride};
-    fillpowers(mem, k, freqs, f0, fs, alpha);
-    runwidest<normalequationskernel>(&mem, std::size_t{k}, levels, order);
-    return choleskysolve(p + 1, mem.normal, stride, out) != 0.0 ? 0 : -1;
+    rdcarrays mem = makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
+    mem.stride = wholevectors(std::size_t{p} + 2);
+    growto(scratch.normal, (std::size_t{p} + 1) * mem.stride);
+    mem.normal = scratch.normal.data();
+    fillequations(mem, p);
+    return choleskysolve(p + 1, mem.normal, mem.stride, out) != 0.0 ? 0 : -1;
+}
+
+void rdcbatch::add(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
+                   std::uint32_t p, double fs, double f0, double alpha) {
+    const std::size_t order = std::size_t{p} + 1;
+    growto(cosines, (2 * order - 1) * size);
+    growto(projection, order * size);
+    const rdcarrays mem = makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
+    for (std::size_t m = 0; m < 2 * order - 1; ++m) cosines[m * size + count] = mem.cosines[m];
+    for (std::size_t m = 0; m < order; ++m) projection[m * size + count] = mem.projection[m];
+    ++count;
+}
+
+void rdcbatch::solve(std::uint32_t p) {
+    const std::size_t order = std::size_t{p} + 1;
+    growto(normal, order * (order + 1) * size);
+    growto(cepstra, order * size);
+    runwidest<eightequationskernel>(cosines.data(), projection.data(), normal.data(),
+                                    std::size_t{p});
+    choleskysolveeight(p + 1, normal.data(), cepstra.data(), determinants);
+    count = 0;
+}
+
+int rdcbatch::take(std::size_t place, std::uint32_t p, double *out) const {
+    if (determinants[place] == 0.0) return -1;
+    for (std::size_t i = 0; i <= p; ++i) out[i] = cepstra[i * size + place];
+    return 0;
 }
 
 }  // namespace nalveo

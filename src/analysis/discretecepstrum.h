@@ -38,6 +38,31 @@ struct rdcscratch {
                               const double *freqs, std::uint32_t p, double *out, double fs,
                               double f0, double alpha);
 
+/// Fits of one order that wait to be solved eight at a time, each exactly as fitcepstrum does it.
+/// Eight systems of a high order outgrow the cache, so that nothing would be gained: see highest.
+struct rdcbatch {
+    static constexpr std::size_t size = 8;
+    static constexpr std::uint32_t highest = 63;  // order up to which it pays
+
+    std::size_t count = 0;    // fits that wait
+    alignedreals cosines;     // [(2p + 1) x 8] their sums of cos(m w), as are the next ones
+    alignedreals projection;  // [(p + 1) x 8]
+    alignedreals normal;      // [(p + 1) x (p + 2) x 8]
+    alignedreals cepstra;     // [(p + 1) x 8]
+    double determinants[size];
+
+    /// Adds a fit to fewer than eight that wait; arguments as for fitcepstrum.
+    void add(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
+             std::uint32_t p, double fs, double f0, double alpha);
+
+    /// Solves all that wait; then none does.
+    void solve(std::uint32_t p);
+
+    /// Takes the cepstrum of a fit that has been solved, [p + 1], by its place among the eight.
+    /// Returns 0, or -1 as fitcepstrum does.
+    [[nodiscard]] int take(std::size_t place, std::uint32_t p, double *out) const;
+};
+
 }  // namespace nalveo
 
 /// Fills the basis of a discrete cepstrum on the warped axis: row k times a cepstrum gives the log

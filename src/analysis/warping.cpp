@@ -40,11 +40,15 @@ void makewarpmatrix(warpmatrix &warp, std::uint32_t m, std::uint32_t p, double a
 
 }  // namespace
 
-void nalveo::warpcepstrum(warpmatrix &warp, const double *c, std::uint32_t m, std::uint32_t longest,
-                          double *out, std::uint32_t p, double *scratch, double alpha) {
+bool nalveo::warpsbymatrix(std::uint32_t longest, std::uint32_t p, double alpha) {
     // Deliberate: where the matrix would grow large, for orders above that of the cepstrum, the
     // recursion serves.
-    if (p > longest || alpha == 0.0 || !(alpha > -1.0 && alpha < 1.0)) {
+    return p <= longest && alpha != 0.0 && alpha > -1.0 && alpha < 1.0;
+}
+
+void nalveo::warpcepstrum(warpmatrix &warp, const double *c, std::uint32_t m, std::uint32_t longest,
+                          double *out, std::uint32_t p, double *scratch, double alpha) {
+    if (!warpsbymatrix(longest, p, alpha)) {
         ccwarp(c, m, out, p, scratch, alpha);
         return;
     }
@@ -52,6 +56,13 @@ void nalveo::warpcepstrum(warpmatrix &warp, const double *c, std::uint32_t m, st
     const std::size_t order = std::size_t{p} + 1;
     vecbymat(c, warp.rows.data(), std::size_t{m} + 1, wholevectors(order), scratch);
     std::copy(scratch, scratch + order, out);
+}
+
+void nalveo::warpcepstra(warpmatrix &warp, const double *c, std::size_t count,
+                         std::uint32_t longest, double *out, std::uint32_t p, double alpha) {
+    makewarpmatrix(warp, longest, p, alpha);
+    rowsbymat(c, count, warp.rows.data(), std::size_t{longest} + 1,
+              wholevectors(std::size_t{p} + 1), out);
 }
 
 double fwarp(double omega, double alpha) {

@@ -35,6 +35,23 @@ struct warpmatrix {
 void warpcepstrum(warpmatrix &warp, const double *c, std::uint32_t m, std::uint32_t longest,
                   double *out, std::uint32_t p, double *scratch, double alpha);
 
+/// Whether warpcepstrum takes the matrix, and not the recursion, for these orders and alpha.
+bool warpsbymatrix(std::uint32_t longest, std::uint32_t p, double alpha);
+
+/// Warps several cepstra of the highest order, each exactly as warpcepstrum does, where the matrix
+/// serves: it is read fewer times than there are cepstra.
+///
+/// \param[in,out] warp     the matrix of the run; throws std::bad_alloc when it has to be made
+/// \param[in]     c        [count x (longest + 1)] cepstra on the linear frequency axis
+/// \param[in]     count    number of cepstra
+/// \param[in]     longest  their order
+/// \param[out]    out      [count x (p + 1, rounded up to whole vectors)] warped cepstra; what lies
+///                         beyond p is 0
+/// \param[in]     p        order wanted
+/// \param[in]     alpha    warping parameter
+void warpcepstra(warpmatrix &warp, const double *c, std::size_t count, std::uint32_t longest,
+                 double *out, std::uint32_t p, double alpha);
+
 }  // namespace nalveo
 
 /// Warped angular frequency, atan2((1 - alpha^2) sin omega, (1 + alpha^2) cos omega - 2 alpha).

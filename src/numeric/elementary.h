@@ -17,6 +17,14 @@ double sine(double x);
 /// Cosine of x radians, |x| up to 10^6; NaN beyond and for a NaN.
 double cosine(double x);
 
+/// Sines and cosines of n angles, each exactly as sine and cosine give it.
+///
+/// \param[in]  angles   [n] radians
+/// \param[in]  n        number of angles
+/// \param[out] sines    [n]; neither may overlap the angles
+/// \param[out] cosines  [n]
+void sinesandcosines(const double *angles, std::size_t n, double *sines, double *cosines);
+
 /// Angle of the point (x, y), -pi .. pi, in the quadrant of the point; signs of zeros count as in
 /// std::atan2, and infinite coordinates give NaN.
 double arctangent(double y, double x);

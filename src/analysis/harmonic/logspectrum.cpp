@@ -64,16 +64,24 @@ struct harmonickernels {
           sincstep(unitphasor(alphastep)),
           taperstep(unitphasor(pi * spacing / (4.0 * f0))) {}
 
-    void start(std::size_t lane, const harmonicspan &span) {
-        const double d = static_cast<double>(span.from) * spacing - span.frequency;
-        level[lane] = span.level;
-        alpha[lane] = pi * d / f0;
-        const phasor sincstart = unitphasor(alpha[lane]);
-        sincre[lane] = sincstart.re;
-        sincim[lane] = sincstart.im;
-        const phasor taperstart = unitphasor(pi * d / (4.0 * f0));
-        taperre[lane] = taperstart.re;
-        taperim[lane] = taperstart.im;
+    // Sets up the kernels of up to eight harmonics at the first bins of their spans.
+    void start(const harmonicspan *spans, std::size_t count) {
+        double angles[2 * vectorlength] = {};  // alpha of all, then beta of all
+        double sines[2 * vectorlength];
+        double cosines[2 * vectorlength];
+        for (std::size_t lane = 0; lane < count; ++lane) {
+            const double d =
+                static_cast<double>(spans[lane].from) * spacing - spans[lane].frequency;
+            level[lane] = spans[lane].level;
+            angles[lane] = pi * d / f0;
+            angles[vectorlength + lane] = pi * d / (4.0 * f0);
+        }
+        sinesandcosines(angles, 2 * vectorlength, sines, cosines);
+        std::copy_n(angles, vectorlength, alpha);
+        std::copy_n(cosines, vectorlength, sincre);
+        std::copy_n(sines, vectorlength, sincim);
+        std::copy_n(cosines + vectorlength, vectorlength, taperre);
+        std::copy_n(sines + vectorlength, vectorlength, taperim);
     }
 };
 
@@ -110,10 +118,9 @@ void addharmonics(harmonickernels &kernels, const harmonicspan *spans, std::size
     constexpr std::int64_t rowsatonce = 256;
     double rows[rowsatonce * vectorlength];
     std::int64_t longest = 0;
-    for (std::size_t lane = 0; lane < count; ++lane) {
-        kernels.start(lane, spans[lane]);
+    kernels.start(spans, count);
+    for (std::size_t lane = 0; lane < count; ++lane)
         longest = std::max(longest, spans[lane].to - spans[lane].from + 1);
-    }
     for (std::int64_t done = 0; done < longest; done += rowsatonce) {
         const std::int64_t nrows = std::min(rowsatonce, longest - done);
         runwidest<kernelrowskernel>(&kernels, nrows, rows);
