@@ -215,8 +215,8 @@ TEST_F(cli, abatchmakesthefilesofeveryindexandtimesthefirst) {
 // The second recording comes only after the lines on the first have been read.
 TEST_F(cli, alogisuptodate) {
     put("1.wav", wavbytes(shorts(400, 7)));
-    EXPECT_EQ(shell("mkfifo 2.wav; timeout 20 \"$0\" '?.wav' 'f?' 'c?' --indlist=1-2 | {\n"
-                    "read name; read warning; cat 1.wav >2.wav; echo \"$warning\"; cat; }"),
+    EXPECT_EQ(shell("mkfifo 2.wav; timeout 10 \"$0\" '?.wav' 'f?' 'c?' --indlist=1-2 | {\n"
+                    "read name && read warning && cat 1.wav >2.wav; echo \"$warning\"; cat; }"),
               "Warning: zeros in 1.wav have been filled with noise.\n2.wav\n"
               "Warning: zeros in 2.wav have been filled with noise.\n");
 }
