@@ -275,13 +275,11 @@ struct real8 {
     using storage = typename vectordetail::storageof<Part>::type;
     storage values;
 
-    /// Number of vectors that the processor's registers hold together. Kernels with as many sums as
-    /// they can keep take their tiles from it.
-#if defined(__aarch64__)
-    static constexpr std::size_t registers = 32 * sizeof(Part) / 64;
-#else
-    static constexpr std::size_t registers = (sizeof(Part) == 64 ? 32 : 16) * sizeof(Part) / 64;
-#endif
+    /// Number of vectors that 16 registers hold together, of AVX-512 all 32: kernels take the number
+    /// of sums that they run side by side from it. aarch64 has 32 registers, too, but compilers
+    /// compute products ahead of the sums there and fill half of them.
+    static constexpr std::size_t registers =
+        (sizeof(Part) == sizeof(part64) ? 32 : 16) * sizeof(Part) / sizeof(part64);
 
     /// Reads eight doubles from an address of any alignment.
     [[gnu::always_inline]] static real8 load(const double *source) {
