@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -9,11 +10,12 @@
 #include <random>
 #include <vector>
 
+#include "analysis/autocorrelation.h"
 #include "analysis/ccanalysis.h"
-#include "analysis/fvanalysis.h"
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
 #include "analysis/spectralanalysis.h"
+#include "analysis/spectrallines.h"
 #include "numeric/aligned.h"
 #include "numeric/cholesky.h"
 #include "numeric/dft.h"
@@ -189,12 +191,30 @@ void warp(benchmark::State &state) {
 }
 BENCHMARK(warp);
 
+// All lines of a frame of 120 Hz.
 void linematch(benchmark::State &state) {
-    const reals spectrum = noise(2 * 2048);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(slm(spectrum.data(), 2048, 481, 130, 6, fs, 1012.0));
+    const reals re = noise(2 * 2048), im = noise(2 * 2048);
+    const linegrid grid{401, 2048, 7, fs};
+    linebatch lines;
+    for (int h = 1; (h + 0.5) * 120.0 < fs / 2; ++h)
+        lines.add(grid, static_cast<std::uint32_t>(h * 120.0 * 2048 / fs), h * 120.0);
+    for (auto _ : state) {
+        matchlines(re.data(), im.data(), grid, lines);
+        keep(lines.match2.data());
+    }
 }
 BENCHMARK(linematch);
+
+void frameautocorrelation(benchmark::State &state) {
+    autocorrelator correlator(1024, 1024);
+    const reals x = noise(801);
+    std::copy(x.begin(), x.end(), correlator.frame());
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(correlator.run());
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(frameautocorrelation);
 
 // The estimators, by f0 in Hz.
 using record = std::unique_ptr<hamem, int (*)(hamem *)>;

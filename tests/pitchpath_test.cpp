@@ -46,6 +46,7 @@ TEST(strengths, ofcandidates) {
     EXPECT_EQ(unvoicedstrength(0, 0), 2.45);
     EXPECT_NEAR(unvoicedstrength(0.01, 1), 2.45 - 0.01 * 1.45 / 0.03, 1e-15);
     EXPECT_EQ(unvoicedstrength(1, 1), 0.45);
+    EXPECT_EQ(unvoicedstrength(2, 1), 0.45);
     // The octave cost of 0.01 chooses among candidates and is taken back: the fifth, two octaves
     // above the first, wins its slot by half of what it is weaker, and all have their heights.
     slotvalues freqs{}, strengths{};

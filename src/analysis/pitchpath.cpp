@@ -49,7 +49,8 @@ double costof(const transitioncosts &transition, std::size_t from, std::size_t t
 }  // namespace
 
 double unvoicedstrength(double localpeak, double globalpeak) {
-    const double loudness = globalpeak > 0.0 ? std::min(1.0, localpeak / globalpeak) : 0.0;
+    // Louder than the loudest frame is no stronger: from 0.041 on the threshold alone is left.
+    const double loudness = globalpeak > 0.0 ? localpeak / globalpeak : 0.0;
     return voicingthreshold +
            std::max(0.0, 2.0 - loudness / (silencethreshold / (1.0 + voicingthreshold)));
 }
