@@ -16,8 +16,8 @@
  *   samples   from -1 to 1, as 16-bit samples divided by 32768; never written to
  *   frames    frame k is centred on sample k frame_shift; see nalveo_frame_count
  *   f0        Hz, one value per frame, 0 where unvoiced
- *   fv        maximum voiced frequency, Hz, one value per frame, 0 where unvoiced: a harmonics-plus-
- *             noise vocoder has harmonics below it and noise above
+ *   fv        maximum voiced frequency, Hz, one value per frame, 0 where unvoiced: a
+ *             harmonics-plus-noise vocoder has harmonics below it and noise above
  *   cc        mel-warped cepstra, a row of order + 1 values per frame; see nalveo_envelope
  *   result    NALVEO_OK, or the code of an error, and then what the output arrays hold is not
  *             defined. All arguments are checked before the work begins. NALVEO_NO_MEMORY can come
@@ -164,10 +164,10 @@ int nalveo_estimate_f0(const double *samples, size_t nsamples, const nalveo_opti
 
 /** Refines f0 by the quasi-harmonic model, in at most options->refine iterations per frame.
  *
- * @param[in,out] f0  [nframes]; unvoiced frames stay so, and refined values stay within f0_floor and
- *                    f0_ceil
- * @param[in]     fv  [nframes] maximum voiced frequency, up to where harmonics are modelled, or null
- *                    for 4500 Hz
+ * @param[in,out] f0  [nframes]; unvoiced frames stay so, and refined values stay within f0_floor
+ *                    and f0_ceil
+ * @param[in]     fv  [nframes] maximum voiced frequency, up to where harmonics are modelled, or
+ *                    null for 4500 Hz
  */
 int nalveo_refine_f0(const double *samples, size_t nsamples, const nalveo_options *options,
                      double *f0, const double *fv);

@@ -15,7 +15,8 @@ namespace {
 
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
-// Errors of a function against exact values, here of 64 bits, in units in the last place of a double.
+// Errors of a function against exact values, here of 64 bits, in units in the last place of a
+// double.
 struct errors {
     double worst = 0.0, sum = 0.0;  // the sum counts away from 0 as positive
     int count = 0;
@@ -53,7 +54,8 @@ TEST(elementary, iswithinaunitinthelastplace) {
 }
 
 // Errors of rounding cancel in the mean. What is left of them tells of a constant that is one unit
-// off its place: 0.06 units for a sine's 1/6 or 0.04 for an exponential's 1/2 where they weigh most.
+// off its place: 0.06 units for a sine's 1/6 or 0.04 for an exponential's 1/2 where they weigh
+// most.
 TEST(elementary, isroundedbothways) {
     testrandom random(2);
     errors of[4];

@@ -58,8 +58,8 @@ double cosines(double phase, std::size_t top, double amplitude) {
     return amplitude * sum;
 }
 
-// Rounding of the phasors, 1e-16, grows with the square of the sample and with the harmonic: at most
-// 400 squared times 66.
+// Rounding of the phasors, 1e-16, grows with the square of the sample and with the harmonic: at
+// most 400 squared times 66.
 constexpr double rounding = 1e-9;
 
 class frameshift : public testing::TestWithParam<std::uint32_t> {};

@@ -12,8 +12,8 @@
 
 namespace nalveo {
 
-/// Scratch of fitcepstrum. It grows to the largest fit that it has met; nothing in it lasts from one
-/// fit to the next.
+/// Scratch of fitcepstrum. It grows to the largest fit that it has met; nothing in it lasts from
+/// one fit to the next.
 struct rdcscratch {
     alignedreals powers;      // [k x 18] cos(m w), m = 0 .. 7, then sin(m w), then cos, sin(8 w)
     alignedreals cosines;     // [2p + 1 and whole vectors] sums over the frequencies of cos(m w)

@@ -48,9 +48,9 @@ struct bandframe {
               static_cast<std::uint32_t>(std::min(std::floor(0.5 * f0 / spacing), 0.5 * nfft))) {}
 };
 
-// Hann window of peak 2: cos(pi i / a) + 1, i = -a .. a. Each cosine is made by itself: a frame that
-// holds a lone click has a flat spectrum, and the last bit of the window decides where its local
-// maxima are.
+// Hann window of peak 2: cos(pi i / a) + 1, i = -a .. a. Each cosine is made by itself: a frame
+// that holds a lone click has a flat spectrum, and the last bit of the window decides where its
+// local maxima are.
 void exacthann(double *window, std::uint32_t length) {
     const std::size_t a = length / 2;
     window[a] = 2.0;

@@ -3,8 +3,8 @@
 ///
 /// A track holds one f0 per frame in Hz; exactly 0 marks an unvoiced frame. Frame k is centred on
 /// sample first + k lframe. The sources behind this header are prefilter, pitchtracker (with
-/// autocorrelation), pitchrefinement and, for finished tracks, pitchanalysis; they need numeric and,
-/// to refine, analysis/harmonicanalysis.
+/// autocorrelation), pitchrefinement and, for finished tracks, pitchanalysis; they need numeric
+/// and, to refine, analysis/harmonicanalysis.
 ///
 /// What these routines cannot get memory for they report by throwing std::bad_alloc; elimislands
 /// and the conversions between Hz and logarithms allocate nothing.
@@ -29,8 +29,8 @@
 /// \param[out] f0        [nframes] f0 in Hz, 0 where unvoiced; every entry is written
 /// \param[in]  fs        sample rate in Hz
 /// \param[in]  f0min     lowest f0 searched, Hz; 0 or below (or NaN) stands for 60
-/// \param[in]  f0max     highest f0 searched, Hz; f0min or below (or NaN) stands for 500. Where that
-///                       is below f0min, too, every frame comes out unvoiced
+/// \param[in]  f0max     highest f0 searched, Hz; f0min or below (or NaN) stands for 500. Where
+///                       that is below f0min, too, every frame comes out unvoiced
 /// \return 0 always; when memory runs out the track is not written
 int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
              std::uint32_t nframes, double *f0, double fs, double f0min, double f0max);

@@ -1,9 +1,9 @@
 /// Candidates of the pitch tracker and the cheapest path through them. Needs numeric/elementary and
 /// numeric/polynom.
 ///
-/// The strengths and costs are those of P. Boersma, "Accurate short-term analysis of the fundamental
-/// frequency and the harmonics-to-noise ratio of a sampled sound", Proc. Inst. Phonetic Sciences
-/// (Amsterdam) 17, 97-110, 1993.
+/// The strengths and costs are those of P. Boersma, "Accurate short-term analysis of the
+/// fundamental frequency and the harmonics-to-noise ratio of a sampled sound", Proc. Inst. Phonetic
+/// Sciences (Amsterdam) 17, 97-110, 1993.
 
 #pragma once
 
@@ -61,12 +61,13 @@ void keepcandidate(double freq, double strength, slotvalues &freqs, slotvalues &
 /// \param[in]     peaks      local maxima of the autocorrelation
 /// \param[in]     f0min      lowest f0 searched, Hz
 /// \param[in,out] freqs      Hz; all 0 at first
-/// \param[in,out] strengths  heights of the peaks; 0 at first but for the unvoiced slot, which stays
+/// \param[in,out] strengths  heights of the peaks; 0 at first but for the unvoiced slot, which
+///                           stays
 void collectcandidates(const std::vector<lagpeak> &peaks, double f0min, slotvalues &freqs,
                        slotvalues &strengths);
 
-/// What transitions cost on a grid of so many frames per 10 ms. A denser grid adds more strengths to
-/// a path, so its jumps must cost more.
+/// What transitions cost on a grid of so many frames per 10 ms. A denser grid adds more strengths
+/// to a path, so its jumps must cost more.
 struct transitioncosts {
     double octavejump;     // per octave between two voiced candidates
     double voicingchange;  // into or out of the unvoiced slot
@@ -78,8 +79,8 @@ struct transitioncosts {
 ///
 /// \param[in]     previous      candidates of the frame before
 /// \param[in]     previouscost  accumulated costs of their best paths
-/// \param[in,out] current       candidates of this frame; where each one's best path comes from, the
-///                              lowest slot of equals, goes to back
+/// \param[in,out] current       candidates of this frame; where each one's best path comes from,
+///                              the lowest slot of equals, goes to back
 /// \param[in]     strength      strengths of this frame's candidates
 /// \param[in]     transition    costs of transitions
 /// \return accumulated costs of the best path to every candidate; 0 in empty slots

@@ -1,5 +1,5 @@
-/// The synthesiser as a program: command line, reading of the tracks, level of the waveform, and all
-/// messages. Uses paramread, filenames, logf0range, io and src/synthesis.
+/// The synthesiser as a program: command line, reading of the tracks, level of the waveform, and
+/// all messages. Uses paramread, filenames, logf0range, io and src/synthesis.
 
 #pragma once
 

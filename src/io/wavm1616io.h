@@ -32,11 +32,11 @@ int wavshort2double(std::uint32_t count, const std::int16_t *shorts, double *dou
 ///
 /// \param[in] path     file name; the file appears or is replaced as a whole, see writewhole in
 ///                     io/wholefile.h; null is a failure
-/// \param[in] samples  [count] finite samples; 32768 times each is rounded to the nearest integer (halves
-///                     up) and cut to the range of 16 bits
+/// \param[in] samples  [count] finite samples; 32768 times each is rounded to the nearest integer
+///                     (halves up) and cut to the range of 16 bits
 /// \param[in] count    number of samples, at most mostwavsamples
-/// \return count, or 0 when the path is null, count is 0 (no file is made) or beyond the most, or the
-///         file cannot be written; what was there before stays then. Throws std::bad_alloc when
+/// \return count, or 0 when the path is null, count is 0 (no file is made) or beyond the most, or
+///         the file cannot be written; what was there before stays then. Throws std::bad_alloc when
 ///         there is no memory for the file's bytes; no file has been touched then
 [[nodiscard]] std::uint32_t wavwritem1616(const char *path, const double *samples,
                                           std::uint32_t count);

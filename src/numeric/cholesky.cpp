@@ -52,8 +52,9 @@ template <class Real8, std::size_t rows>
 }
 
 // Rows i .. i + rows - 1 of the factor, of which the rows above `from` have been taken off. Returns
-// false for a negative pivot, unless unknowns without a positive one are left out: their rows become
-// 0. All diagonal elements of the rows are in the vector that begins at `start`, which goes first.
+// false for a negative pivot, unless unknowns without a positive one are left out: their rows
+// become 0. All diagonal elements of the rows are in the vector that begins at `start`, which goes
+// first.
 template <class Real8, std::size_t rows, bool leaveout>
 [[gnu::always_inline]] inline bool factorrows(double *a, std::size_t stride, std::size_t i,
                                               std::size_t from, double *determinant) {

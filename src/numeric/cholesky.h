@@ -19,8 +19,8 @@ namespace nalveo {
 ///         exactly 0; x is then as it was
 [[nodiscard]] double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x);
 
-/// The same for a matrix that may be singular to within rounding: an unknown whose pivot is not above
-/// 0 is left out, which is to say that its x is 0.
+/// The same for a matrix that may be singular to within rounding: an unknown whose pivot is not
+/// above 0 is left out, which is to say that its x is 0.
 void choleskysolvepossible(std::uint32_t n, double *a, std::size_t stride, double *x);
 
 /// Solutions of eight systems of one order, each in an element (lane) of the vectors. Every one

@@ -10,10 +10,10 @@
 /// made once per size and then only read. Each comes from an angle of at most pi / 4, so that they
 /// are right to the last bit or so and have the symmetries of the circle exactly.
 ///
-/// Arrays that begin on a cache line (numeric/aligned.h) are transformed up to twice as fast. Data in
-/// separate parts are what the kernel works on; interleaved data are split before it and joined after
-/// it, in arrays of the call's own. The first transform of a size makes its tables. Both throw
-/// std::bad_alloc when there is no memory.
+/// Arrays that begin on a cache line (numeric/aligned.h) are transformed up to twice as fast. Data
+/// in separate parts are what the kernel works on; interleaved data are split before it and joined
+/// after it, in arrays of the call's own. The first transform of a size makes its tables. Both
+/// throw std::bad_alloc when there is no memory.
 
 #pragma once
 

@@ -204,8 +204,8 @@ int toeplitzsiminv(std::uint32_t n, const double *t, double *inverse) {
         next[k] = x[0] * h;
         for (std::size_t i = 1; i < k; ++i) next[i] = x[k - i] * h + x[i] * g;
         std::swap(x, next);
-        // Reversed, x solves for the last unit vector. Multiples of it take away what the inverse so
-        // far leaves in row k of the product with T.
+        // Reversed, x solves for the last unit vector. Multiples of it take away what the inverse
+        // so far leaves in row k of the product with T.
         for (std::size_t j = 0; j <= k; ++j) {
             double v = 0.0;
             for (std::size_t i = 0; i < k; ++i) v += inverse[i * order + j] * row[i];

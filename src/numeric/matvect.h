@@ -1,12 +1,13 @@
-/// Dense matrix and vector routines over plain arrays of doubles, in their plain forms: what they do
-/// is what one reads. The program takes copies, medians and the smoothness penalty from here; its
-/// large products and systems go through numeric/products.h, numeric/toeplitz.h and
+/// Dense matrix and vector routines over plain arrays of doubles, in their plain forms: what they
+/// do is what one reads. The program takes copies, medians and the smoothness penalty from here;
+/// its large products and systems go through numeric/products.h, numeric/toeplitz.h and
 /// numeric/cholesky.h, which tests hold against the routines of this module.
 ///
 /// A matrix is one contiguous array in row-major order: element (i, j) of a matrix with c columns
 /// is at i c + j. Dimensions are passed separately. The caller owns every array; no routine keeps a
-/// pointer. Only choleskyinvdet (to keep its input), toeplitzsiminv and solveleastsquares (without a
-/// workspace) allocate, for their own duration; they throw std::bad_alloc when there is no memory.
+/// pointer. Only choleskyinvdet (to keep its input), toeplitzsiminv and solveleastsquares (without
+/// a workspace) allocate, for their own duration; they throw std::bad_alloc when there is no
+/// memory.
 
 #pragma once
 
@@ -110,9 +111,9 @@ double medianelem(double *a, std::uint32_t n);
 
 /// Inverse of a symmetric Toeplitz matrix.
 ///
-/// By bordering, from one leading submatrix to the next: Levinson's recursion gives the solutions for
-/// its first and last unit vector, the inverse follows from them. N. Levinson, "The Wiener RMS (root
-/// mean square) error criterion in filter design and prediction", J. Math. Phys. 25, 1947.
+/// By bordering, from one leading submatrix to the next: Levinson's recursion gives the solutions
+/// for its first and last unit vector, the inverse follows from them. N. Levinson, "The Wiener RMS
+/// (root mean square) error criterion in filter design and prediction", J. Math. Phys. 25, 1947.
 ///
 /// \param[in]  n        order
 /// \param[in]  t        [n x n], taken to be symmetric Toeplitz without a check; only T(0, 0) and

@@ -275,9 +275,9 @@ struct real8 {
     using storage = typename vectordetail::storageof<Part>::type;
     storage values;
 
-    /// Number of vectors that 16 registers hold together, of AVX-512 all 32: kernels take the number
-    /// of sums that they run side by side from it. aarch64 has 32 registers, too, but compilers
-    /// compute products ahead of the sums there and fill half of them.
+    /// Number of vectors that 16 registers hold together, of AVX-512 all 32: kernels take the
+    /// number of sums that they run side by side from it. aarch64 has 32 registers, too, but
+    /// compilers compute products ahead of the sums there and fill half of them.
     static constexpr std::size_t registers =
         (sizeof(Part) == sizeof(part64) ? 32 : 16) * sizeof(Part) / sizeof(part64);
 

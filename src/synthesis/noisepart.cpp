@@ -26,9 +26,10 @@ constexpr double logarithmicloss = 0.28860783245076643;
 // The power of noise in a bin of a spectrum has an exponential distribution: the mean of its
 // logarithm lies 0.577 below the logarithm of its mean, its variance is pi^2 / 6. A smooth envelope
 // lacks the first. One of order P keeps a part of the variance: it has P + 1 values where a window
-// of 25 ms (Hamming, 1.36 / 25 ms wide) tells fs / 2 / (1.36 / 25 ms) apart, and more than its share
-// of them where the warped axis w is stretched, by dw / d omega. The mean power of what has a normal
-// logarithm of variance v is v / 2 above its middle, so that the envelope lacks that much less.
+// of 25 ms (Hamming, 1.36 / 25 ms wide) tells fs / 2 / (1.36 / 25 ms) apart, and more than its
+// share of them where the warped axis w is stretched, by dw / d omega. The mean power of what has a
+// normal logarithm of variance v is v / 2 above its middle, so that the envelope lacks that much
+// less.
 double unvoicedgain(const partstracks &t, double cosine) {
     constexpr double variance = pi * pi / 6.0;  // of the logarithm of power
     const double alpha = t.alpha;
@@ -125,8 +126,8 @@ class noisepart {
 
         const double *const c = tracks.cc + std::size_t{k} * (tracks.order + 1);
         envelopelevels(c, tracks.order, cosine.data(), cosine.size(), level.data());
-        // White noise of variance 1/3 has the density sqrt(1/3) / sqrt(fs); and an inverse transform
-        // multiplies by its size.
+        // White noise of variance 1/3 has the density sqrt(1/3) / sqrt(fs); and an inverse
+        // transform multiplies by its size.
         const double unit = std::sqrt(3.0 * tracks.fs) / static_cast<double>(nfft);
         std::fill_n(level.begin(), first, 0.0);
         for (std::size_t i = first; i < nbins; ++i)

@@ -2,9 +2,9 @@
 /// harmonics plus noise.
 ///
 /// The model is that of Y. Stylianou, "Applying the harmonic plus noise model in concatenative
-/// speech synthesis", IEEE Trans. Speech Audio Process. 9(1), 2001: in voiced frames, harmonics up to
-/// the maximum voiced frequency and shaped noise above; noise alone elsewhere. What is our own is
-/// written beside the parts, harmonicpart.h and noisepart.h.
+/// speech synthesis", IEEE Trans. Speech Audio Process. 9(1), 2001: in voiced frames, harmonics up
+/// to the maximum voiced frequency and shaped noise above; noise alone elsewhere. What is our own
+/// is written beside the parts, harmonicpart.h and noisepart.h.
 
 #pragma once
 

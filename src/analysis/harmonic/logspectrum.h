@@ -17,8 +17,8 @@ namespace nalveo {
 /// Interpolates the log levels of harmonics on a grid of frequencies.
 ///
 /// The interpolating kernel is a sinc with zeros at the harmonic spacing under a raised cosine that
-/// ends four spacings away. Below 0 Hz the levels are mirrored; from the last harmonic on, four more
-/// carry the lowest level up to and past half the sample rate.
+/// ends four spacings away. Below 0 Hz the levels are mirrored; from the last harmonic on, four
+/// more carry the lowest level up to and past half the sample rate.
 ///
 /// \param[in]  levels   [k + 1] levels at 0, f0, .. k f0
 /// \param[in]  k        number of harmonics, at least 1

@@ -1,7 +1,7 @@
 // The harmonic models in the plain form in which they are published: design matrices of complex
 // exponentials, the normal equations of their rows, explicit inverses. The estimators run the fits
-// of ha.h, qha.h and sqha.h, which come to the same in a fraction of the time and are tested against
-// these.
+// of ha.h, qha.h and sqha.h, which come to the same in a fraction of the time and are tested
+// against these.
 
 #include <algorithm>
 #include <cmath>
