@@ -16,7 +16,7 @@ packages=(g++ cmake ninja-build libgtest-dev)
 people=(parallel sox libsox-fmt-base python3 python3-numpy python3-matplotlib python3-pytest
     python3-hypothesis mypy python3-pip python3-setuptools python3-wheel pkg-config man-db lintian sptk
     octave shellcheck codespell aspell aspell-en mandoc zsh bash-completion munge slurmctld slurmd
-    slurm-client chromium chromium-driver)
+    slurm-client python3-distributed chromium chromium-driver)
 case "${1-}" in
 '') ;;
 full)

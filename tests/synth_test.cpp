@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "nalveo.h"
 #include "testfiles.h"
 
 namespace {
@@ -81,6 +82,12 @@ TEST_F(synth, withoutargumentshelps) {
     for (const char *option :
          {"lframe=80 ", "alpha=0.42 ", "htsscale=1 ", "gain=0 ", "length=0 ", "seed=1 "})
         EXPECT_NE(help.out.find("   --" + std::string(option)), std::string::npos) << option;
+}
+
+TEST_F(synth, tellsitsversion) {
+    const runresult told = run({"--version"});
+    EXPECT_EQ(told.status, 0);
+    EXPECT_EQ(told.out, "nalveo16-synth " NALVEO_VERSION "\n");
 }
 
 TEST_F(synth, makesawaveform) {

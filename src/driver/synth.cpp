@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -20,6 +21,7 @@
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 #include "io/wavm1616io.h"
+#include "nalveo.h"
 #include "numeric/elementary.h"
 #include "synthesis/synthesis.h"
 
@@ -217,6 +219,10 @@ int synthmain(int argc, char **argv) {
     const char *const program = argc > 0 ? argv[0] : "nalveo16-synth";
     if (argc < 2) {
         printhelp(program);
+        return 0;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("nalveo16-synth " NALVEO_VERSION);
         return 0;
     }
     char **const options =

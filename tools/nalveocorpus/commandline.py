@@ -108,7 +108,7 @@ def corpus(program):
         made.print_help(sys.stderr)
         return 2
     if args.under is not None:
-        hosts.die_with_parent()
+        hosts.die_with_parent(args.under)
     rate = NATIVE if args.rate == "native" else PLAIN_RATE
     if args.npz and args.layout != "together":
         raise Unfit("--npz and --layout do not go together.")

@@ -63,7 +63,10 @@ def run(hosts, program, arguments):
     return 130 if status < 0 or status > 101 else status
 
 
-def die_with_parent():
-    """Has the system end this process when the one that began it ends, however it ends."""
+def die_with_parent(under=None):
+    """Has the system end this process when the one that began it ends, however it ends, and ends it
+    at once if the process `under`, on whose behalf it runs, has ended already."""
     import ctypes
     ctypes.CDLL(None).prctl(1, signal.SIGTERM, 0, 0, 0)  # PR_SET_PDEATHSIG
+    if under is not None and not os.path.exists(f"/proc/{under}"):
+        os.kill(os.getpid(), signal.SIGTERM)
