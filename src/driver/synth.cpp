@@ -1,5 +1,7 @@
 #include "driver/synth.h"
 
+#include <nalveo.h>  // in quotes it would be the driver's own header of that name
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -21,7 +23,6 @@
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 #include "io/wavm1616io.h"
-#include "nalveo.h"
 #include "numeric/elementary.h"
 #include "synthesis/synthesis.h"
 
