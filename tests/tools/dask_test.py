@@ -2,6 +2,7 @@
 """examples/dask/corpus.py on a cluster of two workers, one of which is killed in the middle of a
 slice: its slice ends with it, the other worker does the rest of it, and nothing is missing."""
 
+import contextlib
 import os
 import re
 import signal
@@ -18,6 +19,7 @@ EXAMPLES = os.path.realpath(os.path.join(os.path.dirname(__file__), "../../examp
 SCRIPT = os.path.join(EXAMPLES, "dask/corpus.py")
 OPTIONS = ["--", "--f0acc=5"]
 SLICES = 8  # of two workers of one thread
+FILES = 6  # in each of them
 LIMIT = 40  # seconds
 
 
@@ -34,13 +36,16 @@ def results(folder):
 
 def slice_of(worker):
     """Process and name of the slice that a worker does, or None."""
-    for task in os.listdir(f"/proc/{worker}/task"):
-        with open(f"/proc/{worker}/task/{task}/children", encoding="ascii") as file:
-            for child in file.read().split():
-                with open(f"/proc/{child}/cmdline", encoding="utf-8") as line:
-                    words = line.read().split("\0")
-                if "--slice" in words:
-                    return int(child), words[words.index("--slice") + 1]
+    try:
+        for task in os.listdir(f"/proc/{worker}/task"):
+            with open(f"/proc/{worker}/task/{task}/children", encoding="ascii") as file:
+                for child in file.read().split():
+                    with open(f"/proc/{child}/cmdline", encoding="utf-8") as line:
+                        words = line.read().split("\0")
+                    if "--slice" in words:
+                        return int(child), words[words.index("--slice") + 1]
+    except OSError:
+        pass  # it ended while it was looked at
     return None
 
 
@@ -52,10 +57,10 @@ class DaskTest(unittest.TestCase):
         os.mkdir(os.path.join(self.folder, "corpus"))
         with wave.open(os.path.join(EXAMPLES, "sample.wav")) as file:
             speech = file.readframes(file.getnframes())
-        for number in range(4 * SLICES):  # 8 s each, so that a slice takes a while
+        for number in range(FILES * SLICES):  # 6 s each, so that a slice takes a while
             with wave.open(os.path.join(self.folder, f"corpus/utt {number:02}.wav"), "wb") as file:
                 file.setparams((1, 2, 16000, 0, "NONE", ""))
-                file.writeframes((speech[500 * number:] + 3 * speech)[:256000])
+                file.writeframes((speech[500 * number:] + 2 * speech)[:192000])
 
     def start(self, *command):
         """Starts a process that ends with the test."""
@@ -67,6 +72,15 @@ class DaskTest(unittest.TestCase):
             process.communicate()
         self.addCleanup(end)
         return process
+
+    def journal(self, part):
+        """How many files of a slice are done."""
+        path = os.path.join(self.folder, "features/.nalveo16-corpus/journal",
+                            part.replace("/", "-of-") + ".jsonl")
+        if not os.path.exists(path):
+            return 0
+        with open(path, "rb") as file:
+            return sum(len(line) > 1 for line in file)
 
     def until(self, found):
         """What a function finds, as soon as it finds something."""
@@ -89,18 +103,21 @@ class DaskTest(unittest.TestCase):
             client.wait_for_workers(2, timeout=LIMIT)
         run = self.start(sys.executable, SCRIPT, file, "corpus", "features", *OPTIONS)
 
-        def at_work():
-            """The first worker's slice, once it has finished a file."""
+        def in_the_middle():
+            """The first worker's slice, held, with some of its files done and some not."""
             self.assertIsNone(run.poll(), "the run ended before a worker could be killed")
             found = slice_of(workers[0].pid)
-            if found:
-                journal = found[1].replace("/", "-of-") + ".jsonl"
-                path = os.path.join(self.folder, "features/.nalveo16-corpus/journal", journal)
-                if os.path.exists(path) and os.path.getsize(path):
-                    return found
+            if found and self.journal(found[1]) > 0:
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(found[0], signal.SIGSTOP)
+                    if self.journal(found[1]) <= FILES // 2:
+                        return found
+                    os.kill(found[0], signal.SIGCONT)
             return None
-        process, part = self.until(at_work)
-        workers[0].send_signal(signal.SIGKILL)
+        process, part = self.until(in_the_middle)
+        workers[0].kill()
+        workers[0].wait(LIMIT)
+        os.kill(process, signal.SIGCONT)
         self.until(lambda: not os.path.exists(f"/proc/{process}"))
 
         said, _ = run.communicate(timeout=LIMIT)
@@ -116,7 +133,7 @@ class DaskTest(unittest.TestCase):
         subprocess.run(["nalveo16-corpus", "corpus", "plain", *OPTIONS], cwd=self.folder,
                        check=True, stdout=subprocess.PIPE, timeout=LIMIT)
         plain = results(os.path.join(self.folder, "plain"))
-        self.assertEqual(len(plain), 3 * 4 * SLICES)
+        self.assertEqual(len(plain), 3 * FILES * SLICES)
         self.assertEqual(results(os.path.join(self.folder, "features")), plain)
 
         # What fails on all workers fails the run.
