@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from fractions import Fraction
-from typing import Any, NamedTuple, SupportsFloat, SupportsIndex, Union
+from typing import Any, Iterable, NamedTuple, SupportsFloat, SupportsIndex, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -86,9 +86,31 @@ class Analysis(_Tracks):
     def __getnewargs_ex__(self) -> tuple[tuple[Any, ...], dict[str, Any]]:
         return tuple(self), self._kept()
 
+    @classmethod
+    def _make(cls, iterable: Iterable[Any]) -> Analysis:  # type: ignore[override]
+        """An analysis of three tracks, with the default settings."""
+        return cls(*iterable)
+
     def _replace(self, /, **changes: Any) -> Analysis:
         """A copy with some members or settings replaced."""
         return Analysis(**{**self._asdict(), **self._kept(), **changes})
+
+
+def check_analysis(where: str, analysis: Analysis) -> None:
+    """Refuses what is no analysis, and tracks and frame shifts that fit nothing."""
+    if not isinstance(analysis, Analysis):
+        raise TypeError(f"{where} is given a {type(analysis).__name__}; it must be a "
+                        "nalveo.Analysis, as nalveo.analyze and nalveo.read give it")
+    f0, mcep, mvf = (np.asarray(track) for track in analysis)
+    if f0.ndim != 1 or mvf.shape != f0.shape or mcep.ndim != 2 or len(mcep) != len(f0) or \
+            not 1 <= mcep.shape[1] <= 512:
+        raise ValueError(f"{where}: f0, mcep and mvf have shapes {f0.shape}, {mcep.shape} and "
+                         f"{mvf.shape}; they must be (n,), (n, order + 1) and (n,)")
+    if not isinstance(analysis.hop_length, (int, np.integer, Fraction)) or \
+            analysis.hop_length <= 0:
+        raise ValueError(f"{where}: hop_length is {analysis.hop_length!r}; it must be a whole "
+                         "number or a fractions.Fraction above 0")
+    arguments.rate(analysis.fs)
 
 
 class _Call:

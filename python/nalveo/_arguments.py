@@ -29,6 +29,12 @@ def real(name: str, value: SupportsFloat) -> float:
     return number
 
 
+def shown(value: SupportsFloat) -> str:
+    """A number with all its digits, so that what is just beyond a limit does not read like it."""
+    text = repr(float(value))
+    return text[:-2] if text.endswith(".0") else text
+
+
 def whole(name: str, value: SupportsIndex, lowest: int, highest: int) -> int:
     """A whole number from lowest to highest."""
     try:
@@ -45,8 +51,8 @@ def rate(fs: SupportsFloat) -> float:
     """A sample rate that the library takes."""
     number = real("fs", fs)
     if not 8000 <= number <= 96000:
-        raise ValueError(f"fs is {number:g} Hz; it must be from 8000 to 96000 Hz: resample the "
-                         "signal, and give fs in Hz, not kHz")
+        raise ValueError(f"fs is {shown(number)} Hz; it must be from 8000 to 96000 Hz: resample "
+                         "the signal, and give fs in Hz, not kHz")
     return number
 
 
@@ -60,8 +66,8 @@ def hop(fs: float, frame_period: SupportsFloat, hop_length: SupportsIndex | None
     if samples > 1e9 or nearest < 1 or abs(samples - nearest) > 1e-9 * samples:
         near = max(1, min(nearest, 10**9))
         raise ValueError(
-            f"frame_period is {period:g} ms, which is {samples:g} samples at {fs:g} Hz; it must "
-            f"be a whole number of samples: give hop_length={near} "
+            f"frame_period is {shown(period)} ms, which is {shown(samples)} samples at {fs:g} "
+            f"Hz; it must be a whole number of samples: give hop_length={near} "
             f"({1000 * near / fs:.6g} ms) instead")
     return nearest
 
@@ -90,8 +96,8 @@ def warping(alpha: SupportsFloat | None, fs: float) -> float:
         return nearest
     number = real("alpha", alpha)
     if not -1 < number < 1:
-        raise ValueError(f"alpha is {number:g}; it must be above -1 and below 1, or None for the "
-                         "mel scale")
+        raise ValueError(f"alpha is {shown(number)}; it must be above -1 and below 1, or None for "
+                         "the mel scale")
     return number
 
 
@@ -106,8 +112,8 @@ def search_range(fs: float, f0_floor: SupportsFloat, f0_ceil: SupportsFloat) -> 
     """The range in which f0 is searched."""
     low, high = real("f0_floor", f0_floor), real("f0_ceil", f0_ceil)
     if not 15 <= low < high <= fs / 2:
-        raise ValueError(f"f0_floor is {low:g} and f0_ceil {high:g} Hz; they must be at least 15 "
-                         f"Hz, in this order, and at most fs / 2 = {fs / 2:g} Hz")
+        raise ValueError(f"f0_floor is {shown(low)} and f0_ceil {shown(high)} Hz; they must be "
+                         f"at least 15 Hz, in this order, and at most fs / 2 = {fs / 2:g} Hz")
     return low, high
 
 
@@ -133,7 +139,10 @@ def samples(x: ArrayLike) -> Reals:
     if given.ndim == 2 and given.shape[1] == 1:
         given = given[:, 0]
     if given.ndim != 1:
-        channel = "x.mean(axis=1) or x[:, 0]" if given.ndim == 2 else "a one-dimensional array"
+        channel = "a one-dimensional array"
+        if given.ndim == 2:  # channels are fewer than samples
+            channel = "x[0]" if given.shape[0] == 1 else "x.mean(axis=0) or x[0]" if \
+                given.shape[0] < given.shape[1] else "x.mean(axis=1) or x[:, 0]"
         raise ValueError(f"x has shape {given.shape}; it must be one channel, (n,) or (n, 1): "
                          f"give {channel}")
     if given.size == 0:
@@ -142,8 +151,10 @@ def samples(x: ArrayLike) -> Reals:
         return np.require(given, np.float64, ["C", "A"])
     if given.dtype.kind == "i" and given.dtype.itemsize == 2:
         return given / 32768.0
+    remedy = "(x - 128.0) / 128" if given.dtype == np.uint8 else \
+        "x / 32768.0 of 16-bit values, x / 2.0**31 of 32-bit ones"
     raise ValueError(f"x has type {given.dtype}; it must be floating point from -1 to 1, or int16, "
-                     "which is divided by 32768")
+                     f"which is divided by 32768: give {remedy}")
 
 
 def explain_samples(x: Reals) -> str:
@@ -153,8 +164,8 @@ def explain_samples(x: Reals) -> str:
         return (f"x holds {x[bad[0]]} at sample {bad[0]} ({bad.size} such samples in all); "
                 "samples must be finite numbers from -1 to 1")
     peak = int(np.argmax(np.abs(x)))
-    return (f"x holds {x[peak]:g} at sample {peak}; samples must be from -1 to 1: divide int16 "
-            "values by 32768, and scale down what is louder than full scale")
+    return (f"x holds {shown(x[peak])} at sample {peak}; samples must be from -1 to 1: divide "
+            "int16 values by 32768, and scale down what is louder than full scale")
 
 
 def track(name: str, values: ArrayLike, nframes: int) -> Reals:
@@ -170,14 +181,14 @@ def explain_f0(f0: Reals, fs: float) -> str:
     """What is wrong with f0 that the library has refused."""
     good = (f0 == 0) | ((f0 >= 15) & (f0 < fs / 2))
     frame = int(np.flatnonzero(~good)[0])
-    return (f"f0 holds {f0[frame]:g} for frame {frame}; it must be 0 where unvoiced, else from 15 "
-            f"to below fs / 2 = {fs / 2:g} Hz, not a logarithm and never NaN")
+    return (f"f0 holds {shown(f0[frame])} for frame {frame}; it must be 0 where unvoiced, else "
+            f"from 15 to below fs / 2 = {fs / 2:g} Hz, not a logarithm and never NaN")
 
 
 def explain_mvf(mvf: Reals, fs: float) -> str:
     """What is wrong with a maximum voiced frequency that the library has refused."""
     frame = int(np.flatnonzero(~((mvf >= 0) & (mvf <= fs / 2)))[0])
-    return (f"mvf holds {mvf[frame]:g} for frame {frame}; it must be from 0 to fs / 2 = "
+    return (f"mvf holds {shown(mvf[frame])} for frame {frame}; it must be from 0 to fs / 2 = "
             f"{fs / 2:g} Hz")
 
 

@@ -7,18 +7,20 @@ import os
 import re
 import secrets
 from fractions import Fraction
-from typing import Callable, SupportsFloat, SupportsIndex, Union
+from typing import Any, Callable, SupportsFloat, SupportsIndex, Union
 
 import numpy as np
-from numpy.typing import ArrayLike
+from numpy.typing import ArrayLike, NDArray
 
 from . import _arguments as arguments
-from ._analysis import Analysis, f0_from_log, log_f0
+from ._analysis import Analysis, check_analysis, f0_from_log, log_f0
 from ._arguments import Reals
 
 Path = Union[str, "os.PathLike[str]"]
 
 _FORMAT = 1  # of archives
+_LOWEST_LOG, _HIGHEST_LOG = 2.7, 8.98  # of f0, as the program takes them at 16000 Hz
+_ENDINGS = (".lf0", ".mcc", ".mvf")
 
 
 def read(stem: Path, *, order: SupportsIndex | None = None, fs: SupportsFloat = 16000.0,
@@ -57,10 +59,13 @@ def read(stem: Path, *, order: SupportsIndex | None = None, fs: SupportsFloat = 
     ...     nalveo.read(folder + "/silence").mcep.shape
     (10, 40)
     """
-    path = os.fspath(stem)
+    path = os.fsdecode(stem)
     if path.endswith(".npz"):
         analysis = _read_archive(path)
     else:
+        if path.endswith(_ENDINGS) and not os.path.exists(path + ".lf0"):
+            raise ValueError(f"{path} is one of the files; give what they have in common, "
+                             f"{path[:-4]!r}")
         rate = arguments.rate(fs)
         lf0 = _stream(path + ".lf0")
         mcc = _stream(path + ".mcc")
@@ -74,6 +79,7 @@ def read(stem: Path, *, order: SupportsIndex | None = None, fs: SupportsFloat = 
                 raise ValueError(f"{path}.mvf holds {mvf.size} values and {path}.lf0 {lf0.size}; "
                                  "they must be of one analysis, one value to one")
         arguments.scaled(scale)
+        _check_log(path + ".lf0", lf0, rate)
         f0 = f0_from_log(lf0)
         analysis = Analysis(f0, mcc.reshape(lf0.size, -1), mvf, fs=rate,
                             hop_length=arguments.hop(rate, frame_period, hop_length),
@@ -90,17 +96,20 @@ def write(stem: Path, analysis: Analysis) -> None:
     Parameters
     ----------
     stem : path
-        ``name`` for ``name.lf0``, ``name.mcc`` and ``name.mvf`` as the program nalveo16 writes them:
-        bare float32, little-endian, f0 as its natural logarithm, -1e10 where unvoiced. A name that
-        ends in ``.npz``: one archive of float64 arrays f0, mcep and mvf with fs, hop_length, alpha,
-        order and scale.
+        ``name`` for ``name.lf0``, ``name.mcc`` and ``name.mvf`` as the program nalveo16 writes
+        them: bare float32, little-endian, f0 as its natural logarithm, -1e10 where unvoiced. A
+        name that ends in ``.npz``: one archive of float64 arrays f0, mcep and mvf with fs,
+        hop_length, alpha, order and scale.
     analysis : Analysis
         What is to be written.
 
     Raises
     ------
     ValueError
-        Arrays that do not fit each other, or values that are not finite.
+        Arrays that do not fit each other, values that are not finite or beyond float32, or a file
+        ``name.mvf`` that an analysis without maximum voiced frequencies would leave beside its own.
+    TypeError
+        Something else than an `Analysis`.
     OSError
         A file that cannot be written.
 
@@ -112,17 +121,22 @@ def write(stem: Path, analysis: Analysis) -> None:
     ...     nalveo.read(folder + "/silence.npz").alpha
     0.42
     """
-    path = os.fspath(stem)
+    path = os.fsdecode(stem)
     _check(path, analysis)
     if path.endswith(".npz"):
         hop = Fraction(analysis.hop_length)
         _replace(path, lambda name: _write_archive(name, analysis, hop))
         return
-    streams = {".lf0": log_f0(analysis.f0), ".mcc": analysis.mcep, ".mvf": analysis.mvf}
+    lf0 = log_f0(analysis.f0)
+    _check_log(f"{path}: f0", lf0, analysis.fs)
+    streams = {".lf0": _narrowed(path, "f0", lf0), ".mcc": _narrowed(path, "mcep", analysis.mcep)}
+    if not np.isnan(analysis.mvf).all():
+        streams[".mvf"] = _narrowed(path, "mvf", analysis.mvf)
+    elif os.path.exists(path + ".mvf"):
+        raise ValueError(f"{path}.mvf is there, of another analysis, as this one has no maximum "
+                         "voiced frequency; remove the file, or write under another name")
     for ending, values in streams.items():
-        if ending == ".mvf" and np.isnan(analysis.mvf).all():
-            continue
-        _replace(path + ending, np.asarray(values, dtype="<f4").tofile)
+        _replace(path + ending, values.tofile)
 
 
 def write_pitchtier(path: Path, analysis: Analysis) -> None:
@@ -148,6 +162,7 @@ def write_pitchtier(path: Path, analysis: Analysis) -> None:
     ...     nalveo.read_pitchtier(folder + "/a.PitchTier")[0].size
     0
     """
+    check_analysis(os.fsdecode(path), analysis)
     times = analysis.temporal_positions
     end = float(times[-1] + analysis.frame_period / 1000) if times.size else 0.0
     points = [(t, f) for t, f in zip(times.tolist(), np.asarray(analysis.f0).tolist()) if f > 0]
@@ -159,11 +174,11 @@ def write_pitchtier(path: Path, analysis: Analysis) -> None:
     def save(name: str) -> None:
         with open(name, "w", encoding="utf-8", newline="\n") as file:
             file.write("\n".join(lines) + "\n")
-    _replace(os.fspath(path), save)
+    _replace(os.fsdecode(path), save)
 
 
 def read_pitchtier(path: Path, times: ArrayLike | None = None,
-                   longest: SupportsFloat = 0.02) -> tuple[Reals, Reals]:
+                   longest: SupportsFloat | None = None) -> tuple[Reals, Reals]:
     """Read a pitch tier of Praat, in its text or short text format.
 
     Parameters
@@ -172,9 +187,12 @@ def read_pitchtier(path: Path, times: ArrayLike | None = None,
         File name.
     times : array_like, optional
         Times in s, such as `temporal_positions`, at which f0 is wanted. None: those of the points.
-    longest : float
+    longest : float, optional
         With `times`: longest interval in s between two points that is voiced; f0 runs linearly
         there, as in Praat. Elsewhere it is 0. A tier marks no voicing, so this is what tells.
+        None: 1.5 times the median interval of `times`, so that with the times of the analysis that
+        was written not even one unvoiced frame is lost. Tiers with fewer points than frames, drawn
+        by hand or stylised, need more.
 
     Returns
     -------
@@ -184,21 +202,22 @@ def read_pitchtier(path: Path, times: ArrayLike | None = None,
     Raises
     ------
     ValueError
-        No pitch tier.
+        No pitch tier, or one with values out of 15 to 48000 Hz.
     OSError
         A file that cannot be read.
 
     Examples
     --------
     >>> import nalveo, pathlib, tempfile
-    >>> tier = 'File type = "ooTextFile"\\nObject class = "PitchTier"\\n\\n0\\n1\\n2\\n0.5\\n100\\n0.51\\n110'
+    >>> tier = ('File type = "ooTextFile"\\nObject class = "PitchTier"\\n\\n'
+    ...         '0\\n1\\n2\\n0.5\\n100\\n0.51\\n110')
     >>> with tempfile.TemporaryDirectory() as folder:
     ...     path = pathlib.Path(folder, "a.PitchTier")
     ...     size = path.write_text(tier)
     ...     nalveo.read_pitchtier(path, [0.4, 0.505, 0.6])[1].tolist()
     [0.0, 105.0, 0.0]
     """
-    name = os.fspath(path)
+    name = os.fsdecode(path)
     with open(name, "rb") as file:
         raw = file.read()
     text = raw.decode("utf-16" if raw[:2] in (b"\xfe\xff", b"\xff\xfe") else "utf-8", "replace")
@@ -212,12 +231,17 @@ def read_pitchtier(path: Path, times: ArrayLike | None = None,
     if numbers.size < 3 or numbers.size != 3 + 2 * numbers[2]:
         raise ValueError(f"{name} does not hold the number of points that it tells")
     points, values = numbers[3::2], numbers[4::2]
-    if np.any(np.diff(points) <= 0) or np.any(values <= 0):
-        raise ValueError(f"{name} holds points out of order or values that are not above 0")
+    if not np.isfinite(points).all() or np.any(np.diff(points) <= 0):
+        raise ValueError(f"{name} holds points out of order, or at times that are not finite")
+    bad = np.flatnonzero(~((values >= 15) & (values <= 48000)))
+    if bad.size:
+        raise ValueError(f"{name} holds {arguments.shown(values[bad[0]])} for point "
+                         f"{bad[0] + 1}; f0 must be from 15 to 48000 Hz, without points where "
+                         "unvoiced")
     if times is None:
         return points, values
     wanted = arguments.reals("times", times)
-    gap = arguments.real("longest", longest)
+    gap = _usual_gap(wanted) if longest is None else arguments.real("longest", longest)
     f0 = np.zeros(wanted.shape)
     if points.size == 0:
         return wanted, f0
@@ -234,12 +258,36 @@ def read_pitchtier(path: Path, times: ArrayLike | None = None,
     return wanted, f0
 
 
+def _usual_gap(times: Reals) -> float:
+    """What joins neighbouring frames at these times, but no two with another between them."""
+    intervals = np.diff(times.ravel())
+    return 1.5 * float(np.median(intervals)) if intervals.size else 0.0
+
+
+def _narrowed(path: str, name: str, values: Reals) -> NDArray[np.float32]:
+    """Values as the program's files have them."""
+    with np.errstate(over="ignore"):
+        narrow = np.asarray(values, dtype="<f4")
+    if not np.isfinite(narrow).all():
+        place = tuple(np.argwhere(~np.isfinite(narrow))[0])
+        raise ValueError(f"{path}: {name} of frame {place[0]} holds {values[place]}, which is "
+                         "beyond float32; an archive, .npz, takes it")
+    return narrow
+
+
+def _check_log(where: str, lf0: Reals, fs: float) -> None:
+    """Logarithms of f0 that the program takes; at higher rates f0 may be as high as fs / 2."""
+    highest = max(_HIGHEST_LOG, float(np.log(fs / 2)))
+    bad = np.flatnonzero(~((lf0 <= -1e10) | ((lf0 >= _LOWEST_LOG) & (lf0 <= highest))))
+    if bad.size:
+        raise ValueError(f"{where} holds a logarithm of {lf0[bad[0]]} for frame {bad[0]}; it must "
+                         f"be -1e10 where unvoiced, else from {_LOWEST_LOG} to {highest:.4g}: the "
+                         "natural logarithm of f0 in Hz")
+
+
 def _check(path: str, analysis: Analysis) -> None:
+    check_analysis(path, analysis)
     f0, mcep, mvf = (np.asarray(track) for track in analysis)
-    if f0.ndim != 1 or mvf.shape != f0.shape or mcep.ndim != 2 or len(mcep) != len(f0) or \
-            not 1 <= mcep.shape[1] <= 512:
-        raise ValueError(f"{path}: f0, mcep and mvf have shapes {f0.shape}, {mcep.shape} and "
-                         f"{mvf.shape}; they must be (n,), (n, order + 1) and (n,)")
     if len(f0) == 0:
         raise ValueError(f"{path}: no frames")
     for name, track in (("f0", f0), ("mcep", mcep), ("mvf", mvf)):
@@ -296,20 +344,27 @@ def _read_archive(path: str) -> Analysis:
             raise ValueError(f"{path} is no archive of arrays, or a damaged one: {error}") \
                 from error
     try:
-        if int(members["format"]) != _FORMAT:
-            raise ValueError(f"{path} has format {members['format']}; this version reads "
-                             f"{_FORMAT}: update nalveo")
-        numerator, denominator = (int(part) for part in members["hop_length"])
-        hop = Fraction(numerator, denominator)
-        if hop <= 0:
-            raise ValueError(f"{path} has a frame shift of {hop} samples")
-        fs = arguments.rate(float(members["fs"]))
-        scale = str(members["scale"])
-        arguments.scaled(scale)
-        return Analysis(arguments.reals("f0", members["f0"]),
-                        arguments.reals("mcep", members["mcep"]),
-                        arguments.reals("mvf", members["mvf"]), fs=fs,
-                        hop_length=hop.numerator if hop.denominator == 1 else hop,
-                        alpha=arguments.warping(float(members["alpha"]), fs), scale=scale)
-    except (KeyError, TypeError, ZeroDivisionError) as error:
-        raise ValueError(f"{path} is no archive of nalveo.write: {error!r}") from error
+        return _from_members(members)
+    except KeyError as error:
+        raise ValueError(f"{path} is no archive of nalveo.write: it has no {error}") from error
+    except (ValueError, TypeError, ZeroDivisionError) as error:
+        raise ValueError(f"{path} is no archive of nalveo.write, or a damaged one: {error}") \
+            from error
+
+
+def _from_members(members: dict[str, Any]) -> Analysis:
+    if int(members["format"]) != _FORMAT:
+        raise ValueError(f"it has format {members['format']}; this version reads {_FORMAT}: "
+                         "update nalveo")
+    numerator, denominator = (int(part) for part in members["hop_length"])
+    hop = Fraction(numerator, denominator)
+    fs = arguments.rate(float(members["fs"]))
+    scale = str(members["scale"])
+    arguments.scaled(scale)
+    mcep = arguments.reals("mcep", members["mcep"])
+    if mcep.ndim == 2 and mcep.shape[1] != int(members["order"]) + 1:
+        raise ValueError(f"order is {members['order']}, but mcep has shape {mcep.shape}")
+    return Analysis(arguments.reals("f0", members["f0"]), mcep,
+                    arguments.reals("mvf", members["mvf"]), fs=fs,
+                    hop_length=hop.numerator if hop.denominator == 1 else hop,
+                    alpha=arguments.warping(float(members["alpha"]), fs), scale=scale)

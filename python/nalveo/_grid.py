@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _arguments as arguments
-from ._analysis import Analysis
+from ._analysis import Analysis, check_analysis
 from ._arguments import Reals
 
 
@@ -18,10 +18,10 @@ def to_grid(analysis: Analysis, hop_length: SupportsIndex, fs: SupportsFloat,
     """Put an analysis on another frame grid, such as that of a mel spectrogram.
 
     Frame k of the result is at k hop_length / fs seconds, exactly: nothing drifts. Inside voiced
-    runs f0 is interpolated linearly in its logarithm, cepstra and maximum voiced frequency linearly;
-    so are the cepstra inside unvoiced runs. Across a boundary of voicing nothing is interpolated:
-    there, a frame takes all of the nearer one. A frame that falls on one of the analysis is that
-    frame.
+    runs f0 is interpolated linearly in its logarithm, cepstra and maximum voiced frequency
+    linearly; so are the cepstra inside unvoiced runs. Across a boundary of voicing nothing is
+    interpolated: there, a frame takes all of the nearer one. A frame that falls on one of the
+    analysis is that frame.
 
     Parameters
     ----------
@@ -45,7 +45,10 @@ def to_grid(analysis: Analysis, hop_length: SupportsIndex, fs: SupportsFloat,
     Raises
     ------
     ValueError
-        An argument out of its range, or more frames than the analysis has time for.
+        An argument out of its range, tracks that do not fit each other, or more frames than the
+        analysis has time for.
+    TypeError
+        Something else than an `Analysis`.
 
     Examples
     --------
@@ -54,13 +57,14 @@ def to_grid(analysis: Analysis, hop_length: SupportsIndex, fs: SupportsFloat,
     >>> nalveo.to_grid(analysis, 256, 22050, 1 + 22050 // 256).mcep.shape
     (87, 40)
     """
+    check_analysis("to_grid", analysis)
     count = arguments.whole("length", length, 0, 2**31 - 1)
     hop = arguments.whole("hop_length", hop_length, 1, 10**9)
     rate = Fraction(arguments.rate(fs))
     shift = hop * Fraction(analysis.fs) / rate  # in samples of the analysed signal
-    left, weight = _positions(shift / Fraction(analysis.hop_length), count)
     last = len(analysis.f0) - 1
-    # In units of frames of the analysis; one of its frames, and one of the new grid, may be missing.
+    # In units of frames of the analysis; one of its frames, and one of the new grid, may be
+    # missing.
     beyond = (count - 1) * shift / Fraction(analysis.hop_length) - last
     if count > 0 and (last < 0 or beyond > 1 + shift / Fraction(analysis.hop_length)):
         end = float(max(last, 0) * Fraction(analysis.hop_length) / Fraction(analysis.fs))
@@ -68,6 +72,7 @@ def to_grid(analysis: Analysis, hop_length: SupportsIndex, fs: SupportsFloat,
             f"length is {count}: the last frame would be at {float((count - 1) * hop / rate):.3f} "
             f"s, but the analysis ends at {end:.3f} s; give the number of frames of the same "
             "signal")
+    left, weight = _positions(shift / Fraction(analysis.hop_length), count)
     after = left >= last
     left[after] = max(last, 0)
     weight[after] = 0.0

@@ -93,8 +93,8 @@ def synthesize(f0: ArrayLike, mcep: ArrayLike, mvf: ArrayLike | None = None,
         options, arguments.whole("seed", seed, 0, 2**64 - 1), samples.ctypes.data, nsamples)
     if code == _library.BAD_F0:
         good = (pitch == 0) | ((pitch >= 14) & (pitch < options.fs / 2))
-        raise ValueError(_explain("f0", pitch, good, "0 where unvoiced, else from 14 to below fs / 2 "
-                                  f"= {options.fs / 2:g} Hz, not a logarithm"))
+        raise ValueError(_explain("f0", pitch, good, "0 where unvoiced, else from 14 to below "
+                                  f"fs / 2 = {options.fs / 2:g} Hz, not a logarithm"))
     if code == _library.BAD_CEPSTRUM:
         raise ValueError(_explain("mcep", cepstra, np.abs(cepstra) <= 100, "from -100 to 100"))
     if code == _library.BAD_FV and band is not None:
@@ -105,4 +105,4 @@ def synthesize(f0: ArrayLike, mcep: ArrayLike, mvf: ArrayLike | None = None,
 
 def _explain(name: str, track: Reals, good: NDArray[np.bool_], rule: str) -> str:
     place = tuple(np.argwhere(~good)[0])
-    return f"{name} holds {track[place]:g} for frame {place[0]}; it must be {rule}"
+    return f"{name} holds {arguments.shown(track[place])} for frame {place[0]}; it must be {rule}"

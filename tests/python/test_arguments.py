@@ -52,7 +52,8 @@ F0 = np.full(NFRAMES, 120.0)
 REFUSED = [
     # arguments, settings, what the message must tell
     ((np.stack([X, X], 1), 16000), {}, r"shape \(1600, 2\).*one channel.*x\[:, 0\]"),
-    ((X[None], 16000), {}, r"shape \(1, 1600\)"),
+    ((X[None], 16000), {}, r"shape \(1, 1600\).*give x\[0\]"),
+    ((np.stack([X, X]), 16000), {}, r"shape \(2, 1600\).*x.mean\(axis=0\) or x\[0\]"),
     ((X[None, None], 16000), {}, "one-dimensional"),
     ((0.5, 16000), {}, r"shape \(\)"),
     (([], 16000), {}, "empty"),
@@ -61,7 +62,8 @@ REFUSED = [
     ((spoilt(1599, -math.inf), 16000), {}, "-inf at sample 1599"),
     ((spoilt(3, 1.5), 16000), {}, "1.5 at sample 3.*divide int16"),
     ((np.round(X * 32768), 16000), {}, "divide int16 values by 32768"),
-    ((np.zeros(1600, np.int32), 16000), {}, "int32.*int16"),
+    ((np.zeros(1600, np.int32), 16000), {}, r"int32.*int16.*2\.0\*\*31"),
+    ((spoilt(3, 1.0000001), 16000), {}, "1.0000001 at sample 3"),
     ((np.zeros(1600, np.uint8), 16000), {}, "uint8"),
     ((np.zeros(1600, bool), 16000), {}, "bool"),
     ((np.zeros(1600, complex), 16000), {}, "complex"),

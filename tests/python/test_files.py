@@ -115,9 +115,10 @@ def test_refusals(analysis, tmp_path):
     nalveo.write(archive, analysis)
     members = dict(np.load(archive))
     for name, value in (("format", 2), ("fs", 1.0), ("hop_length", [0, 1]), ("hop_length", [1, 0]),
-                        ("alpha", 3.0), ("scale", "x"), ("f0", np.zeros(3))):
+                        ("alpha", 3.0), ("scale", "x"), ("f0", np.zeros(3)), ("order", 23),
+                        ("format", "one")):
         np.savez(archive, **{**members, name: value})
-        with pytest.raises(ValueError):
+        with pytest.raises(ValueError, match="a.npz"):
             nalveo.read(archive)
 
 
@@ -132,17 +133,86 @@ def test_pitch_tiers(analysis, tmp_path):
     # Back on the grid, with the voicing it had.
     assert np.array_equal(nalveo.read_pitchtier(path, analysis.temporal_positions)[1], analysis.f0)
 
-    short = 'File type = "ooTextFile"\nObject class = "PitchTier"\n\n0\n2\n3\n.5\n1e2\n0.51\n120\n1.5\n90\n'
+    short = ('File type = "ooTextFile"\nObject class = "PitchTier"\n\n'
+             '0\n2\n3\n.5\n1e2\n0.51\n120\n1.5\n90\n')
     for text, encoding in ((short, "utf-8"), (short, "utf-16")):
         path.write_text(text, encoding=encoding)
         assert [array.tolist() for array in nalveo.read_pitchtier(path)] == \
             [[0.5, 0.51, 1.5], [100, 120, 90]]
     wanted = [0.4, 0.5, 0.505, 0.7, 1.5, 1.6]
     assert nalveo.read_pitchtier(path, wanted)[1].tolist() == [0, 100, 110, 0, 90, 0]
-    for wrong, told in ((short.replace("PitchTier", "Pitch"), "no pitch tier"), ("RIFF", "no pitch"),
+    for wrong, told in ((short.replace("PitchTier", "Pitch"), "no pitch tier"),
+                        ("RIFF", "no pitch"),
                         (short.replace("\n3\n", "\n4\n"), "number of points"),
                         (short.replace("0.51", "0.49"), "out of order"),
-                        (short.replace("120", "-120"), "above 0")):
+                        (short.replace("0.51", "1e999"), "not finite|out of order"),
+                        (short.replace("\n3\n", "\n1e999\n"), "number of points"),
+                        (short.replace("90", "1e999"), "inf for point 3.*15 to 48000"),
+                        (short.replace("120", "5.1"), "5.1 for point 2"),
+                        (short.replace("120", "-120"), "-120 for point 2.*15 to 48000")):
         path.write_text(wrong)
         with pytest.raises(ValueError, match=told):
             nalveo.read_pitchtier(path)
+
+
+def made(f0, **settings):
+    f0 = np.asarray(f0, float)
+    return nalveo.Analysis(f0, np.zeros((len(f0), 3)), f0 * 10, **settings)
+
+
+@pytest.mark.parametrize("hop, fs", [(80, 16000.0), (256, 22050.0), (16, 16000.0)])
+def test_pitch_tiers_keep_every_unvoiced_frame(tmp_path, hop, fs):
+    """Gaps of one, two and three frames, and voiced runs of one."""
+    f0 = [0, 100, 0, 110, 120, 0, 130, 0, 0, 140, 150, 0, 0, 0, 160, 0]
+    analysis = made(f0, hop_length=hop, fs=fs)
+    nalveo.write_pitchtier(tmp_path / "a", analysis)
+    back = nalveo.read_pitchtier(tmp_path / "a", analysis.temporal_positions)[1]
+    assert back.tolist() == f0
+
+
+def test_no_mixture_of_two_analyses(analysis, tmp_path):
+    nalveo.write(tmp_path / "a", analysis)
+    before = {path.name: path.read_bytes() for path in tmp_path.iterdir()}
+    shorter = made(analysis.f0)
+    for other, told in ((shorter._replace(mvf=np.full(len(analysis.f0), np.nan)), "a.mvf is there"),
+                        (shorter._replace(mcep=np.full((len(analysis.f0), 2), 1e39)),
+                         "mcep of frame 0 holds 1e.39, which is beyond float32"),
+                        (shorter._replace(mvf=np.full(len(analysis.f0), 1e39)), "beyond float32"),
+                        (shorter._replace(f0=analysis.f0 * 0 + 9), "logarithm")):
+        with pytest.raises(ValueError, match=told):
+            nalveo.write(tmp_path / "a", other)
+    assert {path.name: path.read_bytes() for path in tmp_path.iterdir()} == before
+
+
+def test_logarithms_that_the_program_takes(tmp_path):
+    for number, (value, f0) in enumerate(((-1e10, 0), (-np.inf, 0), (2.71, np.exp(2.71)),
+                                          (8.97, np.exp(8.97)))):
+        np.array([value], "<f4").tofile(tmp_path / f"{number}.lf0")
+        np.zeros(2, "<f4").tofile(tmp_path / f"{number}.mcc")
+        assert nalveo.read(tmp_path / str(number)).f0[0] == pytest.approx(f0, rel=1e-6)
+    for value in (np.nan, np.inf, 0.0, -5.0, 2.69, 9.0, 120.0):  # the last is Hz
+        np.array([value], "<f4").tofile(tmp_path / "0.lf0")
+        with pytest.raises(ValueError, match="0.lf0 holds a logarithm of .* for frame 0"):
+            nalveo.read(tmp_path / "0")
+    np.array([9.5], "<f4").tofile(tmp_path / "0.lf0")
+    assert nalveo.read(tmp_path / "0", fs=48000).f0[0] > 8000
+
+
+def test_what_is_no_analysis_is_told(analysis, tmp_path):
+    for call in (lambda: nalveo.write(tmp_path / "a", tuple(analysis)),
+                 lambda: nalveo.write_pitchtier(tmp_path / "a", tuple(analysis)),
+                 lambda: nalveo.to_grid(tuple(analysis), 100, 16000, 5)):
+        with pytest.raises(TypeError, match="given a tuple; it must be a nalveo.Analysis"):
+            call()
+    for spoilt in (analysis._replace(hop_length=0), analysis._replace(f0=analysis.f0[1:]),
+                   analysis._replace(f0=analysis.f0[:, None])):
+        with pytest.raises(ValueError, match="hop_length is 0|shapes"):
+            nalveo.write(tmp_path / "a", spoilt)
+        with pytest.raises(ValueError, match="hop_length is 0|shapes"):
+            nalveo.to_grid(spoilt, 100, 16000, 5)
+    nalveo.write(tmp_path / "s", analysis)
+    assert same(nalveo.read(os.fsencode(tmp_path / "s")), nalveo.read(tmp_path / "s"))
+    with pytest.raises(ValueError, match="one of the files; give .*s'"):
+        nalveo.read(tmp_path / "s.lf0")
+    again = nalveo.Analysis._make(tuple(analysis))
+    assert same(again, analysis) and again.hop_length == 80

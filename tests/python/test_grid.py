@@ -59,6 +59,8 @@ def test_end_is_repeated_but_not_invented():
     nalveo.to_grid(analysis, 256, 22050, 88)
     with pytest.raises(ValueError, match="analysis ends at 0.998 s"):
         nalveo.to_grid(analysis, 256, 22050, 89)
+    with pytest.raises(ValueError, match="analysis ends"):  # told before anything is computed
+        nalveo.to_grid(analysis, 256, 22050, 2**31 - 1)
     assert nalveo.to_grid(analysis, 256, 22050, 0).mcep.shape == (0, 40)
     for wrong in ((0, 22050, 5), (256.5, 22050, 5), (256, 22, 5), (256, 22050, -1)):
         with pytest.raises(ValueError):
