@@ -58,7 +58,8 @@ enum nalveo_result {
     NALVEO_BAD_F0_GIVEN,  /**< f0_given not 0 or 1, or 1 without f0 */
     NALVEO_BAD_LENGTH,    /**< no samples, or too many for 32-bit sizes of the results */
     NALVEO_BAD_SAMPLE,    /**< a sample not from -1 to 1 (NaN, infinite, integers unscaled) */
-    NALVEO_BAD_F0,        /**< a given f0 neither 0 nor from 15 Hz to below fs / 2 */
+    NALVEO_BAD_F0,        /**< a given f0 neither 0 nor from 15 Hz, for synthesis 14 Hz, to below
+                             fs / 2 */
     NALVEO_BAD_FV,        /**< a given maximum voiced frequency not from 0 to fs / 2 */
     NALVEO_BAD_CEPSTRUM,  /**< a cepstral coefficient that is not finite, or not -100 .. 100 where
                              speech is to be synthesised */
@@ -213,7 +214,8 @@ int nalveo_log_to_f0(const double *logf0, size_t nframes, double *f0);
  * @param[in]  options       fs, alpha, order and hts_scale are used
  * @param[in]  frequencies   [nfrequencies] Hz, from 0 to fs / 2
  * @param[in]  nfrequencies  number of frequencies
- * @param[out] levels        [nframes x nfrequencies]
+ * @param[out] levels        [nframes x nfrequencies]; finite unless coefficients are so large that
+ *                           their sum overflows
  */
 int nalveo_envelope(const double *cc, size_t nframes, const nalveo_options *options,
                     const double *frequencies, size_t nfrequencies, double *levels);
@@ -225,7 +227,7 @@ int nalveo_envelope(const double *cc, size_t nframes, const nalveo_options *opti
  * The same tracks, options and seed give the same bytes, and fewer samples are the beginning of
  * more.
  *
- * @param[in]  f0        [nframes] Hz, 0 where unvoiced
+ * @param[in]  f0        [nframes] Hz, 0 where unvoiced, else from 14 to below fs / 2
  * @param[in]  cc        [nframes x (order + 1)], each from -100 to 100
  * @param[in]  fv        [nframes], or null for harmonics up to fs / 2. Where a voiced frame has 0,
  *                       1000 Hz is taken, the least that is estimated

@@ -314,6 +314,31 @@ TEST(capi, envelopeisthesumofcosines) {
               NALVEO_NULL_POINTER);
 }
 
+// More frequencies than are evaluated at a time give what each gives alone, and settings that say
+// nothing of cepstra are not looked at.
+TEST(capi, envelopeofmanyfrequencies) {
+    nalveo_options options = defaults();
+    options.order = 2;
+    options.fs = 22050.0;  // 5 ms are no whole number of samples
+    options.f0_floor = nan;
+    options.method = options.refine = options.f0_given = 99;
+    const reals cc{5.5, 0.4, -0.2, 4.0, -0.1, 0.3};
+    constexpr std::size_t count = 2500;
+    reals frequencies(count), levels(2 * count), alone(2);
+    for (std::size_t i = 0; i < count; ++i) frequencies[i] = 4.0 * static_cast<double>(i);
+    ASSERT_EQ(nalveo_envelope(cc.data(), 2, &options, frequencies.data(), count, levels.data()),
+              NALVEO_OK);
+    for (std::size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(nalveo_envelope(cc.data(), 2, &options, &frequencies[i], 1, alone.data()),
+                  NALVEO_OK);
+        ASSERT_EQ(levels[i], alone[0]) << i;
+        ASSERT_EQ(levels[count + i], alone[1]) << i;
+    }
+    options.hts_scale = 2;
+    EXPECT_EQ(nalveo_envelope(cc.data(), 2, &options, frequencies.data(), 1, alone.data()),
+              NALVEO_BAD_HTS_SCALE);
+}
+
 TEST(capi, synthesisesfromwhatitanalyses) {
     const reals x = speech();
     const nalveo_options options = defaults();

@@ -128,36 +128,40 @@ class call {
     std::vector<double> filled_;
 };
 
-// The columns of the basis by which a plain cepstrum gives the levels at frequencies: row j is that
-// of c(j), one value per frequency and zeros up to whole vectors.
-alignedreals envelopebasis(const callsettings &settings, const double *frequencies,
-                           std::size_t nfrequencies) {
-    const std::size_t columns = wholevectors(nfrequencies);
-    alignedreals basis((std::size_t{settings.ccord} + 1) * columns);
+// Frequencies that are evaluated at a time, which bounds the memory that the basis takes.
+constexpr std::size_t mostfrequencies = 1024;
+
+// Fills in the basis by which a plain cepstrum gives the levels at frequencies: row j is that of
+// c(j), one value per frequency; columns, a multiple of the vectors' length, parts the rows.
+void envelopebasis(const callsettings &settings, const double *frequencies,
+                   std::size_t nfrequencies, std::size_t columns, double *basis) {
     std::vector<double> column(std::size_t{settings.ccord} + 1);
     for (std::size_t i = 0; i < nfrequencies; ++i) {
         ccmatrixcreate(settings.ccord, 1, frequencies + i, column.data(), nullptr, 0.0, settings.fs,
                        settings.alpha);
         for (std::size_t j = 0; j < column.size(); ++j) basis[j * columns + i] = column[j];
     }
-    return basis;
 }
 
 void evaluateenvelopes(const callsettings &settings, const double *cc, std::size_t nframes,
                        const double *frequencies, std::size_t nfrequencies, double *levels) {
     const std::size_t order = std::size_t{settings.ccord} + 1;
-    const alignedreals basis = envelopebasis(settings, frequencies, nfrequencies);
-    const std::size_t columns = wholevectors(nfrequencies);
+    const std::size_t columns = wholevectors(std::min(nfrequencies, mostfrequencies));
+    alignedreals basis(order * columns);
     std::vector<double> plain(order);
     alignedreals row(columns);
-    for (std::size_t k = 0; k < nframes; ++k) {
-        std::copy(cc + k * order, cc + (k + 1) * order, plain.begin());
-        if (settings.htsscale) {
-            plain[0] -= 5.0;
-            for (std::size_t j = 1; j < order; ++j) plain[j] *= 0.5;
+    for (std::size_t first = 0; first < nfrequencies; first += mostfrequencies) {
+        const std::size_t count = std::min(nfrequencies - first, mostfrequencies);
+        envelopebasis(settings, frequencies + first, count, columns, basis.data());
+        for (std::size_t k = 0; k < nframes; ++k) {
+            std::copy(cc + k * order, cc + (k + 1) * order, plain.begin());
+            if (settings.htsscale) {
+                plain[0] -= 5.0;
+                for (std::size_t j = 1; j < order; ++j) plain[j] *= 0.5;
+            }
+            vecbymat(plain.data(), basis.data(), order, columns, row.data());
+            std::copy(row.data(), row.data() + count, levels + k * nfrequencies + first);
         }
-        vecbymat(plain.data(), basis.data(), order, columns, row.data());
-        std::copy(row.data(), row.data() + nfrequencies, levels + k * nfrequencies);
     }
 }
 
@@ -249,7 +253,7 @@ int nalveo_envelope(const double *cc, std::size_t nframes, const nalveo_options 
                     const double *frequencies, std::size_t nfrequencies, double *levels) {
     return nalveo::guarded([&] {
         nalveo::callsettings settings;
-        const int code = nalveo::readoptions(options, &settings);
+        const int code = nalveo::readcepstraloptions(options, false, &settings);
         nalveo::expect(code == NALVEO_OK, code);
         if (nframes == 0 || nfrequencies == 0) return;
         nalveo::expect(cc != nullptr && frequencies != nullptr && levels != nullptr,
@@ -269,7 +273,7 @@ int nalveo_synthesise(const double *f0, const double *cc, const double *fv, std:
                       std::size_t nsamples) {
     return nalveo::guarded([&] {
         nalveo::callsettings settings;
-        const int code = nalveo::readoptions(options, &settings);
+        const int code = nalveo::readcepstraloptions(options, true, &settings);
         nalveo::expect(code == NALVEO_OK, code);
         nalveo::expect(settings.lframe <= nalveo::longestshift, NALVEO_BAD_SHIFT);
         nalveo::expect(f0 != nullptr && cc != nullptr && samples != nullptr, NALVEO_NULL_POINTER);

@@ -37,9 +37,10 @@ constexpr std::array messages{
         "1 sample to frames times shift"},
     message{NALVEO_BAD_SAMPLE,
             "samples must be from -1 to 1; divide 16-bit integers by 32768, and remove NaN"},
-    message{NALVEO_BAD_F0,
-            "f0 must be 0 where unvoiced, else from 15 Hz to below fs / 2; it is in Hz, not its "
-            "logarithm"},
+    message{
+        NALVEO_BAD_F0,
+        "f0 must be 0 where unvoiced, else from 15 Hz, for synthesis 14 Hz, to below fs / 2; it "
+        "is in Hz, not its logarithm"},
     message{NALVEO_BAD_FV, "a maximum voiced frequency must be from 0 to fs / 2"},
     message{NALVEO_BAD_CEPSTRUM,
             "cepstral coefficients must be finite numbers, and from -100 to 100 for synthesis"},

@@ -61,15 +61,18 @@ int check(const nalveo_options &o, std::uint32_t shift) {
     return NALVEO_OK;
 }
 
-}  // namespace
-
-int readoptions(const nalveo_options *options, callsettings *settings) {
+// Copies options of this or an earlier version of the struct.
+int load(const nalveo_options *options, nalveo_options *o) {
     if (options == nullptr) return NALVEO_NULL_POINTER;
     // A client of an earlier version knows fewer members: the others keep their defaults.
     if (options->size < firstsize || options->size > sizeof(nalveo_options))
         return NALVEO_BAD_OPTIONS;
-    nalveo_options o = defaults;
-    std::memcpy(&o, options, options->size);
+    *o = defaults;
+    std::memcpy(o, options, options->size);
+    return NALVEO_OK;
+}
+
+int resolve(const nalveo_options &o, callsettings *settings) {
     const std::uint32_t shift = o.frame_shift != 0 ? o.frame_shift : wholeshift(o.fs);
     const int code = check(o, shift);
     if (code != NALVEO_OK) return code;
@@ -85,6 +88,27 @@ int readoptions(const nalveo_options *options, callsettings *settings) {
                  .htsscale = o.hts_scale == 1,
                  .f0given = o.f0_given == 1};
     return NALVEO_OK;
+}
+
+}  // namespace
+
+int readoptions(const nalveo_options *options, callsettings *settings) {
+    nalveo_options o;
+    const int code = load(options, &o);
+    return code == NALVEO_OK ? resolve(o, settings) : code;
+}
+
+int readcepstraloptions(const nalveo_options *options, bool withshift, callsettings *settings) {
+    nalveo_options o;
+    const int code = load(options, &o);
+    if (code != NALVEO_OK) return code;
+    nalveo_options used = defaults;
+    used.frame_shift = withshift ? o.frame_shift : 1;
+    used.fs = o.fs;
+    used.alpha = o.alpha;
+    used.order = o.order;
+    used.hts_scale = o.hts_scale;
+    return resolve(used, settings);
 }
 
 int readgrid(const nalveo_options *options, std::size_t nsamples, callsettings *settings,

@@ -32,6 +32,15 @@ struct callsettings {
 /// \return NALVEO_OK or the code of what is wrong
 int readoptions(const nalveo_options *options, callsettings *settings);
 
+/// Reads the options that say what cepstra mean: fs, alpha, order and hts_scale. The others may
+/// hold anything and have their defaults in the result.
+///
+/// \param[in]  options    the caller's; null is an error
+/// \param[in]  withshift  whether frame_shift is used, too; else it is 1
+/// \param[out] settings   filled when the result is NALVEO_OK
+/// \return NALVEO_OK or the code of what is wrong
+int readcepstraloptions(const nalveo_options *options, bool withshift, callsettings *settings);
+
 /// Reads options and the length of a signal, and computes the number of frames.
 ///
 /// \param[in]  options   the caller's
