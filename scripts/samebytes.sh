@@ -3,7 +3,7 @@
 # builds it with gcc and clang at -O0, -O2 and -O3 and with the sanitizers, for SSE2 alone, for AVX2
 # and for aarch64; runs each, and one of them under valgrind, on emulated processors with and without
 # AVX2 and FMA, and with the C library told to leave these alone; then compares all outputs of all
-# methods.
+# methods, and the speech that nalveo16-synth makes of them.
 #
 #   scripts/samebytes.sh                the sample recording
 #   scripts/samebytes.sh FILE.wav ...   other recordings; the emulators take minutes for each
@@ -29,17 +29,19 @@ mkdir -p "$top"
 options=("--ccmeth=0" "--ccmeth=1" "--ccmeth=1 --f0acc=5" "--ccmeth=2 --f0acc=1" "--ccmeth=3"
     "--ccmeth=4" "--ccmeth=1 --ccord=24 --alpha=0.35 --f0min=45 --f0max=700 --htsscale=0")
 
-# Checksums of all that one way of running the program writes and says.
+# Checksums of all that one way of running the programs writes and says. The last argument is the
+# program; the other one is beside it. Fails where either does or an output is missing: "set -e"
+# does not reach into a command substitution.
 run() {
-    local folder file set
+    local folder file set warp way=("${@:1:$#-1}") program=${!#}
     folder=$(mktemp -d)
     for file in "${files[@]}"; do
         for set in "${options[@]}"; do
+            warp=$(grep -oE -e '--(alpha|htsscale)=[^ ]+' <<<"$set")
             # shellcheck disable=SC2086  # several options in one string
-            (cd "$folder" && "$@" "$file" lf0 mcc mvf --lframe=800 $set 2>/dev/null)
-            sha256sum <"$folder/lf0"
-            sha256sum <"$folder/mcc"
-            sha256sum <"$folder/mvf"
+            (cd "$folder" && "${way[@]}" "$program" "$file" lf0 mcc mvf --lframe=800 $set &&
+                "${way[@]}" "$program-synth" lf0 mcc mvf wav --lframe=800 $warp &&
+                sha256sum lf0 mcc mvf wav) 2>/dev/null || return 1
             rm -f "$folder"/*
         done
     done
@@ -51,7 +53,11 @@ reference='' differing=0
 check() {
     local name=$1 sums verdict=same
     shift
-    sums=$(run "$@")
+    if ! sums=$(run "$@") || [[ -z $sums ]]; then
+        printf '%-48s %s\n' "$name" 'DOES NOT RUN'
+        differing=1
+        return
+    fi
     reference=${reference:-$sums}
     if [[ $sums != "$reference" ]]; then
         verdict="DIFFERENT: $(diff <(echo "$reference") <(echo "$sums") | grep -c '^>') outputs"
@@ -66,7 +72,8 @@ build() {
     shift 3
     cmake -G Ninja -S . -B "$top/$name" -DCMAKE_CXX_COMPILER="$compiler" -DNALVEO_TESTS=OFF \
         -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="$flags" "$@" >"$top/$name.log"
-    cmake --build "$top/$name" --parallel "$(nproc)" --target nalveo16 >>"$top/$name.log"
+    cmake --build "$top/$name" --parallel "$(nproc)" --target nalveo16 nalveo16-synth \
+        >>"$top/$name.log"
 }
 
 if [[ $presets ]]; then

@@ -1,6 +1,8 @@
 #include "io/fdoubleio.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -92,6 +94,10 @@ TEST(readtrack, sayswhythereisnone) {
         EXPECT_EQ(state(folder / missing), trackstate::missing) << missing;
     EXPECT_EQ(state(folder / "few"), trackstate::empty);
     EXPECT_EQ(state("/dev/null"), trackstate::empty);
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0666), 0);
+    alarm(10);  // a hang ends the test
+    EXPECT_EQ(state(folder / "pipe"), trackstate::unreadable);
+    alarm(0);
     std::filesystem::create_symlink("loop", folder / "loop");
     std::filesystem::permissions(folder / "", std::filesystem::perms{0755});
     std::filesystem::permissions(folder / "track", std::filesystem::perms{0});

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -130,6 +131,57 @@ TEST_F(wholefile, writesinplacewhereitcannotreplace) {
         EXPECT_FALSE(write(file_, "more than fits"));
         EXPECT_EQ(readfile(file_), "of before") << mode;
     }
+}
+
+// A file beyond the limit, of which the first bytes alone can be written, and written back.
+TEST_F(wholefile, putsbackwhatitcouldnotreplace) {
+    const std::string before = "longer than the limit";
+    for (const unsigned mode : {0666U, 0222U}) {
+        writefile(file_, before);
+        fs::permissions(file_, fs::perms{mode});
+        fs::permissions(folder_ / "in", fs::perms{0555});
+        {
+            const unprivileged user;
+            const sizelimit full(12);
+            for (const std::size_t size : {before.size() - 3, before.size(), before.size() + 3})
+                EXPECT_FALSE(write(file_, std::string(size, 'x')));
+        }
+        fs::permissions(folder_ / "in", fs::perms{0777});
+        fs::permissions(file_, fs::perms{0666});
+        const std::string after = readfile(file_).value_or("none");
+        EXPECT_TRUE(after == before || (mode == 0222U && after.empty())) << mode << after;
+    }
+}
+
+// Lists as the kernel keeps them: a version, then for each entry a tag, permissions and an id.
+TEST_F(wholefile, keepsaccesscontrollists) {
+    constexpr const char *access = "system.posix_acl_access";
+    const auto entry = [](char tag, char rights, const std::string &id) {
+        return std::string{tag, 0, rights, 0} + id;
+    };
+    const std::string any(4, '\xff'), user("\xd2\4\0\0", 4);
+    const std::string list = std::string("\2\0\0\0", 4) + entry(1, 6, any) + entry(2, 6, user) +
+                             entry(4, 4, any) + entry(16, 6, any) + entry(32, 0, any);
+    const auto listof = [&] {
+        std::string found(1000, '\0');
+        const ssize_t size = getxattr(file_.c_str(), access, found.data(), found.size());
+        return found.substr(0, size < 0 ? 0 : static_cast<std::size_t>(size));
+    };
+    writefile(file_, "old");
+    if (setxattr(file_.c_str(), access, list.data(), list.size(), 0) != 0)
+        GTEST_SKIP() << "the file system has no access control lists";
+    EXPECT_TRUE(write(file_, "new"));
+    EXPECT_EQ(readfile(file_), "new");
+    EXPECT_EQ(listof(), list) << "as it was, mode " << modeof(file_);
+    EXPECT_EQ(modeof(file_), 0660U);
+    // A folder that gives new files a list must not widen one that had none.
+    ASSERT_EQ(removexattr(file_.c_str(), access), 0);
+    fs::permissions(file_, fs::perms{0640});
+    const std::string in = folder_ / "in";
+    ASSERT_EQ(setxattr(in.c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
+    EXPECT_TRUE(write(file_, "newer"));
+    EXPECT_EQ(listof(), "");
+    EXPECT_EQ(modeof(file_), 0640U);
 }
 
 TEST_F(wholefile, leavesnothingofwhatfails) {

@@ -52,10 +52,11 @@ struct rdcbatch {
     double determinants[size];
 
     /// Adds a fit to fewer than eight that wait; arguments as for fitcepstrum.
+    /// Throws std::bad_alloc, and has added none then.
     void add(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
              std::uint32_t p, double fs, double f0, double alpha);
 
-    /// Solves all that wait; then none does.
+    /// Solves all that wait; then none does. Throws std::bad_alloc.
     void solve(std::uint32_t p);
 
     /// Takes the cepstrum of a fit that has been solved, [p + 1], by its place among the eight.

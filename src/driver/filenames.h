@@ -1,5 +1,5 @@
 /// The files of a run by name: which they are for an index, and that no two are one. Uses indexlist
-/// and io/filepath.
+/// and io/filepath. What compares names throws std::bad_alloc.
 
 #pragma once
 

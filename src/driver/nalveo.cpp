@@ -160,17 +160,24 @@ void analysefile(const settings &set, const filenames &names, runstate *state) {
     if (names.fv != nullptr) writetrack(names.fv, fv.data(), f0.nframes);
 }
 
-// Returns the exit status, which says no more than that there was enough memory and that every name
-// stood for a file of its own.
-int analyseguarded(const settings &set, const filenames &names, runstate *state) {
+// Runs a step and returns its exit status, and that of a failure where memory runs out.
+int guarded(const filenames &names, auto step) {
     try {
-        if (!checkdistinct(names)) return failurestatus;
-        analysefile(set, names, state);
-        return 0;
+        return step();
     } catch (const std::bad_alloc &) {
         std::printf("Error: not enough memory to analyse %s.\n", names.wave);
         return failurestatus;
     }
+}
+
+// Returns the exit status, which says no more than that there was enough memory and that every name
+// stood for a file of its own.
+int analyseguarded(const settings &set, const filenames &names, runstate *state) {
+    return guarded(names, [&] {
+        if (!checkdistinct(names)) return failurestatus;
+        analysefile(set, names, state);
+        return 0;
+    });
 }
 
 // The batch. What goes wrong with one file does not stop it: the next one may well be good.
@@ -222,8 +229,10 @@ int nalveomain(int argc, char **argv) {
     runstate state{{}, set.cctimeit};
     if (set.indlist == nullptr) return analyseguarded(set, names, &state);
     if (!checkindexfields(names)) return failurestatus;
-    if (!checkseriesdistinct(names, strnumintervstart(set.indlist))) return failurestatus;
-    return analyseseries(set, names, &state);
+    return guarded(names, [&] {
+        if (!checkseriesdistinct(names, strnumintervstart(set.indlist))) return failurestatus;
+        return analyseseries(set, names, &state);
+    });
 }
 
 }  // namespace nalveo

@@ -1,5 +1,7 @@
 #include "io/fdoubleio.h"
 
+#include <sys/stat.h>
+
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -79,6 +81,9 @@ std::uint32_t fdoubleread(const char *path, double **values) {
 namespace nalveo {
 
 trackstate readtrack(const char *path, readerarray *values, std::uint32_t *count) {
+    // A pipe without a writer would have us wait for one.
+    struct stat found;
+    if (stat(path, &found) == 0 && S_ISFIFO(found.st_mode)) return trackstate::unreadable;
     const filehandle file(std::fopen(path, "rb"));
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? trackstate::missing : trackstate::unreadable;

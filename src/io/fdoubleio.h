@@ -16,9 +16,9 @@
 /// \param[in]     count   number of values
 /// \param[in]     copy    exactly 1 converts into a buffer of its own and leaves the track intact
 /// \return count, or 0 when the path is null, count is 0 (no file is made), the file cannot be
-///         created or not everything reached the disk; what was there before stays then, except in
-///         the cases named there. Throws std::bad_alloc when there is no memory for the copy;
-///         no file has been touched then
+///         created or not everything could be written; what was there before stays then, except in
+///         the cases of writing in place named there. Throws std::bad_alloc when there is no
+///         memory for the copy or for replacing the file; no file has changed then
 [[nodiscard]] std::uint32_t fdoublewrite(const char *path, double *values, std::uint32_t count,
                                          std::int8_t copy);
 

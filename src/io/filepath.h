@@ -1,4 +1,5 @@
 /// Which file a name stands for: behind symbolic links, and whether two names stand for the same.
+/// All of it throws std::bad_alloc.
 
 #pragma once
 

@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "io/filepath.h"
 
@@ -17,6 +19,7 @@ namespace {
 constexpr mode_t everybody = 0666;  // less the umask
 constexpr mode_t owneronly = 0600;
 constexpr mode_t permissions = 0777;
+constexpr const char *accesslist = "system.posix_acl_access";
 
 class descriptor {
    public:
@@ -41,14 +44,40 @@ class descriptor {
     int file_;
 };
 
-bool writeall(int file, std::span<const std::byte> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
+// Returns how many bytes were written before one could not be.
+std::size_t writesome(int file, std::span<const std::byte> bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t written = write(file, bytes.data() + done, bytes.size() - done);
         if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
+        if (written <= 0) break;
+        done += static_cast<std::size_t>(written);
     }
-    return true;
+    return done;
+}
+
+bool writeall(int file, std::span<const std::byte> bytes) {
+    return writesome(file, bytes) == bytes.size();
+}
+
+// The first bytes of a file, or none where they cannot be read.
+std::vector<std::byte> readfirst(int file, std::size_t count) {
+    std::vector<std::byte> bytes(count);
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t got =
+            pread(file, bytes.data() + done, count - done, static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return {};
+        done += static_cast<std::size_t>(got);
+    }
+    return bytes;
+}
+
+// A file that exists, to be written and, where its permissions let us, read.
+int openexisting(const char *path) {
+    const int file = open(path, O_RDWR | O_CLOEXEC);
+    return file >= 0 ? file : open(path, O_WRONLY | O_CLOEXEC);
 }
 
 // What is not a regular file: the name is opened as it is.
@@ -57,20 +86,26 @@ bool writestream(const char *path, std::span<const std::byte> bytes) {
     return file.isopen() && writeall(file.get(), bytes) && file.close();
 }
 
-// Over what a file holds. The part behind its old end goes first: where the disk has no room for
-// it, it is cut off again, and nothing has happened.
+// Over what a file holds. The part behind its old end goes first: where there is no room for it, it
+// is cut off again, and nothing has happened. Room for the rest is there, but a limit on file sizes
+// may lie inside it, or the disk may fail: as many of the old bytes as were overwritten, which are
+// kept until then, go back to where they just could be written.
 bool writeinplace(descriptor &file, off_t oldsize, std::span<const std::byte> bytes) {
     const auto size = static_cast<off_t>(bytes.size());
     const std::size_t covered = std::min(bytes.size(), static_cast<std::size_t>(oldsize));
+    const std::vector<std::byte> old = readfirst(file.get(), covered);
     if (lseek(file.get(), oldsize, SEEK_SET) != oldsize) return false;
     if (!writeall(file.get(), bytes.subspan(covered))) {
         static_cast<void>(ftruncate(file.get(), oldsize));
         return false;
     }
-    if (lseek(file.get(), 0, SEEK_SET) == 0 && writeall(file.get(), bytes.first(covered)) &&
-        ftruncate(file.get(), size) == 0)
-        return file.close();
-    static_cast<void>(ftruncate(file.get(), 0));  // a mixture would pass for a track
+    if (lseek(file.get(), 0, SEEK_SET) != 0) return false;
+    const std::size_t over = writesome(file.get(), bytes.first(covered));
+    if (over == covered && ftruncate(file.get(), size) == 0) return file.close();
+    const bool restored = over <= old.size() && lseek(file.get(), 0, SEEK_SET) == 0 &&
+                          writeall(file.get(), std::span(old).first(over));
+    // A mixture would pass for a track.
+    static_cast<void>(ftruncate(file.get(), restored ? oldsize : 0));
     return false;
 }
 
@@ -90,12 +125,23 @@ class neighbour {
 
     bool exists() const { return exists_; }
 
-    // Owner and group where the system lets us; in this order, as the change of an owner may take
-    // permissions away.
-    bool takeaccess(const struct stat &from) const {
-        if (fchown(file_.get(), from.st_uid, from.st_gid) != 0)
-            static_cast<void>(fchown(file_.get(), static_cast<uid_t>(-1), from.st_gid));
-        return fchmod(file_.get(), from.st_mode & permissions) == 0;
+    // Owner and group where the system lets us; then the permissions, as the change of an owner may
+    // take some away. With an access control list, the mode alone would be wider than the file was:
+    // its middle digit is then no group's, but the most that anyone in the list gets.
+    bool takeaccess(int from, const struct stat &status) const {
+        if (fchown(file_.get(), status.st_uid, status.st_gid) != 0)
+            static_cast<void>(fchown(file_.get(), static_cast<uid_t>(-1), status.st_gid));
+        const ssize_t size = fgetxattr(from, accesslist, nullptr, 0);
+        if (size > 0) {
+            std::vector<char> list(static_cast<std::size_t>(size));
+            return fgetxattr(from, accesslist, list.data(), list.size()) == size &&
+                   fsetxattr(file_.get(), accesslist, list.data(), list.size(), 0) == 0;
+        }
+        if (size < 0 && errno != ENODATA && errno != ENOTSUP) return false;
+        // The folder may have given this file a list that the other has not.
+        if (fremovexattr(file_.get(), accesslist) != 0 && errno != ENODATA && errno != ENOTSUP)
+            return false;
+        return fchmod(file_.get(), status.st_mode & permissions) == 0;
     }
 
     bool fill(std::span<const std::byte> bytes) {
@@ -138,10 +184,10 @@ bool writewhole(const char *path, std::span<const std::byte> bytes) {
     const bool regular = S_ISREG(old.st_mode) && lstat(target.c_str(), &itself) == 0 &&
                          itself.st_dev == old.st_dev && itself.st_ino == old.st_ino;
     if (!regular) return writestream(path, bytes);
-    descriptor existing(open(target.c_str(), O_WRONLY | O_CLOEXEC));
+    descriptor existing(openexisting(target.c_str()));
     if (!existing.isopen()) return false;
     neighbour made(target, owneronly);
-    if (made.exists() && made.takeaccess(old)) {
+    if (made.exists() && made.takeaccess(existing.get(), old)) {
         if (!made.fill(bytes)) return false;
         if (made.takename(target)) return true;
     }

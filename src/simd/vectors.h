@@ -2,10 +2,10 @@
 ///
 /// A vector has eight elements everywhere and knows the registers that hold it: real8<part16> is in
 /// four of 128 bits (SSE2, NEON), real8<part32> in two of 256 bits (AVX2), real8<part64> in one of
-/// 512 bits (AVX-512). Compilers keep a built-in vector in registers only where it fits one, so a
-/// wide one is made of parts that do. Arithmetic is element by element, sums always run in the same
-/// order and no product is fused with a sum (the build says -ffp-contract=off): whichever vector a
-/// kernel is compiled for, it gives the same bytes.
+/// 512 bits (AVX-512). GCC keeps a built-in vector in registers only where it fits one (clang in
+/// several), so a wide one is made of parts that do. Arithmetic is element by element, sums run
+/// in one order everywhere and no product is fused with a sum (the build says -ffp-contract=off):
+/// whichever vector a kernel is compiled for, it gives the same bytes.
 
 #pragma once
 
