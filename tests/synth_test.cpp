@@ -144,7 +144,10 @@ TEST_F(synth, refuseswrongarguments) {
     option("lframe=0", "lframe is 0, but must be from 1 to 1048576.");
     option("alpha=1", "alpha is 1, but must be above -1 and below 1.");
     option("gain=nan", "gain is nan, but must be from -100 to 100.");
-    option("seed=-1", "seed is -1, but must be at least 0.");
+    const std::string seeds = ", but must be a whole number from 0 to 2147483647.";
+    option("seed=-1", "seed is -1" + seeds);
+    option("seed=2147483648", "seed is 2147483648" + seeds);
+    option("seed=1.5", "seed is 1.5" + seeds);
     option("length=-1", "length is -1, but must be at least 0.");
     option("length=4001", "length is 4001, but the tracks end after 4000 samples.");
 }
@@ -159,10 +162,17 @@ TEST_F(synth, refuseswhatdoesnotfittogether) {
            "Error: short holds 49 values, but lf0 has 50 frames.");
     refuse({"lf0", "short", "out.wav"},
            "Error: short holds 49 values, which is no multiple of the 50 frames of lf0.");
+    put("odd", *readfile(folder_ / "lf0") + 'x');
+    refuse({"odd", "mcc", "out.wav"},
+           "Error: odd has 201 bytes; a file of float32 has a multiple of 4.");
     put("wide", floatbytes(floats(nframes * 513, 0.0F)));
     refuse({"lf0", "wide", "out.wav"},
            "Error: wide holds 513 values for each of the 50 frames of lf0; at most 512 are "
            "possible.");
+    put("long", floatbytes(floats(2100, unvoiced)));
+    put("flat", floatbytes(floats(2100, 0.0F)));
+    refuse({"long", "flat", "out.wav", "--lframe=1048576"},
+           "Error: the tracks make 2202009600 samples; a WAV file holds at most 2147483629.");
     const std::string before = *readfile(folder_ / "mcc");
     const runresult over = run({"lf0", "mcc", "mvf", "./mcc"});
     EXPECT_EQ(over.out, "Error: ./mcc and mcc are the same file.\n");

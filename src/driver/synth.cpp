@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "analysis/pitchanalysis.h"
@@ -32,7 +34,8 @@ namespace {
 constexpr double samplerate = 16000.0;  // Hz
 constexpr int failurestatus = -1;
 constexpr std::uint32_t highestorder = 511;  // of the analyser's cepstra
-constexpr double largestgain = 100.0;        // dB
+constexpr double highestseed = 2147483647.0;
+constexpr double largestgain = 100.0;  // dB
 constexpr double fullscale = 32767.0 / 32768.0;
 
 // Values of all options, here with their defaults.
@@ -41,7 +44,7 @@ struct synthoptions {
     double gain = 0.0;    // dB
     int lframe = 80;      // frame shift, samples
     int htsscale = 1;     // 1: the cepstra are scaled for HTS
-    int seed = 1;         // of the noise
+    double seed = 1.0;    // of the noise, a whole number
     int length = 0;       // samples of the waveform; 0: all that the tracks have something for
 };
 
@@ -51,7 +54,7 @@ synthoptions readoptions(std::uint32_t count, char **list) {
     searchdoubleparam(count, list, "gain", &set.gain);
     searchintparam(count, list, "lframe", &set.lframe);
     searchintparam(count, list, "htsscale", &set.htsscale);
-    searchintparam(count, list, "seed", &set.seed);
+    searchdoubleparam(count, list, "seed", &set.seed);
     searchintparam(count, list, "length", &set.length);
     return set;
 }
@@ -65,7 +68,9 @@ bool checkranges(const synthoptions &set) {
                        "above -1 and below 1") &&
            checkoption(std::abs(set.gain) <= largestgain, "gain", set.gain,
                        "from " + numbertext(-largestgain) + " to " + numbertext(largestgain)) &&
-           checkoption(set.seed >= 0, "seed", set.seed, "at least 0") &&
+           checkoption(
+               set.seed >= 0.0 && set.seed <= highestseed && set.seed == std::floor(set.seed),
+               "seed", set.seed, "a whole number from 0 to 2147483647") &&
            checkoption(set.length >= 0, "length", set.length, "at least 0");
 }
 
@@ -90,7 +95,7 @@ void printhelp(const char *path) {
                 defaults.htsscale, 1);
     std::printf("   --gain=%.0f        Gain (dB)\n", defaults.gain);
     std::printf("   --length=%d      Length (samples); 0: frames x frame shift\n", defaults.length);
-    std::printf("   --seed=%d        Seed of the noise\n", defaults.seed);
+    std::printf("   --seed=%.0f        Seed of the noise\n", defaults.seed);
     std::puts("");
 }
 
@@ -103,13 +108,21 @@ struct loadedtracks {
     speechtracks view() const { return {nframes, order, f0.get(), cc.get(), fv.get()}; }
 };
 
+// A track is refused where its last value is cut off: it may be of another format, or not whole.
 bool load(const char *path, readerarray *values, std::uint32_t *count) {
     const trackstate state = readtrack(path, values, count);
     if (state == trackstate::empty)
         std::printf("Error: %s is empty.\n", path);
     else if (state != trackstate::good)
         std::printf("Error: could not open %s.\n", path);
-    return state == trackstate::good;
+    if (state != trackstate::good) return false;
+    std::error_code failed;
+    const std::uintmax_t size = std::filesystem::file_size(path, failed);
+    const bool whole = failed || size % sizeof(float) == 0;
+    if (!whole)
+        std::printf("Error: %s has %s bytes; a file of float32 has a multiple of 4.\n", path,
+                    numbertext(size).c_str());
+    return whole;
 }
 
 // Reads the files and sees that they belong together; says what is wrong when they do not.
