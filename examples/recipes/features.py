@@ -53,11 +53,14 @@ def filled(values, there):
 
 def frames_of(label, nframes):
     """Number of frames that a label file covers."""
-    with open(label, encoding="utf-8") as file:
+    with open(label, encoding="utf-8", errors="replace") as file:
         lines = [line.split() for line in file if line.strip()]
+    if not lines or len(lines[-1]) < 2 or not lines[-1][1].isdecimal():
+        sys.exit(f"Error: {label} does not end with a line of start, end and label in units of "
+                 "100 ns.")
     covered = round(int(lines[-1][1]) / SHIFT)
     if covered > nframes + 1:
-        sys.exit(f"{label} ends {(covered - nframes) * 5} ms after its recording.")
+        sys.exit(f"Error: {label} ends {(covered - nframes) * 5} ms after its recording.")
     return min(covered, nframes)
 
 
@@ -71,16 +74,23 @@ def with_deltas(static):
 
 def make(recordings, labels, out):
     """Analyses, writes the streams, then the normalised observations."""
+    if not os.path.isdir(labels):
+        sys.exit(f"Error: there is no folder {labels}.")
+    names = [file[:-4] for file in sorted(os.listdir(labels)) if file.endswith(".lab")]
+    if not names:
+        sys.exit(f"Error: {labels} holds no labels (NAME.lab).")
     tracks = os.path.join(out, "tracks")
-    subprocess.run(["nalveo16-corpus", recordings, tracks, "--layout", "kinds"], check=True,
-                   stdout=sys.stderr)
+    if subprocess.run(["nalveo16-corpus", recordings, tracks, "--layout", "kinds"], check=False,
+                      stdout=sys.stderr).returncode:
+        sys.exit(f"Error: not all of {recordings} could be analysed; see above.")
     observations = {}
-    for file in sorted(os.listdir(labels)):
-        name = os.path.splitext(file)[0]
+    for name in names:
+        if not os.path.exists(f"{tracks}/lf0/{name}.lf0"):
+            sys.exit(f"Error: {labels}/{name}.lab has no recording {recordings}/{name}.wav.")
         lf0 = read(f"{tracks}/lf0/{name}.lf0")
         mgc = read(f"{tracks}/mgc/{name}.mgc", ORDER + 1)
         mvf = read(f"{tracks}/mvf/{name}.mvf")
-        n = frames_of(os.path.join(labels, file), len(lf0))
+        n = frames_of(os.path.join(labels, name + ".lab"), len(lf0))
         lf0, mgc, mvf = lf0[:n], mgc[:n], mvf[:n]
         voiced = lf0 > UNVOICED / 10
         lf0 = filled(lf0, voiced)

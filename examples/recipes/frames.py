@@ -16,6 +16,10 @@ import numpy as np
 import nalveo
 
 
+# Of recordings; labels and texts may lie beside them.
+ENDINGS = (".wav", ".flac", ".aif", ".aiff", ".au", ".ogg", ".mp3", ".sph")
+
+
 def read_audio(path, rate):
     """Samples of a recording at a rate, float32 from -1 to 1."""
     raw = subprocess.run(["sox", "-R", "-G", "--no-glob", path, "-t", "raw", "-e", "float", "-b",
@@ -56,10 +60,19 @@ class Frames:
         for place, _, files in os.walk(recordings):
             for file in files:
                 stem, ending = os.path.splitext(os.path.join(place, file))
-                endings[os.path.relpath(stem, recordings)] = ending
+                if ending.lower() not in ENDINGS:
+                    continue
+                name = os.path.relpath(stem, recordings)
+                if name in endings:
+                    raise ValueError(f"{stem}{endings[name]} and {stem}{ending} would both be "
+                                     f"{name}: keep one of them in {recordings}")
+                endings[name] = ending
         for name in sorted(endings):
             if os.path.exists(os.path.join(features, name + ".npz")):
                 self.names.append(name)
+        if not self.names:
+            raise ValueError(f"no recording of {recordings} has its NAME.npz in {features}: make "
+                             f"them by nalveo16-corpus {recordings} {features} --npz --convert")
         self._endings = endings
 
     def __len__(self):

@@ -6,6 +6,7 @@ from __future__ import annotations
 import os
 import re
 import secrets
+import stat
 from fractions import Fraction
 from typing import Any, Callable, SupportsFloat, SupportsIndex, Union
 
@@ -111,7 +112,7 @@ def write(stem: Path, analysis: Analysis) -> None:
     TypeError
         Something else than an `Analysis`.
     OSError
-        A file that cannot be written.
+        A file that cannot be written, or that is there and may not be; permissions are kept.
 
     Examples
     --------
@@ -317,9 +318,15 @@ def _replace(path: str, save: Callable[[str], object]) -> None:
         save(path)
         return
     target = os.path.realpath(path)  # a link stays one
+    mode = None
+    if os.path.exists(target):
+        with open(target, "r+b") as file:  # what may not be written is not replaced
+            mode = stat.S_IMODE(os.fstat(file.fileno()).st_mode)
     temporary = f"{target}.{secrets.token_hex(4)}.part"
     try:
         save(temporary)
+        if mode is not None:
+            os.chmod(temporary, mode)
         os.replace(temporary, target)
     except BaseException:
         if os.path.exists(temporary):

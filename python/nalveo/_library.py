@@ -62,20 +62,23 @@ _PROTOTYPES: dict[str, tuple[Any, list[Any]]] = {
 
 
 def _load() -> ctypes.CDLL:
-    """Load the library: beside this file (wheel), in the prefix of an installed tree, or as the
-    system finds it."""
+    """Load the library: beside this file (wheel), in the prefix of an installed tree, built in a
+    clone, or as the system finds it."""
     here = pathlib.Path(__file__).resolve()
     places = [here.parent / NAME]
     if here.parts[-5:-2] == ("lib", "python3", "dist-packages"):
         machine = getattr(sys.implementation, "_multiarch", "")
         places += [here.parents[3] / NAME, here.parents[3] / machine / NAME]
+    if here.parts[-3] == "python":
+        places.append(here.parents[2] / "build/release" / NAME)
     path = next((str(place) for place in places if place.is_file()), NAME)
     try:
         loaded = ctypes.CDLL(path)
     except OSError as error:
         raise ImportError(
             f"nalveo cannot load its library {path}: {error}. Install it with "
-            "`pip install .` in the source folder, or the Debian package libnalveo0") from error
+            "`pip install .` in the source folder, or the Debian package libnalveo0, or build all "
+            "targets of the preset release there") from error
     for name, (result, arguments) in _PROTOTYPES.items():
         function = getattr(loaded, name)
         function.restype = result

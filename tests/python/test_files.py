@@ -2,6 +2,7 @@
 
 import os
 import stat
+import tempfile
 
 import numpy as np
 import pytest
@@ -74,6 +75,28 @@ def test_writing_is_whole_or_not_at_all(analysis, tmp_path, monkeypatch):
     assert (tmp_path / "link.lf0").is_symlink()
     nalveo.write_pitchtier("/dev/null", analysis)
     assert stat.S_ISCHR(os.stat("/dev/null").st_mode)
+
+
+def test_permissions(analysis):
+    """They are kept, and what may not be written stays."""
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o777)
+        stem = os.path.join(folder, "a")
+        nalveo.write(stem, analysis)
+        os.chmod(stem + ".lf0", 0o600)
+        nalveo.write(stem, analysis)
+        assert stat.S_IMODE(os.stat(stem + ".lf0").st_mode) == 0o600
+        os.chmod(stem + ".lf0", 0o444)
+        before = os.stat(stem + ".lf0")
+        user = os.geteuid()
+        if user == 0:
+            os.seteuid(65534)
+        try:
+            with pytest.raises(PermissionError):
+                nalveo.write(stem, analysis)
+        finally:
+            os.seteuid(user)
+        assert os.stat(stem + ".lf0") == before
 
 
 def test_refusals(analysis, tmp_path):

@@ -260,7 +260,7 @@ class PlotTest(unittest.TestCase):
     def test_pages_and_sizes(self):
         """Long recordings go over several rows and pages, several recordings to their own files."""
         for output, pages in (("out.png", 3), ("out.svg", 3), ("out.pdf", 1)):
-            run = self.run_plot("sample.wav", "--row", "0.4", "--dpi", "50", "--size", "6", "9",
+            run = self.run_plot("sample.wav", "--row", "0.4", "--dpi", "50", "--size", "6", "13",
                                 output=output)
             self.assertEqual(run.returncode, 0, run.stdout)
             names = sorted(name for name in os.listdir() if name.endswith(output[-4:]))
@@ -268,7 +268,7 @@ class PlotTest(unittest.TestCase):
             self.assertEqual(names, [output] if pages == 1 else
                              [f"{stem}-{page + 1}{ending}" for page in range(pages)])
             self.assertEqual("out-1" in run.stdout, pages > 1)
-        self.assertEqual(pixels("out-2.png").shape, (450, 300))
+        self.assertEqual(pixels("out-2.png").shape, (650, 300))
         with open("out.pdf", "rb") as file:
             self.assertEqual(len(re.findall(rb"/Type /Page\b", file.read())), 3)
 
@@ -296,8 +296,53 @@ class PlotTest(unittest.TestCase):
         self.assertRegex(run.stdout, "^Error: --show finds no display")
         run = self.run_plot("sample.wav", output="none/x.png")
         self.assertEqual(run.returncode, 1)
-        self.assertRegex(run.stdout, "^Error: .*none/")
+        self.assertEqual(run.stdout, "Error: could not create none/x.png: there is no folder none.\n")
         self.assertFalse([name for name in os.listdir() if name.startswith(".")])
+
+    def test_no_picture_is_lost(self):
+        """Neither to that of another recording nor to an input; links and permissions stay."""
+        os.mkdir("o")
+        os.mkdir("o2")
+        subprocess.run(["sox", "sample.wav", "a-1.wav", "trim", "0.8", "0.3"], check=True)
+        for waves in ("a-1.wav", "sample.wav"), ("sample.wav", "a-1.wav"):
+            shutil.copy("sample.wav", "a.wav")
+            waves = [name.replace("sample", "a") for name in waves]
+            run = self.run_plot(*waves, "--row", "0.5", "--dpi", "50", output="o")
+            self.assertEqual(run.returncode, 1)
+            self.assertIn("would both be drawn in o/a-1.png", run.stdout)
+            self.assertEqual(os.listdir("o"), ["a-1.png"])
+            self.assertEqual(self.run_plot("a-1.wav", "--row", "0.5", "--dpi", "50",
+                                           output="o2").returncode, 0)
+            self.assertTrue(filecmp.cmp("o/a-1.png", "o2/a-1.png", shallow=False))
+            os.remove("o/a-1.png")
+        with open("o/real.png", "wb"):
+            pass
+        os.chmod("o/real.png", 0o640)
+        os.symlink("o/real.png", "link.png")
+        self.assertEqual(self.run_plot("a-1.wav", output="link.png").returncode, 0)
+        self.assertTrue(os.path.islink("link.png"))
+        self.assertEqual(os.stat("o/real.png").st_mode & 0o777, 0o640)
+        self.assertEqual(pixels("o/real.png").ndim, 2)
+        os.symlink("a-1.wav", "in.png")
+        run = self.run_plot("in.png", output="in.png")
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("in.png is what is to be drawn", run.stdout)
+        self.assertTrue(filecmp.cmp("in.png", "a-1.wav", shallow=False))
+
+    def test_tracks_of_one_name(self):
+        """Their folders tell them apart, in the legend and beside their lanes."""
+        for folder in "one", "two":
+            os.mkdir(folder)
+            subprocess.run(["nalveo16", "sample.wav", folder + "/f", folder + "/c"], check=True)
+        run = self.run_plot("sample.wav", *("--lf0", "one/f", "--lf0", "two/f", "--mcc", "one/c",
+                                            "--mcc", "two/c"), output="x.svg")
+        self.assertEqual(run.returncode, 0, run.stdout)
+        found = " ".join(texts("x.svg"))
+        for name in "f0: one/f", "f0: two/f", "envelope one/c", "envelope two/c":
+            self.assertIn(name, found)
+        self.assertEqual(recording.short_names(["p/a/x", "p/b/x", "q/b/x"]),
+                         ["p/a/x", "p/b/x", "q/b/x"])
+        self.assertEqual(recording.short_names(["p/x", "p/y", "p/x"]), ["x", "y", "x"])
 
     def test_other_recordings(self):
         """What sox reads is converted, and a line says from what; the rest is refused."""
@@ -412,6 +457,12 @@ class PlotTest(unittest.TestCase):
                 (("--mcc", "odd", *fits), 1, "not a whole number of floats"),
                 (("--mcc", "none", *fits), 1, "could not read none"),
                 (("--frame", "3"), 1, "there is no frame at 3 s"),
+                (("--frame", "1", "--lf0", "f", "--lf0", "f"), 2, "name one --lf0"),
+                (("--lf0", "f") * 6, 2, "6 times --lf0"),
+                (("--mvf", "v") * 6, 2, "6 times --mvf"),
+                (("--frame", "1", *("--mcc", "c") * 6), 2, "6 times --mcc"),
+                (("--ccmeth=7",), 1, "ccmeth is 7; it must be from 0 to 4."),
+                (("--size", "6", "4"), 1, "need at least 4.7 inches of height"),
                 (("--span", "0", "inf"), 2, "finite times"),
                 (("--frame", "nan"), 2, "finite times"),
                 (("--frame", "1e305"), 2, "finite times"),

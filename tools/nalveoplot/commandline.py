@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import shutil
 import sys
 
 from matplotlib.figure import Figure
@@ -34,7 +35,7 @@ class Drawing:
             self.envelopes = [(f"{number}: {name}", analyse(args, wave, self.samples, number), 0)
                               for number, name in enumerate(METHODS)]
         else:
-            names = ["envelope"] if len(args.mcc) < 2 else map(escape, args.mcc)
+            names = ["envelope"] if len(args.mcc) < 2 else self.tracks.names["mcc"]
             self.envelopes = [(name, self.tracks, index)
                               for index, name in zip(range(len(self.tracks.cc)), names)]
 
@@ -66,13 +67,16 @@ class CorpusDrawing:
 
 @contextlib.contextmanager
 def whole(path):
-    """A name to write to; the file gets its own name when it is complete."""
-    folder, name = os.path.split(os.path.realpath(path))
+    """A name to write to; the file gets its own name when it is complete. A link stays one."""
+    target = os.path.realpath(path)
+    folder, name = os.path.split(target)
     stem, ending = os.path.splitext(name)
     unfinished = os.path.join(folder, f".{stem}.{os.getpid()}{ending}")
     try:
         yield unfinished
-        os.replace(unfinished, path)
+        if os.path.exists(target):
+            shutil.copymode(target, unfinished)
+        os.replace(unfinished, target)
     finally:
         with contextlib.suppress(FileNotFoundError):
             os.remove(unfinished)
@@ -82,8 +86,8 @@ def new_figure(size):
     return Figure(figsize=size)
 
 
-def save(drawing, path):
-    """Pictures of a recording: one file, or one for each page, numbered."""
+def save(drawing, path, claim):
+    """Pictures of a recording: one file, or one for each page, numbered; claim(name) for each."""
     ending = ending_of(path)
     if ending == ".html":
         from . import page
@@ -92,16 +96,17 @@ def save(drawing, path):
                        drawing.again)
         return
     dpi = drawing.args.dpi or (100 if ending == ".png" else 300)
-    made = []
+    names = [path]
     for figure, number, npages in drawing.pages(new_figure, dpi):
-        name = path
-        if npages > 1:
-            name = f"{path[:-len(ending)]}-{number:0{len(str(npages))}}{ending}"
-        with whole(name) as unfinished:
+        if npages > 1 and number == 1:
+            names = [f"{path[:-len(ending)]}-{page + 1:0{len(str(npages))}}{ending}"
+                     for page in range(npages)]
+            for name in names:
+                claim(name)
+        with whole(names[number - 1]) as unfinished:
             figure.savefig(unfinished, dpi=dpi, metadata=METADATA[ending])
-        made.append(name)
-    if len(made) > 1:
-        tell(f"Note: the pages are {escape(made[0])} to {escape(made[-1])}; a .pdf holds all.")
+    if len(names) > 1:
+        tell(f"Note: the pages are {escape(names[0])} to {escape(names[-1])}; a .pdf holds all.")
 
 
 def show(drawing):
@@ -117,19 +122,42 @@ def show(drawing):
     pyplot.show()
 
 
-def targets(args):
-    """For each recording, the files that its pictures go to; no two recordings share one."""
-    taken = {}
+class Claims:
+    """Which recording each file is of: no two share one, and none takes the place of an input."""
+
+    def __init__(self, args):
+        inputs = [*args.wave, *args.lf0, *args.mcc, *args.mvf, *filter(None, [args.corpus])]
+        self._inputs = {os.path.realpath(path) for path in inputs}
+        self._owners = {}
+
+    def claim(self, path, owner):
+        """Has a file for a recording, or for all; refuses what could not be written."""
+        target = os.path.realpath(path)
+        folder = os.path.dirname(target)
+        if target in self._inputs:
+            raise Wrong(f"{path} is what is to be drawn; name another file for the picture.")
+        if self._owners.setdefault(target, owner) != owner:
+            raise Wrong(f"{self._owners[target]} and {owner} would both be drawn in {path}.")
+        if not os.path.isdir(folder):
+            raise Wrong(f"could not create {path}: there is no folder {os.path.dirname(path)}.")
+        if not os.access(target if os.path.exists(target) else folder, os.W_OK):
+            raise Wrong(f"could not create {path}: no permission to write there.")
+
+
+def targets(args, claims):
+    """For each recording, the files that its pictures go to."""
+    waves = [args.corpus] if args.corpus else args.wave
     plan = []
-    for wave in [args.corpus] if args.corpus else args.wave:
+    for wave in waves:
         mine = []
         for output in args.output:
-            path = output
+            path, owner = output, wave
             if is_folder(output):
                 stem = os.path.splitext(os.path.basename(wave))[0]
                 path = os.path.join(output, f"{stem}.{args.format}")
-                if taken.setdefault(path, wave) != wave:
-                    raise Wrong(f"{taken[path]} and {wave} would both be drawn in {path}.")
+            elif len(waves) > 1:
+                owner = "all recordings"
+            claims.claim(path, owner)
             mine.append(path)
         plan.append((wave, mine))
     return plan
@@ -139,7 +167,8 @@ def run(args, stack):
     """Draws all recordings; returns the exit status."""
     status = 0
     books = {}
-    for wave, paths in targets(args):
+    claims = Claims(args)
+    for wave, paths in targets(args, claims):
         try:
             drawing = CorpusDrawing(args, wave) if args.corpus else Drawing(args, wave)
             for path in paths:
@@ -153,7 +182,7 @@ def run(args, stack):
                                 PdfPages(unfinished, metadata=METADATA[".pdf"]))
                         books[path].savefig(figure, dpi=args.dpi or 300)
                 else:
-                    save(drawing, path)
+                    save(drawing, path, lambda name, wave=wave: claims.claim(name, wave))
             if args.show:
                 show(drawing)
         except (Wrong, OSError, ValueError) as error:

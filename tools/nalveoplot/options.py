@@ -7,6 +7,7 @@ import os
 from .recording import FS, SHARED, Wrong, library
 
 MADE = list(SHARED)[4:]  # without effect on tracks that are there
+MOST = 5  # lines of a kind over each other
 ENDINGS = (".png", ".pdf", ".svg", ".html")
 
 
@@ -105,6 +106,13 @@ def check(parser, args):
             parser.error("--compare makes its own tracks; leave out --lf0, --mcc and --mvf")
         if len(args.wave) > 1:
             parser.error("--lf0, --mcc and --mvf are of one recording; name only that one")
+    for kind, several in (("lf0", args.lf0), ("mvf", args.mvf),
+                          ("mcc", args.mcc if args.frame is not None else ())):
+        if len(several) > MOST:
+            parser.error(f"{len(several)} times --{kind}: colours of more than {MOST} could not be "
+                         "told apart")
+    if args.frame is not None and len(args.lf0) > 1:
+        parser.error("--frame draws the spectrum for one f0; name one --lf0")
     if args.compare and (args.frame is None or args.ccmeth is not None):
         parser.error("--compare needs --frame, and no --ccmeth")
     if args.html and ending_of(args.html) != ".html":

@@ -14,6 +14,7 @@ from . import spectra, style
 from .recording import FS, Wrong, escape
 
 ROWS_A_PAGE = 3
+LEAST = 0.45  # scale of lanes whose labels do not lie over each other
 COLUMNS = 100  # of a track, for each inch
 MARGINS = {"left": 0.85, "right": 0.95, "top": 0.75, "bottom": 0.5}  # inches
 GAP, ROW_GAP = 0.07, 0.42  # inches between the lanes of a row, and between rows
@@ -145,7 +146,7 @@ def envelope_lane(samples, tracks, index, limits, columns):
         frames = frames[::-(-len(frames) // columns)]
         return image(axes, envelope_levels(samples, tracks, index, frames, FREQS),
                      tracks.time[frames], limits)
-    name = escape(os.path.basename(tracks.names["mcc"][index])) if len(tracks.cc) > 1 else ""
+    name = tracks.names["mcc"][index] if len(tracks.cc) > 1 else ""
     return Lane(2.0, f"envelope {name}\nkHz, mel scale", draw)
 
 
@@ -241,7 +242,7 @@ def explain(figure, tracks, start, end):
         found, names = getattr(tracks, kind), tracks.names["lf0" if kind == "f0" else kind]
         for track, name, colour in zip(found, names, colours):
             if np.isfinite(track).any():
-                text = word if len(found) == 1 else f"{word}: {escape(os.path.basename(name))}"
+                text = word if len(found) == 1 else f"{word}: {name}"
                 entries.append((Line2D([], [], color=colour, linewidth=1.8), text))
     inside = (tracks.time >= start) & (tracks.time <= end)
     if tracks.f0 and np.isnan(tracks.f0[0][inside]).any():
@@ -296,6 +297,7 @@ def fill_row(figure, lanes, view, box, scale):
                         parse_math=False)
         axes.yaxis.set_label_coords(-0.42 / width, 0.5)
         axes.tick_params(labelsize=8, labelbottom=number == len(lanes) - 1)
+        axes.tick_params(axis="y", labelsize=min(8, 14 * scale))
     return drawn, axes
 
 
@@ -317,9 +319,10 @@ def pages(new_figure, args, samples, tracks, dpi, again=None):
     if height is None:
         height = fixed + scale * natural
     scale = (height - fixed) / natural
-    if scale < 0.2 or inner < 1:
+    if scale < LEAST - 1e-9 or inner < 1:
         raise Wrong(f"--size is too small: {len(lanes)} lanes in {here} row(s) need at least "
-                    f"{fixed + 0.2 * natural:.1f} inches of height and 3 of width.")
+                    f"{math.ceil(10 * (fixed + LEAST * natural)) / 10:g} inches of height and 3 of "
+                    "width.")
     for page in range(npages):
         figure = new_figure((width, height))
         title = args.title or describe(samples, tracks, start, end)

@@ -76,7 +76,7 @@ def track(name, values, colour):
 def tracks_of(tracks, kind, word, colours):
     """The tracks of a kind, named by their files if there are several."""
     found, names = getattr(tracks, kind), tracks.names["lf0" if kind == "f0" else kind]
-    return [track(word if len(found) == 1 else f"{word} ({escape(os.path.basename(name))})", values,
+    return [track(word if len(found) == 1 else f"{word} ({name})", values,
                   colour) for values, name, colour in zip(found, names, colours)]
 
 
@@ -94,6 +94,8 @@ def contents(args, samples, tracks, again):
     shift = tracks.lframe / FS
     freqs = spectra.rows(ROWS)
     limits = overview.levels_between(samples, 0, len(samples))
+    loudest = max(min(float(np.abs(one).max()), 1.0) for one in (samples, again)
+                  if one is not None)
     # Every other column of minutes of sound: the page stays below six megabytes for each.
     every = 1 if seconds <= 120 else 2
     step = every * min(tracks.lframe, 80)
@@ -106,14 +108,14 @@ def contents(args, samples, tracks, again):
                               limits))
     for index, name in enumerate(tracks.names["mcc"]):
         images.append(pyramid(
-            "envelope" if len(tracks.cc) == 1 else escape(os.path.basename(name)),
+            "envelope" if len(tracks.cc) == 1 else name,
             -(-tracks.nframes // every), every * shift,
             lambda columns, index=index: overview.envelope_levels(
                 samples, tracks, index, every * columns, freqs), limits))
     f0limits = overview.f0_limits(tracks, 0, seconds) if tracks.f0 else (60, 500)
     return {
         "fs": FS, "seconds": seconds, "shift": shift, "view": [start, end], "rows": ROWS,
-        "tile": TILE, "limits": limits, "peak": float(np.abs(samples).max()) or 1.0,
+        "tile": TILE, "limits": limits, "peak": loudest or 1.0,
         "palette": [int(colour) for colour in palette().astype(int) @ (65536, 256, 1)],
         "images": images,
         "sounds": [sound("original", samples)]

@@ -132,6 +132,16 @@ def shift_that_fits(nsamples, nframes):
     return None
 
 
+def short_names(paths):
+    """Names of files to be shown, with as many of their folders as tell them apart."""
+    parts = [os.path.normpath(path).split(os.sep) for path in paths]
+    for depth in range(1, max(map(len, parts), default=1) + 1):
+        names = [os.sep.join(part[-depth:]) for part in parts]
+        if len(set(names)) == len(set(map(tuple, parts))):
+            break
+    return [escape(name) for name in names] if paths else []
+
+
 class Tracks:
     """What the analyser wrote, checked against the recording.
 
@@ -140,7 +150,7 @@ class Tracks:
     f0       list of [nframes] in Hz, NaN where unvoiced; one array for each file given
     mvf      the same for the maximum voiced frequency
     cc       list of [nframes x (ccord + 1)] cepstra
-    names    of the files, by kind: "lf0", "mcc", "mvf"
+    names    of the files, as they are shown, by kind: "lf0", "mcc", "mvf"
     """
 
     def __init__(self, args, wave, nsamples, lf0=(), mcc=(), mvf=()):
@@ -148,7 +158,7 @@ class Tracks:
         self.scale = "hts" if args.htsscale == 1 else "plain"
         self.wave, self.nsamples, self.partial = wave, nsamples, args.partial
         self.nframes = None
-        self.names = {"lf0": list(lf0), "mcc": list(mcc), "mvf": list(mvf)}
+        self.names = {"lf0": short_names(lf0), "mcc": short_names(mcc), "mvf": short_names(mvf)}
         self.f0 = [self._f0(path) for path in lf0]
         self.mvf = [self._mvf(path) for path in mvf]
         self.cc = [self._cepstra(path) for path in mcc]
@@ -240,6 +250,7 @@ def analyse(args, wave, samples, method=None):
         text = str(error)
         for name, (theirs, _) in SHARED.items():
             text = re.sub(rf"\b{theirs}\b" if "_" in theirs else rf"^{theirs}\b", name, text)
+        text = re.sub(r"ccmeth is (\S+); .*", r"ccmeth is \1; it must be from 0 to 4", text)
         raise Wrong(f"could not analyse {wave}: {text}.") from error
     tracks = Tracks(args, wave, len(samples))
     tracks.nframes, tracks.time = len(found.f0), found.temporal_positions
