@@ -65,7 +65,7 @@ def frames_of(label, nframes):
 
 
 def with_deltas(static):
-    """Static values, deltas and accelerations side by side; the first and last frame are repeated."""
+    """Static values, deltas, accelerations side by side; the first and last frame are repeated."""
     padded = np.pad(static, ((1, 1), (0, 0)), "edge")
     n = len(static)
     return np.hstack([sum(weight * padded[k:k + n] for k, weight in enumerate(window))

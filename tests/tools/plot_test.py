@@ -23,7 +23,7 @@ PLOT = shutil.which("nalveo16-plot")
 HERE = os.path.dirname(os.path.realpath(PLOT))
 sys.path[:0] = [HERE, os.path.join(HERE, "../share/nalveo16")]
 
-from nalveoplot import commandline, frame, overview, recording, spectra, style  # noqa: E402
+from nalveoplot import commandline, frame, overview, page, recording, spectra, style  # noqa: E402
 from nalveoplot.options import parse  # noqa: E402
 
 PALE = (252, 253, 191)  # the palest of the colour map
@@ -296,7 +296,8 @@ class PlotTest(unittest.TestCase):
         self.assertRegex(run.stdout, "^Error: --show finds no display")
         run = self.run_plot("sample.wav", output="none/x.png")
         self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stdout, "Error: could not create none/x.png: there is no folder none.\n")
+        self.assertEqual(run.stdout,
+                         "Error: could not create none/x.png: there is no folder none.\n")
         self.assertFalse([name for name in os.listdir() if name.startswith(".")])
 
     def test_no_picture_is_lost(self):
@@ -387,6 +388,10 @@ class PlotTest(unittest.TestCase):
         loud = original > original.max() - 30
         self.assertLess(np.abs(np.median((again - original)[loud])), 2)
         self.assertGreater(np.corrcoef(original.ravel(), again.ravel())[0, 1], 0.9)
+        # The page's waves, of which either may be the louder one, fit their lane.
+        for gain in 0.5, 3, 100:
+            peak = page.contents(args, samples, tracks, gain * samples)["peak"]
+            self.assertEqual(peak, min(max(gain, 1) * np.abs(samples).max(), 1))
         subprocess.run(["nalveo16", "sample.wav", "f", "c"], check=True)
         run = self.run_plot("sample.wav", "--lf0", "f", "--resynth")
         self.assertEqual(run.returncode, 1)
