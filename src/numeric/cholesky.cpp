@@ -52,7 +52,7 @@ template <class Real8, std::size_t rows>
 }
 
 // Rows i .. i + rows - 1 of the factor, of which the rows above `from` have been taken off. Returns
-// false for a negative pivot, unless unknowns without a positive one are left out: their rows
+// false for a pivot of 0 or below, unless unknowns without a positive one are left out: their rows
 // become 0. All diagonal elements of the rows are in the vector that begins at `start`, which goes
 // first.
 template <class Real8, std::size_t rows, bool leaveout>
@@ -68,7 +68,7 @@ template <class Real8, std::size_t rows, bool leaveout>
             v -= Real8::load(a + (i + k) * stride + start) * system.factors[k][r];
         v.store(row + start);
         const double pivot = row[i + r];
-        if (!leaveout && pivot < 0.0) return false;
+        if (!leaveout && (pivot <= 0.0 || *determinant == 0.0)) return false;
         *determinant *= pivot;
         const bool left = leaveout && !(pivot > 0.0);
         const double scale = left ? 0.0 : 1.0 / std::sqrt(pivot);
@@ -213,7 +213,9 @@ template <class Real8, std::size_t rows>
         }
         double *const pivots = row + r * vectorlength;
         for (std::size_t s = 0; s < vectorlength; ++s) {
-            determinants[s] = pivots[s] < 0.0 ? 0.0 : determinants[s] * pivots[s];
+            // What has failed stays 0, whatever its later pivots are.
+            const bool fails = pivots[s] <= 0.0 || determinants[s] == 0.0;
+            determinants[s] = fails ? 0.0 : determinants[s] * pivots[s];
             pivots[s] = 1.0 / std::sqrt(pivots[s]);
         }
         const Real8 scale = Real8::load(pivots);

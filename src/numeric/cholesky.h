@@ -1,5 +1,5 @@
 /// Solutions of symmetric positive-definite systems by Cholesky factors: one system at a time, or
-/// eight of the same order side by side.
+/// eight of the same order side by side. Needs simd.
 
 #pragma once
 
@@ -12,11 +12,12 @@ namespace nalveo {
 ///
 /// \param[in]     n       order
 /// \param[in,out] a       [n x stride] rows of A, of which the diagonal and the upper triangle
-///                        count, with b in column n; destroyed. What is not a number makes x so
+///                        count, with b in column n; destroyed
 /// \param[in]     stride  columns of the array, a multiple of vectorlength and above n
 /// \param[out]    x       [n]
-/// \return the determinant of A, or 0 when n is 0, a pivot is negative or the determinant is
-///         exactly 0; x is then as it was
+/// \return the determinant of A, or 0 when n is 0, a pivot is 0 or negative or the determinant is
+///         exactly 0; x is then as it was. Not a number for an A that holds such: no failure, x is
+///         not a number then either
 [[nodiscard]] double choleskysolve(std::uint32_t n, double *a, std::size_t stride, double *x);
 
 /// The same for a matrix that may be singular to within rounding: an unknown whose pivot is not
