@@ -93,10 +93,6 @@ struct ccmemrelease {
 /// A record and its owner.
 using ccmemhandle = std::unique_ptr<ccmem, ccmemrelease>;
 
-}  // namespace nalveo
-
-namespace nalveo {
-
 /// A method: turns one frame into a row of the cepstral matrix.
 ///
 /// \param[in]     x         [nsamples] waveform

@@ -1,5 +1,6 @@
 /// Harmonic analysis: least-squares fits of harmonic models to windowed frames, and what follows
 /// from them: amplitudes, phases and frequencies of harmonics, a refined f0, a log spectrum.
+/// Needs the folder harmonic, numeric/windowing and numeric/windowcache.
 ///
 /// Three models, all with complex exponentials weighted by the analysis window:
 ///   HA    harmonics of f0. Stylianou, "Applying the harmonic plus noise model in concatenative
@@ -162,9 +163,8 @@ int sqhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *
 /// normal matrix.
 ///
 /// \param[in,out] record    frame and design in, both with room for them, solution out: entry K + k
-///                          is the complex
-///                          amplitude a(k) of y(t) = w(t) sum over k of a(k) exp(i 2 pi k f0 t /
-///                          fs)
+///                          is the complex amplitude a(k) of
+///                          y(t) = w(t) sum over k of a(k) exp(i 2 pi k f0 t / fs)
 /// \param[in]     n         frame length N
 /// \param[in]     m         number of unknowns M = 2K + 1
 /// \param[in]     toeplitz  1 for exact multiples of one f0, whose normal matrix is Toeplitz;
@@ -196,7 +196,7 @@ int sqhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double *
 /// \param[out]    amp     [K] linear amplitudes in the waveform's unit, entry k - 1 for harmonic k;
 ///                        may be null
 /// \param[out]    phase   [K] phases in radians at the centre sample, -pi .. pi; may be null
-/// \param[in,out] record  HA or QHA record
+/// \param[in,out] record  any record
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      Hz
 /// \return 0, or -1 when f0 or K is 0, the frame is silent or the system singular; the outputs are
@@ -208,7 +208,7 @@ int getharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std::
 ///
 /// \param[out]    freq    [K] frequencies in Hz, k f0 plus the mismatch found; a mismatch of half a
 ///                        harmonic spacing or more is discarded. May be null
-/// \param[in,out] record  QHA record
+/// \param[in,out] record  any record; a QHA record does not grow on the way
 /// Everything else is as for getharmonics.
 int getqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std::uint32_t k,
                   double *amp, double *phase, double *freq, hamem *record, double fs, double f0);
@@ -217,7 +217,7 @@ int getqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std:
 /// that the QHA model finds first.
 ///
 /// \param[out]    freq    [K] those frequencies in Hz, also when the second fit fails; may be null
-/// \param[in,out] record  QHA record
+/// \param[in,out] record  any record; a QHA record does not grow on the way
 /// Everything else is as for getharmonics.
 int getsqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std::uint32_t k,
                    double *amp, double *phase, double *freq, hamem *record, double fs, double f0);
@@ -228,7 +228,7 @@ int getsqharmonics(const double *x, std::uint32_t len, std::uint32_t centre, std
 /// \param[in]     x       [len] waveform
 /// \param[in]     len     number of samples
 /// \param[in]     centre  centre sample of the frame, below len
-/// \param[in,out] record  QHA record
+/// \param[in,out] record  any record; a QHA record does not grow on the way
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      current f0 in Hz
 /// \param[in]     fmax    maximum voiced frequency of the frame in Hz: harmonics below it take part
@@ -248,7 +248,7 @@ double qharefinepitch(const double *x, std::uint32_t len, std::uint32_t centre, 
 /// \param[in]     centre  centre sample of the frame, below len
 /// \param[in]     nfft    transform size, even
 /// \param[out]    out     [nfft] natural log of amplitude at bin k fs / nfft, mirrored about fs / 2
-/// \param[in,out] record  HA or QHA record; a QHA record when sqha is not 0
+/// \param[in,out] record  any record
 /// \param[in]     sqha    0 for the HA estimator, anything else for SQHA
 /// \param[in]     fs      sample rate in Hz
 /// \param[in]     f0      Hz, not 0

@@ -49,7 +49,8 @@ double costof(const transitioncosts &transition, std::size_t from, std::size_t t
 }  // namespace
 
 double unvoicedstrength(double localpeak, double globalpeak) {
-    // Louder than the loudest frame is no stronger: from 0.041 on the threshold alone is left.
+    // A frame's loudness counts up to 0.041 of the loudest; beyond that the max keeps the strength
+    // at the threshold alone.
     const double loudness = globalpeak > 0.0 ? localpeak / globalpeak : 0.0;
     return voicingthreshold +
            std::max(0.0, 2.0 - loudness / (silencethreshold / (1.0 + voicingthreshold)));

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <memory>
 
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
@@ -41,8 +40,7 @@ int refinepitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, s
     const double lowest = lowestrefined(f0, nframes, iterations, f0min);
     if (lowest == 0.0) return 0;
     const double highest = fv != nullptr ? *std::max_element(fv, fv + nframes) : defaultband;
-    const std::unique_ptr<hamem, int (*)(hamem *)> record(qhameminitialize(fs, highest, lowest),
-                                                          qhamemdestroy);
+    const hamemhandle record(qhameminitialize(fs, highest, lowest));
     for (std::uint32_t k = 0; k < nframes; ++k) {
         if (!(f0[k] >= lowestmodelled)) continue;
         const double band = fv != nullptr ? fv[k] : defaultband;

@@ -87,6 +87,7 @@ offsetframe fundamentalframe(const double *x, std::uint32_t nsamples, std::uint3
     return frame;
 }
 
+// A plain loop: the compiler turns it into vectors of the width at hand.
 struct windowkernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(const offsetframe *frame, const double *window,
@@ -152,6 +153,7 @@ struct logpower {
     }
 };
 
+// A plain loop for the compiler to turn into vectors, as above.
 struct ratiokernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(const logpower *spectrum, std::size_t n, double *ratio) {

@@ -2,8 +2,7 @@
 /// around a peak agrees with the line that a stationary sinusoid shows through the Hann window.
 ///
 /// Bands and lines go eight at a time, one per element of a vector. Needs numeric/aligned,
-/// numeric/phasor and simd. What grows here throws
-/// std::bad_alloc where memory runs out.
+/// numeric/phasor and simd. What grows here throws std::bad_alloc where memory runs out.
 
 #pragma once
 

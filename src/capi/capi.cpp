@@ -19,6 +19,7 @@
 #include "numeric/aligned.h"
 #include "numeric/products.h"
 #include "simd/vectors.h"
+#include "synthesis/melenvelope.h"
 #include "synthesis/synthesis.h"
 
 namespace nalveo {
@@ -155,10 +156,7 @@ void evaluateenvelopes(const callsettings &settings, const double *cc, std::size
         envelopebasis(settings, frequencies + first, count, columns, basis.data());
         for (std::size_t k = 0; k < nframes; ++k) {
             std::copy(cc + k * order, cc + (k + 1) * order, plain.begin());
-            if (settings.htsscale) {
-                plain[0] -= 5.0;
-                for (std::size_t j = 1; j < order; ++j) plain[j] *= 0.5;
-            }
+            if (settings.htsscale) undohtsscale(plain.data(), settings.ccord);
             vecbymat(plain.data(), basis.data(), order, columns, row.data());
             std::copy(row.data(), row.data() + count, levels + k * nfrequencies + first);
         }

@@ -68,7 +68,7 @@ int addwhitenoise(double *samples, std::uint32_t count, double level, nalveo::no
 double gaussrand(nalveo::noisesource &noise);
 
 /// Rescales a cepstral matrix to the conventions of the HTS toolkit: adds 5 to coefficient 0 and
-/// doubles the others. Returns 0.
+/// doubles the others. undohtsscale of synthesis/melenvelope.h goes back. Returns 0.
 ///
 /// \param[in,out] cc       [nframes x (ccord + 1)] cepstral matrix
 /// \param[in]     ccord    cepstral order

@@ -6,8 +6,9 @@
 
 namespace nalveo {
 
-/// Values of all options, here with their defaults. An option and its field have one name; the
-/// routine of src/analysis or src/driver that takes the value has an argument of that name, too.
+/// Values of all options, here with their defaults. An option and its field have one name,
+/// and so has the argument of the routine that takes the value (refinepitch calls f0acc
+/// iterations); f0load, htsscale, cctimeit and indlist steer the driver itself.
 struct settings {
     double f0min = 60.0;            // lowest f0 searched, Hz; 0 or below stands for 60
     double f0max = 500.0;           // highest f0 searched, Hz; f0min or below stands for 500

@@ -1,5 +1,6 @@
 /// Track files: headerless sequences of 32-bit IEEE floats, little-endian, value k at byte 4k. The
-/// program holds tracks as doubles and converts on the way in and out.
+/// program holds tracks as doubles and converts on the way in and out. Needs
+/// io/binaryfile and io/wholefile.
 
 #pragma once
 

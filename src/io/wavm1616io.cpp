@@ -98,7 +98,7 @@ int wavshort2double(std::uint32_t count, const std::int16_t *shorts, double *dou
     return 0;
 }
 
-std::uint32_t wavwritem1616(const char *path, const double *samples, std::uint32_t count) {
+std::uint32_t nalveo::wavwritem1616(const char *path, const double *samples, std::uint32_t count) {
     if (path == nullptr || count == 0 || count > mostwavsamples) return 0;
     // Header and samples in one block.
     std::vector<std::byte> bytes(headersize + std::size_t{2} * count);

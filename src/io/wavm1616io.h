@@ -1,4 +1,5 @@
-/// WAV files: mono, 16000 Hz, 16-bit PCM, in the canonical chunk order and nothing else.
+/// WAV files: mono, 16000 Hz, 16-bit PCM, in the canonical chunk order and nothing else. Needs
+/// io/binaryfile and io/wholefile.
 
 #pragma once
 
@@ -28,6 +29,11 @@
 /// \param[out] doubles  [count]
 int wavshort2double(std::uint32_t count, const std::int16_t *shorts, double *doubles);
 
+namespace nalveo {
+
+/// Most samples of a WAV file: the size of the whole, less 8, is a number of 32 bits.
+constexpr std::uint32_t mostwavsamples = (0xffffffffu - 36) / 2;
+
 /// Writes a WAV file that wavreadm1616 reads: a header of 44 bytes and the samples.
 ///
 /// \param[in] path     file name; the file appears or is replaced as a whole, see writewhole in
@@ -40,10 +46,5 @@ int wavshort2double(std::uint32_t count, const std::int16_t *shorts, double *dou
 ///         there is no memory for the file's bytes; no file has been touched then
 [[nodiscard]] std::uint32_t wavwritem1616(const char *path, const double *samples,
                                           std::uint32_t count);
-
-namespace nalveo {
-
-/// Most samples of a WAV file: the size of the whole, less 8, is a number of 32 bits.
-constexpr std::uint32_t mostwavsamples = (0xffffffffu - 36) / 2;
 
 }  // namespace nalveo

@@ -1,4 +1,4 @@
-/// Files that appear under their name only when they are whole.
+/// Files that appear under their name only when they are whole. Needs io/filepath.
 
 #pragma once
 

@@ -10,9 +10,7 @@ namespace nalveo {
 
 namespace {
 
-// Sizes of a tile whose sums, with a row of the factor, fit the registers. Rows divide 8.
-template <class Real8>
-constexpr std::size_t tilerows = Real8::registers >= 8 ? 4 : 2;
+// Columns of a tile whose sums, with a row of the factor, fit the registers. tilerows divide 8.
 template <class Real8>
 constexpr std::size_t tilecolumns = Real8::registers >= 16 ? 4 : 1;
 

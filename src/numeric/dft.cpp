@@ -16,8 +16,6 @@ using namespace nalveo;
 
 namespace {
 
-constexpr double roothalf = 0.7071067811865476;
-
 // ---- transforms too small for vectors ----
 
 // One stage's butterflies on one block: lower half a, upper half b, twiddles w,
@@ -108,9 +106,9 @@ template <class Real8>
         even[i] = a + b;
         odd[i] = a - b;
     }
-    odd[1] = {(odd[1].re + odd[1].im) * roothalf, (odd[1].im - odd[1].re) * roothalf};
+    odd[1] = {(odd[1].re + odd[1].im) * sqrthalf, (odd[1].im - odd[1].re) * sqrthalf};
     odd[2] = turned(odd[2]);
-    odd[3] = {(odd[3].im - odd[3].re) * roothalf, (odd[3].re + odd[3].im) * -roothalf};
+    odd[3] = {(odd[3].im - odd[3].re) * sqrthalf, (odd[3].re + odd[3].im) * -sqrthalf};
     transform4(even[0], even[1], even[2], even[3]);
     transform4(odd[0], odd[1], odd[2], odd[3]);
     for (std::size_t i = 0; i < 4; ++i) {

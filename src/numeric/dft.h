@@ -13,7 +13,7 @@
 /// Arrays that begin on a cache line (numeric/aligned.h) are transformed up to twice as fast. Data
 /// in separate parts are what the kernel works on; interleaved data are split before it and joined
 /// after it, in arrays of the call's own. The first transform of a size makes its tables. Both
-/// throw std::bad_alloc when there is no memory.
+/// throw std::bad_alloc when there is no memory. Needs numeric/dftplan, numeric/phasor and simd.
 
 #pragma once
 

@@ -9,8 +9,6 @@ namespace nalveo {
 
 namespace {
 
-constexpr double roothalf = 0.7071067811865476;
-
 std::size_t bitreversed(std::size_t i, unsigned bits) {
     std::size_t reversed = 0;
     for (unsigned b = 0; b < bits; ++b) {
@@ -34,7 +32,7 @@ phasor twiddle(std::size_t k, std::size_t size) {
         const phasor w = twiddle(size / 4 - k, size);
         return {-w.im, -w.re};
     }
-    if (8 * k == size) return {roothalf, -roothalf};
+    if (8 * k == size) return {sqrthalf, -sqrthalf};
     return unitphasor(-twopi * static_cast<double>(k) / static_cast<double>(size));
 }
 

@@ -1,4 +1,5 @@
-/// Tables of the Fourier transforms of numeric/dft.h, by size.
+/// Tables of the Fourier transforms of numeric/dft.h, by size. Needs
+/// numeric/aligned, numeric/phasor and simd.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 /// Points of the complex plane and rotating phasors: cosine and sine of an arithmetic sequence of
 /// angles without calling the trigonometric functions for every term. One form for single numbers
-/// and for vectors of eight.
+/// and for vectors of eight. Needs numeric/elementary and simd.
 
 #pragma once
 
@@ -13,6 +13,7 @@ namespace nalveo {
 
 constexpr double pi = 3.141592653589793;
 constexpr double twopi = 6.283185307179586;
+constexpr double sqrthalf = 0.7071067811865476;
 
 /// Complex number re + i im, or eight of them.
 template <class Real>

@@ -45,9 +45,7 @@ template <class Real8, std::size_t rows, std::size_t columns>
     sums.store(c, n);
 }
 
-// Sizes of a tile whose sums, with a row of B, fit the registers. Rows divide 4, columns 2.
-template <class Real8>
-constexpr std::size_t tilerows = Real8::registers >= 8 ? 4 : 2;
+// Columns of a tile whose sums, with a row of B, fit the registers: 1 or 2.
 template <class Real8>
 constexpr std::size_t tilecolumns = Real8::registers >= 16 ? 2 : 1;
 

@@ -1,7 +1,7 @@
 /// Matrix products that the analysis spends its time in. Every element is summed in ascending order
 /// of the index that is summed over, whatever the width of the registers.
 ///
-/// A matrix is one array in row-major order, as in numeric/matvect.h.
+/// A matrix is one array in row-major order, as in numeric/matvect.h. Needs simd.
 
 #pragma once
 

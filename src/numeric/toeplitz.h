@@ -1,5 +1,5 @@
 /// Toeplitz systems as the harmonic model has them: normal equations of exact multiples of one
-/// frequency.
+/// frequency. Needs simd.
 
 #pragma once
 

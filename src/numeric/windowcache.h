@@ -1,4 +1,5 @@
 /// Windows of one kind, made once per length: a run meets few lengths, but each of them many times.
+/// Needs numeric/aligned.
 
 #pragma once
 

@@ -84,13 +84,13 @@ int getwindowedsamples(const double *signal, std::uint32_t nsamples, std::uint32
     std::fill(frame + span.end, frame + length, 0.0);
     // first counts the positions before sample 0, so centre + first is never below h.
     const double *const samples = signal + (std::size_t{centre} + span.first - h);
-    int sound = 0;
+    int audible = 0;
     for (std::size_t k = span.first; k < span.end; ++k) {
         const double sample = samples[k - span.first];
         frame[k] = window != nullptr ? sample * window[k] : sample;
-        if (frame[k] != 0.0) sound = 1;
+        if (frame[k] != 0.0) audible = 1;
     }
-    return sound;
+    return audible;
 }
 
 int winhamming(double *window, std::uint32_t length, std::uint8_t normalise) {

@@ -6,7 +6,7 @@
 #include "simd/vectors.h"
 
 /// Widest instructions that kernels may use on x86-64: 0 SSE2, 1 AVX2, 2 AVX-512. The build sets it
-/// to what its option of that name says.
+/// to what its option of that name says; a macro, since it comes from without.
 #if !defined(NALVEO_WIDEST)
 #define NALVEO_WIDEST 2
 #endif

@@ -9,6 +9,10 @@
 
 namespace nalveo {
 
+/// Rows of a tile that the registers have room for: 2 or 4.
+template <class Real8>
+constexpr std::size_t tilerows = Real8::registers >= 8 ? 4 : 2;
+
 /// A tile of `rows` rows and `columns` vectors. There is no loop over its vectors: compilers would
 /// keep what a loop goes through in memory.
 template <class Real8, std::size_t rows, std::size_t columns>

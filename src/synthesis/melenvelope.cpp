@@ -94,6 +94,11 @@ struct phasekernel {
 
 }  // namespace
 
+void undohtsscale(double *c, std::uint32_t order) {
+    c[0] -= 5.0;
+    for (std::size_t j = 1; j <= order; ++j) c[j] *= 0.5;
+}
+
 void warpmultiples(double omega, std::size_t count, double alpha, double *cosine, double *sine) {
     runwidest<warpkernel>(omega, count, alpha, cosine, sine);
 }

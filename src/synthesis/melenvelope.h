@@ -10,6 +10,7 @@
 ///
 /// The sums run by Clenshaw's recursion, b(j) = c(j) + 2 cos w b(j + 1) - b(j + 2): C. W. Clenshaw,
 /// "A note on the summation of Chebyshev series", Math. Comp. 9, 118-120, 1955.
+/// Needs numeric/phasor and simd.
 
 #pragma once
 
@@ -17,6 +18,13 @@
 #include <cstdint>
 
 namespace nalveo {
+
+/// Turns a cepstrum on the HTS toolkit's scale into a plain one: takes 5 off c(0) and halves the
+/// others, which is to undo what htsadapteradhoc does.
+///
+/// \param[in,out] c      [order + 1] cepstrum
+/// \param[in]     order  P
+void undohtsscale(double *c, std::uint32_t order);
 
 /// Cosines and sines of the warped frequencies of the multiples 0, 1, .. of a frequency.
 ///

@@ -7,6 +7,7 @@
 
 #include "numeric/elementary.h"
 #include "numeric/phasor.h"
+#include "synthesis/melenvelope.h"
 #include "synthesis/parts.h"
 
 namespace nalveo {
@@ -23,8 +24,8 @@ std::vector<double> plaincepstra(const speechtracks &tracks, bool htsscale) {
     const std::size_t width = tracks.order + std::size_t{1};
     std::vector<double> plain(tracks.cc, tracks.cc + tracks.nframes * width);
     if (!htsscale) return plain;
-    for (std::size_t i = 0; i < plain.size(); ++i)
-        plain[i] = i % width == 0 ? plain[i] - 5.0 : 0.5 * plain[i];
+    for (std::size_t i = 0; i < plain.size(); i += width)
+        undohtsscale(plain.data() + i, tracks.order);
     return plain;
 }
 

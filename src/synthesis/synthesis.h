@@ -4,7 +4,7 @@
 /// The model is that of Y. Stylianou, "Applying the harmonic plus noise model in concatenative
 /// speech synthesis", IEEE Trans. Speech Audio Process. 9(1), 2001: in voiced frames, harmonics up
 /// to the maximum voiced frequency and shaped noise above; noise alone elsewhere. What is our own
-/// is written beside the parts, in parts.h.
+/// is written beside the parts, in parts.h. Needs numeric.
 
 #pragma once
 

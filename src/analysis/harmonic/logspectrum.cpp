@@ -97,8 +97,8 @@ struct kernelrowskernel {
         complexof<Real8> sinc{Real8::load(kernels->sincre), Real8::load(kernels->sincim)};
         complexof<Real8> taper{Real8::load(kernels->taperre), Real8::load(kernels->taperim)};
         for (std::int64_t i = 0; i < count; ++i, rows += vectorlength) {
-            const Real8 quotient = sinc.im / alpha * (1.0 + taper.re) / 2.0;
-            (level * select(alpha == 0.0, Real8::all(1.0), quotient)).store(rows);
+            const Real8 taperedsinc = sinc.im / alpha * (1.0 + taper.re) / 2.0;
+            (level * select(alpha == 0.0, Real8::all(1.0), taperedsinc)).store(rows);
             alpha += kernels->alphastep;
             sinc.rotate(sincstep);
             taper.rotate(taperstep);

@@ -35,7 +35,6 @@ struct sqhabasiskernel {
     template <class Real8>
     [[gnu::always_inline]] static void run(const sqhaarrays *arrays, const double *w,
                                            const double *y, std::size_t h, std::size_t k) {
-        constexpr double sqrthalf = 0.7071067811865476;
         const sqhaarrays &mem = *arrays;
         for (std::size_t column = 0; column < mem.stride; column += vectorlength) {
             const complexof<Real8> step{Real8::load(mem.stepcos + column),
