@@ -157,7 +157,7 @@ class neighbour {
     int create(mode_t mode) {
         constexpr int attempts = 1000;
         for (int i = 0; i < attempts; ++i) {
-            std::snprintf(&path_[path_.size() - 3], 4, "%03d", i);
+            path_.replace(path_.size() - 3, 3, std::to_string(1000 + i), 1, 3);  // i in 3 digits
             const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
             exists_ = file >= 0;
             if (exists_ || errno != EEXIST) return file;
