@@ -147,6 +147,8 @@ class CorpusTest(unittest.TestCase):
             before = {name: content for name, content in results(self.output).items()
                       if f"{WORK}." not in name}
             if status == 130:
+                # The table is that of what was done.
+                self.assertGreaterEqual(len(self.table()), len(before) // 3)
                 self.assertEqual(before, results(self.output), "unfinished files are left")
             self.assertGreaterEqual(len(before), 90)
             self.assertLess(len(before), 3 * len(good))
@@ -259,6 +261,31 @@ sys.exit(commandline.main(""))
         self.assertEqual(run.stdout.count("It changes while it is analysed."), 2)
         self.assertEqual(results(self.folder + "/changing"), {})
 
+    def test_replaced(self):
+        """The table has the newest line of all journals; what fails has no results left."""
+        lengths = {"a": 4000, "b": 4000}
+
+        def replace(name, nsamples):
+            lengths[name] = nsamples
+            write(f"{self.input}/{name}.wav", nsamples)
+            os.utime(f"{self.input}/{name}.wav", (nsamples, nsamples))
+        for name, options in ("a", ()), ("b", ()), ("a", ("--slice", "1/1")), ("b", ()):
+            replace(name, lengths[name] + 800)
+            self.assertEqual(self.run_corpus(*options)[0], 0)
+        rows = self.table()
+        for name, nsamples in lengths.items():
+            self.assertEqual(float(rows[name + ".wav"]["seconds"]), nsamples / 16000)
+        with open(self.input + "/a.wav", "w", encoding="ascii") as file:
+            file.write("no recording at all")
+        self.assertEqual(self.run_corpus()[0], 1)
+        self.assertEqual(sorted(results(self.output)), ["b.lf0", "b.mcc", "b.mvf"])
+        # A journal that somebody has been at.
+        with open(self.output + f"/{WORK}/journal/whole.jsonl", "w", encoding="ascii") as file:
+            file.write("[]\n")
+        status, said = self.run_corpus()
+        self.assertEqual(status, 2)
+        self.assertRegex(said, r"^nalveo16-corpus: .*/whole.jsonl is damaged at byte 0; remove it")
+
     def test_full_disk_and_other_file_systems(self):
         """A write that fails leaves no result; one on another file system is as good."""
         write(self.input + "/there/a.wav", 4000)
@@ -294,6 +321,8 @@ sys.exit(commandline.main(""))
         sox(sample, "wide.ogg", "rate", "22050")
         sox(sample, "left.wav", "remix", "1", "0")
         sox("-D", sample, "rate.wav", "rate", "24000")
+        sox("-n", "-r", "44100", "-b", "16", "loud.wav", "synth", "1", "square", "441",
+            "gain", "-n")
         with open(self.input + "/notes.txt", "w", encoding="ascii") as file:
             file.write("none")
         status, said = self.run_corpus()
@@ -301,6 +330,8 @@ sys.exit(commandline.main(""))
         self.assertIn("Passed over: 1 .ogg, 1 .txt. --convert would take 1 of them.", said)
         status, said = self.run_corpus("--convert")
         self.assertEqual(status, 0, said)
+        self.assertRegex(said, r"loud.wav\n(    .*\n)*    Lowered by 1\.\d+ dB, level and c")
+        self.assertEqual(said.count("Lowered"), 1)
         self.assertIn("left.wav\n    Channel 2 is silent; --channel takes another.", said)
         rows = self.table()
         self.assertEqual((rows["left.wav"]["channels"], rows["left.wav"]["converted"]), ("2", "yes"))
@@ -308,7 +339,7 @@ sys.exit(commandline.main(""))
         loud = float(rows["rate.wav"]["level_db"])
         self.assertAlmostEqual(float(rows["left.wav"]["level_db"]), loud - 6.02, delta=0.1)
         # One channel as it is: the samples of the recording itself.
-        for name in "wide.ogg", "rate.wav":
+        for name in "wide.ogg", "rate.wav", "loud.wav":
             os.remove(os.path.join(self.input, name))
         shutil.rmtree(self.output)
         self.assertEqual(self.run_corpus("--channel", "1")[0], 0)
@@ -342,6 +373,7 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         subprocess.run(["/usr/bin/python3", "-c", code, npz, kinds], check=True)
 
     def test_slices_and_hosts(self):
+        self.input += " {} {.}{#}"  # to GNU parallel, these are not just names
         makegood(self.input, 40)
         # Another machine: this one, by a stand-in for ssh. A user's own settings of GNU parallel
         # have no say.
@@ -395,6 +427,21 @@ assert 110 < np.median(f0[f0 > 0]) < 120
             self.assertIn(f"another run is at work on {os.path.realpath(self.output)}: "
                           f"process {first.pid} on ", said)
             self.assertEqual(status, 2)
+        self.assertEqual(first.returncode, 0)
+        # Slices: of another count none may start, and the one that is named is at work still.
+        shutil.rmtree(self.output)
+        with subprocess.Popen(self.command("--slice", "1/2"), stdout=subprocess.DEVNULL) as first:
+            while not results(self.output):
+                time.sleep(0.002)
+            os.kill(first.pid, signal.SIGSTOP)
+            try:
+                self.assertEqual(self.run_corpus("--slice", "2/2")[0], 0)
+                for options in ("--slice", "1/1"), ("--slice", "3/3"), ():
+                    status, said = self.run_corpus(*options)
+                    self.assertEqual(status, 2)
+                    self.assertRegex(said, f"process {first.pid} on .*, slice 1/2")
+            finally:
+                os.kill(first.pid, signal.SIGCONT)
         self.assertEqual(first.returncode, 0)
 
     def test_what_cannot_be_found(self):

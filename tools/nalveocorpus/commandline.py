@@ -5,13 +5,14 @@ import os
 import re
 import shlex
 import shutil
+import signal
 import sys
 
 import nalveo
 
 from . import hosts, results, settings, state, table
 from .recordings import PLAIN_RATE, Found, Reader
-from .run import Interrupted, Run
+from .run import SIGNALS, Interrupted, Run
 from .settings import NATIVE, Unfit
 
 DESCRIPTION = """\
@@ -84,12 +85,21 @@ def shown(name):
 def main(program):
     """The whole program; `program` is its own path."""
     sys.stdout.reconfigure(errors="replace")
+    for number in SIGNALS:
+        if signal.getsignal(number) != signal.SIG_IGN:
+            signal.signal(number, signal.default_int_handler)
     try:
-        return corpus(program)
+        status = corpus(program)
+        sys.stdout.flush()
+        return status
     except (Unfit, state.Refused) as error:
         print(f"nalveo16-corpus: {error}", file=sys.stderr)
+    except KeyboardInterrupt:
+        return interrupted()
     except BrokenPipeError:
-        raise
+        # Who reads has seen enough; the rest, and what is flushed at the end, goes nowhere.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
     except OSError as error:
         print(f"nalveo16-corpus: {error}", file=sys.stderr)
     return 2
@@ -156,6 +166,7 @@ def corpus(program):
             here.slices(parts)
         names = found.files[part - 1::parts]
         results.remove_remains(target.folders(names) | {output}, args.part is None)
+        results.remove_remains({here.folder}, False)
         known = table.index(here)
         todo = [name for name in names if not fresh(folder, name, known.get(name), target)]
         del known
@@ -172,9 +183,16 @@ def corpus(program):
                 for entry in os.scandir(place) if os.path.isdir(place) else ():
                     if entry.name.startswith(f"{state.TEMPORARY}{mine}."):
                         os.unlink(entry.path)
+            try:
+                table.write(here, found.files, manifest)
+            except OSError as error:
+                print(f"nalveo16-corpus: {error}", file=sys.stderr)
             sys.stdout.flush()
             interrupted()
             os._exit(130)  # threads at work in the library end with the process
+        except Exception as error:  # not even a failure could be written down
+            print(f"nalveo16-corpus: {error}", file=sys.stderr)
+            return 1
         names = todo
     return report(here, found, names, before, folder, target, manifest)
 

@@ -46,10 +46,11 @@ def run(hosts, program, arguments):
     jobs = "".join(f"*{shlex.quote(login)}) jobs='-j {threads}';; "
                    for threads, login in found if threads)
     # The machine's own shell looks up how many threads it is to take.
-    line = (f'jobs=; case "$PARALLEL_SSHLOGIN" in {jobs}esac; '
-            f"{shlex.join([program, *arguments[:2]])} --under $PPID --slice {{}}/{count} $jobs "
-            + shlex.join(arguments[2:]))
-    command += [line, ":::", *map(str, range(1, count + 1))]
+    # Whole lines are handed out, for in a command there would be a meaning to {} in a name.
+    command += [":::"] + [
+        f'jobs=; case "$PARALLEL_SSHLOGIN" in {jobs}esac; '
+        f"{shlex.join([program, *arguments[:2]])} --under $PPID --slice {part}/{count} $jobs "
+        + shlex.join(arguments[2:]) for part in range(1, count + 1)]
     environment = {name: value for name, value in os.environ.items() if name != "PARALLEL"}
     environment["PARALLEL_SHELL"] = "/bin/sh"
     stop = {"preexec_fn": die_with_parent}
@@ -58,7 +59,8 @@ def run(hosts, program, arguments):
             process.send_signal(signal.SIGTERM)
             process.send_signal(signal.SIGTERM)  # the first one would let running slices end
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            signal.signal(number, end)
+            if signal.getsignal(number) != signal.SIG_IGN:
+                signal.signal(number, end)
         status = process.wait()
     return 130 if status < 0 or status > 101 else status
 

@@ -181,13 +181,18 @@ class Reader:
         mixed = ["-c", "1"]
         if self._channel is not None:
             mixed, effects = [], ["remix", str(self._channel), *effects]
-        output, said, status = self._run(*SOX, path, "-t", "raw", "-e", "signed", "-b", str(depth),
-                                         *mixed, "-", *effects)
+        # -V3 has sox tell by how much -G had to lower the level, among much else.
+        output, said, status = self._run(*SOX, "-V3", path, "-t", "raw", "-e", "signed", "-b",
+                                         str(depth), *mixed, "-", *effects)
+        warnings = re.findall("^sox (?:WARN|FAIL) .*$", said, re.M)
         if status or DAMAGED.search(said):
-            raise Wrong(said or f"sox ended with status {status}.")
+            raise Wrong("\n".join(warnings) or said or f"sox ended with status {status}.")
         if not output:
             raise Wrong("It holds no samples.")
-        warnings = said.splitlines()
+        lowered = re.search(r"^sox INFO gain: (\S+?) ?dB not reclaimed", said, re.M)
+        if lowered:
+            warnings.append(f"Lowered by {lowered[1]} dB, level and c(0) with it: it would have "
+                            "clipped in the conversion.")
         if rate < PLAIN_RATE and not native:
             warnings.append(f"Widened from {rate} Hz: there is nothing above {rate // 2} Hz.")
         if channels > 1 and self._channel is None:

@@ -47,6 +47,18 @@ class Results:
             return False
         return True
 
+    def remove(self, name):
+        """Removes the results of a recording; tells of those that cannot be removed."""
+        said = []
+        for path in self.paths(name):
+            try:
+                os.unlink(path)
+            except (FileNotFoundError, NotADirectoryError):
+                pass
+            except OSError as error:
+                said.append(f"An old result could not be removed: {path}: {error.strerror}.")
+        return said
+
     def write(self, name, analysis, source, thread, confirm):
         """Writes all results beside their names, then renames them.
 

@@ -17,6 +17,7 @@ from nalveoplot.recording import Wrong
 
 from . import table
 
+SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 TRIES = 3  # for a recording that changes while it is analysed
 
 
@@ -40,8 +41,9 @@ class Run:
         """Does it all. Raises `Interrupted` after a signal."""
         def stop(*_):
             raise Interrupted
-        before = {number: signal.signal(number, stop)
-                  for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)}
+        # What is ignored, as SIGHUP under nohup, stays so.
+        before = {number: signal.signal(number, stop) for number in SIGNALS
+                  if signal.getsignal(number) != signal.SIG_IGN}
         threads = [threading.Thread(target=self._work, args=(number,), daemon=True)
                    for number in range(self._jobs)]
         bar = Bar(self._count)
@@ -73,7 +75,7 @@ class Run:
                 return
             try:
                 self._recording(name, thread)
-            except OSError as error:
+            except Exception as error:
                 # Not even the failure could be written down.
                 self._broken, self._stopped = error, True
             self.done += 1
@@ -110,8 +112,13 @@ class Run:
                 line["warnings"] = [f"{error.strerror or error}{what}"]
             except MemoryError:
                 line["warnings"] = ["Error: not enough memory to analyse it."]
+            except Exception as error:
+                line["warnings"] = [f"Error: {type(error).__name__}: {error}"]
             break
         if not self._stopped:
+            if line["mtime"] is not None:
+                # Whatever has its names is of another recording, or not whole.
+                line["warnings"] += self._results.remove(name)
             with self._lock:
                 self._state.append(line)
 

@@ -6,7 +6,7 @@ import os
 
 import numpy as np
 
-from .state import own_mark
+from .state import TEMPORARY, own_mark
 
 NAME = "nalveo16-corpus"
 COLUMNS = ("file", "status", "seconds", "rate", "channels", "bits", "converted", "peak_db",
@@ -41,17 +41,22 @@ def decibels(value, factor):
 class Entry:
     """What is kept of a line of a journal: where it is, and what tells whether it still holds."""
 
-    __slots__ = ("path", "offset", "mtime", "size", "stamps", "sizes")
+    __slots__ = ("path", "offset", "turn", "mtime", "size", "stamps", "sizes")
 
     def __init__(self, path, offset, line):
-        self.path, self.offset = path, offset
+        self.path, self.offset, self.turn = path, offset, line.get("turn", 0)
         self.mtime, self.size = line["mtime"], line["size"]
         self.stamps, self.sizes = tuple(line.get("stamps", ())), tuple(line.get("sizes", ()))
 
 
 def index(state):
     """The last entry of every recording, by name."""
-    return {line["file"]: Entry(path, offset, line) for path, offset, line in state.entries()}
+    last = {}
+    for path, offset, line in state.entries():
+        before = last.get(line["file"])
+        if before is None or line.get("turn", 0) >= before.turn:
+            last[line["file"]] = Entry(path, offset, line)
+    return last
 
 
 class Lines:
@@ -79,27 +84,32 @@ def write(state, names, manifest):
         fcntl.flock(lock, fcntl.LOCK_EX)  # the slice that is last sees what all have done
         entries, lines, total = index(state), Lines(), Total()
         stem = os.path.join(state.output, NAME)
-        made = f"{stem}.{own_mark()}"
-        with open(made + ".tsv", "w", encoding="utf-8", errors="surrogateescape") as tsv, open(
-                made + ".json", "w", encoding="ascii") as twin:
-            tsv.write("\t".join(COLUMNS) + "\n")
-            head = json.dumps(manifest, sort_keys=True)
-            twin.write(f'{{"made_with": {head},\n"files": [')
-            comma = "\n"
-            for name in names:
-                if name not in entries:
-                    continue
-                line = lines.read(entries[name])
-                row = {column: line.get(column) for column in COLUMNS}
-                total.add(row)
-                tsv.write("\t".join(map(_cell, row.values())) + "\n")
-                twin.write(comma + json.dumps(row))
-                comma = ",\n"
-            tsv.write("\t".join(map(_cell, total.row().values())) + "\n")
-            twin.write(f'],\n"total": {json.dumps(total.row())}}}\n')
-        lines.close()
-        os.replace(made + ".tsv", stem + ".tsv")
-        os.replace(made + ".json", stem + ".json")
+        made = os.path.join(state.output, f"{TEMPORARY}{own_mark()}")
+        try:
+            with open(made + ".tsv", "w", encoding="utf-8", errors="surrogateescape") as tsv, open(
+                    made + ".json", "w", encoding="ascii") as twin:
+                tsv.write("\t".join(COLUMNS) + "\n")
+                head = json.dumps(manifest, sort_keys=True)
+                twin.write(f'{{"made_with": {head},\n"files": [')
+                comma = "\n"
+                for name in names:
+                    if name not in entries:
+                        continue
+                    line = lines.read(entries[name])
+                    row = {column: line.get(column) for column in COLUMNS}
+                    total.add(row)
+                    tsv.write("\t".join(map(_cell, row.values())) + "\n")
+                    twin.write(comma + json.dumps(row))
+                    comma = ",\n"
+                tsv.write("\t".join(map(_cell, total.row().values())) + "\n")
+                twin.write(f'],\n"total": {json.dumps(total.row())}}}\n')
+            os.replace(made + ".tsv", stem + ".tsv")
+            os.replace(made + ".json", stem + ".json")
+        finally:
+            lines.close()
+            for ending in ".tsv", ".json":
+                if os.path.exists(made + ending):
+                    os.unlink(made + ending)
 
 
 def _cell(value):
