@@ -80,6 +80,11 @@ def _pair(name: str, reference: ArrayLike, test: ArrayLike, ndim: int) -> tuple[
         if not np.isfinite(given).all():
             frame = int(np.argwhere(~np.isfinite(given))[0][0])
             raise ValueError(f"{name} of the {which} is not finite in frame {frame}")
+        if ndim == 1 and (given < 0).any():
+            frame = int(np.argwhere(given < 0)[0][0])
+            raise ValueError(f"{name} of the {which} is {given[frame]:g} in frame {frame}; it must "
+                             "be in Hz, 0 where unvoiced: turn logarithms into Hz with "
+                             "nalveo.f0_from_log")
         pair.append(given)
     first, second = pair
     if abs(len(first) - len(second)) > MOST_DIFFERENT:
@@ -293,11 +298,14 @@ def mvf_rmse(reference: ArrayLike, test: ArrayLike, reference_f0: ArrayLike,
     >>> metrics.mvf_rmse([0, 3000, 3000], [900, 3500, 0], [0, 100, 100], [80, 100, 0])
     500.0
     """
+    for which, bands, f0 in (("reference", reference, reference_f0), ("test", test, test_f0)):
+        if np.shape(bands) != np.shape(f0):
+            raise ValueError(f"mvf and f0 of the {which} have shapes {np.shape(bands)} and "
+                             f"{np.shape(f0)}; they must be of one analysis, one value to one")
     u, v = _pair("mvf", reference, test, 1)
     f, g = _pair("f0", reference_f0, test_f0, 1)
-    n = min(len(u), len(f))
-    both = (f[:n] > 0) & (g[:n] > 0)
-    return _rms(v[:n][both] - u[:n][both])
+    both = (f > 0) & (g > 0)
+    return _rms(v[both] - u[both])
 
 
 def align(reference: ArrayLike, test: ArrayLike, scale: str = "hts") -> tuple[Indices, Indices]:
@@ -337,6 +345,10 @@ def align(reference: ArrayLike, test: ArrayLike, scale: str = "hts") -> tuple[In
     if c.ndim != 2 or d.ndim != 2 or c.shape[1] != d.shape[1] or not len(c) or not len(d):
         raise ValueError(f"the cepstra have shapes {c.shape} and {d.shape}; they must be "
                          "(n, order + 1) and (m, order + 1), with at least one frame each")
+    for which, cepstra in (("reference", c), ("test", d)):
+        if not np.isfinite(cepstra).all():
+            frame = int(np.argwhere(~np.isfinite(cepstra))[0][0])
+            raise ValueError(f"mcep of the {which} is not finite in frame {frame}")
     n, m = len(c), len(d)
     if n * m > 400_000_000:
         raise ValueError(f"{n} and {m} frames are too many to be aligned; cut the recordings into "
@@ -422,6 +434,7 @@ def compare(reference: tuple[ArrayLike, ArrayLike, ArrayLike],
         f, c, u, g, d, v = f[i], c[i], u[i], g[j], d[j], v[j]
     f, g = _pair("f0", f, g, 1)
     c, d = _pair("mcep", c, d, 2)
+    u, v = u[:len(f)], v[:len(f)]
     both, neither = (f > 0) & (g > 0), (f == 0) & (g == 0)
     distortions = _distortions(c, d, scale)
     bands = not (np.isnan(u).all() or np.isnan(v).all())

@@ -166,3 +166,18 @@ def test_alignment_undoes_a_change_of_tempo():
     result = metrics.compare(a, b, dtw=True)
     assert result.frames == 80
     assert result.distortion == result.voicing_error == result.f0_rmse == 0
+
+
+def test_tracks_that_are_none_are_refused():
+    f0, band = np.full(5, 100.0), np.full(5, 3000.0)
+    with pytest.raises(ValueError, match="mvf and f0 of the test"):
+        metrics.mvf_rmse(band, band[:4], f0, f0)
+    with pytest.raises(ValueError, match="mvf and f0 of the reference"):
+        metrics.mvf_rmse(band[:3], band, f0, f0)
+    with pytest.raises(ValueError, match="f0 of the test is -1e.10 in frame 2"):
+        metrics.voicing_error(f0, [100, 100, -1e10, 100, 100])
+    cepstra = np.zeros((4, 3))
+    bad = cepstra.copy()
+    bad[2, 1] = math.nan
+    with pytest.raises(ValueError, match="mcep of the test is not finite in frame 2"):
+        metrics.align(cepstra, bad)

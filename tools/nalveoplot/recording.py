@@ -39,10 +39,15 @@ def escape(text):
 
 
 def read_plain(path):
-    """Samples of a mono 16 kHz 16-bit WAV file, -1 <= x < 1.
+    """Samples of a mono 16 kHz 16-bit WAV file, -1 <= x < 1; takes what the analyser takes."""
+    return read_at_rate(path, (FS,), f"{FS} Hz")[0]
 
-    Takes what the analyser takes: the RIFF size may be wrong and the format have further bytes, but
-    the samples follow it at once, and all of them are there.
+
+def read_at_rate(path, rates, allowed):
+    """Samples of a mono 16-bit WAV file, -1 <= x < 1, and its rate, one of some that words tell.
+
+    The RIFF size may be wrong and the format have further bytes, but the samples follow it at once,
+    and all of them are there.
     """
     try:
         with open(path, "rb") as file:
@@ -57,16 +62,16 @@ def read_plain(path):
         tag, nbytes = struct.unpack_from("<4sI", content, 20 + size)
     except struct.error as error:
         raise Foreign(f"could not open {path}: it ends within its header.") from error
-    if (coding, channels, rate, bits) != (1, 1, FS, 16):
+    if (coding, channels, bits) != (1, 1, 16) or rate not in rates:
         raise Foreign(f"{path} has {channels} channel(s), {rate} Hz, {bits} bits, coding {coding}; "
-                      f"it must be mono, {FS} Hz, 16 bits, coding 1 (PCM).")
+                      f"it must be mono, {allowed}, 16 bits, coding 1 (PCM).")
     if tag != b"data":
         raise Foreign(f"could not open {path}: its samples do not follow the format at once.")
     if nbytes < 2:
         raise Wrong(f"{path} holds no samples.")
     if len(content) < 28 + size + nbytes:
         raise Wrong(f"could not open {path}: it ends before the samples that its header promises.")
-    return np.frombuffer(content, "<i2", nbytes // 2, 28 + size) / 32768.0
+    return np.frombuffer(content, "<i2", nbytes // 2, 28 + size) / 32768.0, rate
 
 
 def read_recording(path):
