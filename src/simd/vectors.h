@@ -415,8 +415,9 @@ template <class Part>
 [[gnu::always_inline]] inline void transpose(real8<Part> (&rows)[vectorlength]) {
     for (std::size_t i = 0; i < 4; ++i)
         vectordetail::exchange<4>(rows[i].values, rows[i + 4].values);
-    for (std::size_t i = 0; i < 8; i += i % 2 == 0 ? 1 : 3)
-        vectordetail::exchange<2>(rows[i].values, rows[i + 2].values);
+    for (std::size_t half = 0; half < 8; half += 4)
+        for (std::size_t i = half; i < half + 2; ++i)
+            vectordetail::exchange<2>(rows[i].values, rows[i + 2].values);
     for (std::size_t i = 0; i < 8; i += 2)
         vectordetail::exchange<1>(rows[i].values, rows[i + 1].values);
 }
