@@ -78,7 +78,7 @@ class noisepart {
             frame[n] = tracks.fade[n] * white[n];
             frame[lframe + n] = (1.0 - tracks.fade[n]) * white[lframe + n];
         }
-        std::fill(frame.begin() + 2 * lframe, frame.end(), 0.0);
+        std::fill(frame.begin() + std::ptrdiff_t{2} * lframe, frame.end(), 0.0);
         const auto size = static_cast<std::int32_t>(nfft);
         fftreal(size, frame.data(), re.data(), im.data());
         for (std::size_t i = 0; i < nbins; ++i) {

@@ -162,7 +162,8 @@ double qhamatrixcreate(double *e, std::uint32_t n, std::uint32_t k, const double
     double *const weighted = e + size.l * size.stride;
     for (std::size_t r = 0; r < size.l; ++r)
         for (std::size_t i = 0; i < size.stride; ++i) {
-            const double t = static_cast<double>(i / 2) - static_cast<double>(size.h);
+            const std::size_t sample = i / 2;  // of real and imaginary part in turn
+            const double t = static_cast<double>(sample) - static_cast<double>(size.h);
             weighted[r * size.stride + i] = e[r * size.stride + i] * t * s / fs;
         }
     return s;
