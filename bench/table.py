@@ -26,13 +26,13 @@ import wave
 
 # Name of the work, files written, options, and the aim in CPU seconds per second of audio.
 ROWS = (
-    ("method 1, three files", 2, ("--ccmeth=1",), 0.0065),
-    ("method 1, four files", 3, ("--ccmeth=1",), 0.0090),
-    ("method 0, four files", 3, ("--ccmeth=0",), 0.0090),
-    ("method 3, four files", 3, ("--ccmeth=3",), 0.0075),
-    ("method 4, four files", 3, ("--ccmeth=4",), 0.0075),
-    ("method 2, four files", 3, ("--ccmeth=2",), 0.12),
-    ("method 1, four files, f0acc=5", 3, ("--ccmeth=1", "--f0acc=5"), 0.040),
+    ("method 1, three files", 2, ("--ccmeth=1",), 0.0020),
+    ("method 1, four files", 3, ("--ccmeth=1",), 0.0029),
+    ("method 0, four files", 3, ("--ccmeth=0",), 0.0036),
+    ("method 3, four files", 3, ("--ccmeth=3",), 0.0025),
+    ("method 4, four files", 3, ("--ccmeth=4",), 0.0027),
+    ("method 2, four files", 3, ("--ccmeth=2",), 0.010),
+    ("method 1, four files, f0acc=5", 3, ("--ccmeth=1", "--f0acc=5"), 0.005),
 )
 SYNTHESIS_AIM = 0.003  # CPU seconds per second of audio
 MEMORY_AIM = 64  # MB for a minute of speech
