@@ -23,9 +23,9 @@
 #include <vector>
 
 #include "analysis/ccanalysis.h"
+#include "analysis/conditioning.h"
 #include "analysis/fvanalysis.h"
 #include "analysis/pitchanalysis.h"
-#include "driver/conditioning.h"
 #include "io/wavm1616io.h"
 #include "numeric/windowing.h"
 

@@ -67,8 +67,8 @@ install(TARGETS nalveoshared EXPORT nalveo
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/nalveo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 # Headers that these include go along.
-set(headers analysis/ccanalysis.h analysis/fvanalysis.h analysis/harmonicanalysis.h
-    analysis/pitchanalysis.h analysis/spectralanalysis.h driver/conditioning.h driver/paramread.h
+set(headers analysis/ccanalysis.h analysis/conditioning.h analysis/fvanalysis.h
+    analysis/harmonicanalysis.h analysis/pitchanalysis.h analysis/spectralanalysis.h
     io/fdoubleio.h io/wavm1616io.h numeric/dft.h numeric/matvect.h numeric/polynom.h
     numeric/windowing.h)
 set(installed)

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "analysis/ccanalysis.h"
+#include "analysis/conditioning.h"
 #include "analysis/fvanalysis.h"
 #include "analysis/pitchanalysis.h"
-#include "driver/conditioning.h"
 #include "nalveo.h"
 #include "synthesis/synthesis.h"
 #include "testsignals.h"

@@ -470,6 +470,8 @@ TEST_F(cli, closedstreamsneverreachanoutput) {
     EXPECT_EQ(shell("\"$0\" in.wav f1 c1 v1 >said; exec \"$0\" in.wav f c v <&- >&- 2>&-"), "");
     EXPECT_NE(get("said"), "");
     EXPECT_TRUE(get("f") == get("f1") && get("c") == get("c1") && get("v") == get("v1"));
+    EXPECT_EQ(shell("\"$0\" in.wav f c 2>&1 >/dev/full; echo $?"),
+              "Error: could not write all messages to standard output.\n255\n");
 }
 
 // 8.4 million frames of 512 values: more than a cepstral matrix can hold.

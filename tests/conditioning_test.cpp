@@ -1,4 +1,4 @@
-#include "driver/conditioning.h"
+#include "analysis/conditioning.h"
 
 #include <gtest/gtest.h>
 

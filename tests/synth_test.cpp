@@ -82,6 +82,7 @@ TEST_F(synth, withoutargumentshelps) {
     for (const char *option :
          {"lframe=80 ", "alpha=0.42 ", "htsscale=1 ", "gain=0 ", "length=0 ", "seed=1 "})
         EXPECT_NE(help.out.find("   --" + std::string(option)), std::string::npos) << option;
+    EXPECT_EQ(run({"--help"}).out, help.out);
 }
 
 TEST_F(synth, tellsitsversion) {

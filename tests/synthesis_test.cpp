@@ -252,7 +252,7 @@ TEST(synthesis, undoesthescalingforhts) {
     for (std::size_t i = 0; i < scaled.cc.size(); ++i)
         scaled.cc[i] = i % 3 == 0 ? scaled.cc[i] + 5.0 : 2.0 * scaled.cc[i];
     reals x(1600);
-    nalveo::synthesise(scaled.view(), {}, x.size(), x.data());
+    nalveo::synthesise(scaled.view(), {testfs, 80, 0.42, true, 1}, x.size(), x.data());
     EXPECT_EQ(x, speech(plain));
 }
 

@@ -16,7 +16,6 @@ using namespace nalveo;
 namespace {
 
 constexpr double largest = std::numeric_limits<double>::max();
-constexpr double unvoicedlog = -1e10;
 
 // Factor between an end of an island and its voiced neighbour, at least 1 whichever is higher.
 double jumpratio(double island, double neighbour) {
@@ -74,12 +73,12 @@ int elimislands(std::uint32_t nframes, double *f0, std::uint32_t lframe, double 
 
 int f02logf0(std::uint32_t nframes, double *track) {
     for (std::size_t k = 0; k < nframes; ++k)
-        track[k] = track[k] > 0.0 ? logarithm(track[k]) : unvoicedlog;
+        track[k] = track[k] > 0.0 ? logarithm(track[k]) : unvoicedlogf0;
     return 0;
 }
 
 int logf02f0(std::uint32_t nframes, double *track) {
     for (std::size_t k = 0; k < nframes; ++k)
-        track[k] = track[k] > unvoicedlog ? exponential(track[k]) : 0.0;
+        track[k] = track[k] > unvoicedlogf0 ? exponential(track[k]) : 0.0;
     return 0;
 }

@@ -103,10 +103,17 @@ int refinepitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, s
                 std::uint32_t nframes, std::uint32_t iterations, double *f0, const double *fv,
                 double fs, double f0min, double f0max);
 
-/// Turns a track from Hz to natural logarithms, in place: -1e10 for everything not above 0.
+namespace nalveo {
+
+/// What stands for unvoiced in a track of natural logarithms, as does anything below.
+constexpr double unvoicedlogf0 = -1e10;
+
+}  // namespace nalveo
+
+/// Turns a track from Hz to natural logarithms, in place: unvoicedlogf0 for everything not above 0.
 /// Returns 0.
 int f02logf0(std::uint32_t nframes, double *track);
 
-/// Turns a track from natural logarithms to Hz, in place: 0 for everything not above -1e10.
-/// Returns 0.
+/// Turns a track from natural logarithms to Hz, in place: 0 for everything not above
+/// unvoicedlogf0. Returns 0.
 int logf02f0(std::uint32_t nframes, double *track);

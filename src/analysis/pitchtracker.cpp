@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "analysis/autocorrelation.h"
+#include "analysis/defaults.h"
 #include "analysis/pitchanalysis.h"
 #include "analysis/pitchpath.h"
 #include "numeric/aligned.h"
@@ -151,8 +152,8 @@ double analyseframe(const trackersetup &t, const double *signal, std::uint32_t n
 int getpitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
              std::uint32_t nframes, double *f0, double fs, double f0min, double f0max) {
     if (nframes == 0) return 0;
-    if (!(f0min > 0.0)) f0min = 60.0;
-    if (!(f0max > f0min)) f0max = 500.0;
+    if (!(f0min > 0.0)) f0min = defaultf0min;
+    if (!(f0max > f0min)) f0max = defaultf0max;
 
     const std::unique_ptr<double[], decltype(&std::free)> filtered(applyfftfilter(waveform, n, fs),
                                                                    std::free);

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "analysis/ccanalysis.h"
+#include "analysis/conditioning.h"
 #include "analysis/fvanalysis.h"
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
 #include "capi/settings.h"
-#include "driver/conditioning.h"
 #include "nalveo.h"
 #include "numeric/aligned.h"
 #include "numeric/products.h"
@@ -57,16 +57,6 @@ bool allwithin(const double *values, std::size_t n, double lowest, double highes
     return std::all_of(values, values + n, [=](double v) { return v >= lowest && v <= highest; });
 }
 
-bool hasrun(const double *samples, std::size_t n, std::size_t longest) {
-    std::size_t begin = 0;
-    for (std::size_t i = 1; i <= n; ++i) {
-        if (i < n && samples[i] == samples[begin]) continue;
-        if (i - begin > longest) return true;
-        begin = i;
-    }
-    return false;
-}
-
 // One call on a signal: its settings, its frames, its samples with digital silence filled. The
 // noise begins anew with every call.
 class call {
@@ -77,7 +67,8 @@ class call {
         const int code = readgrid(options, nsamples, &settings_, &nframes_);
         expect(code == NALVEO_OK, code);
         expect(allwithin(samples, nsamples, -1.0, 1.0), NALVEO_BAD_SAMPLE);
-        if (settings_.zfill == 0 || !hasrun(samples, nsamples, settings_.zfill)) return;
+        if (settings_.zfill == 0) return;
+        if (findrun(samples, 0, nsamples_, settings_.zfill).length == 0) return;
         filled_.assign(samples, samples + nsamples);
         noisesource noise;
         fillzeros(filled_.data(), nsamples_, settings_.zfill, noise);

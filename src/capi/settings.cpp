@@ -7,10 +7,12 @@
 #include <limits>
 
 #include "analysis/ccanalysis.h"
+#include "analysis/defaults.h"
 #include "analysis/harmonicanalysis.h"
 #include "numeric/elementary.h"
 #include "numeric/phasor.h"
 #include "numeric/windowing.h"
+#include "synthesis/synthesis.h"
 
 namespace nalveo {
 
@@ -22,17 +24,20 @@ constexpr double defaultshift = 0.005;  // s
 constexpr std::size_t firstsize = 64;   // bytes of the first version of the options
 constexpr std::size_t mostsamples = NALVEO_MOST_SAMPLES;
 
+static_assert(NALVEO_HIGHEST_ORDER == highestorder && NALVEO_MOST_REFINE == mostrefinements &&
+              NALVEO_MOST_SYNTHESIS_SHIFT == longestshift);
+
 constexpr nalveo_options defaults{
     .size = sizeof(nalveo_options),
     .frame_shift = 0,
     .fs = 16000.0,
-    .f0_floor = 60.0,
-    .f0_ceil = 500.0,
+    .f0_floor = defaultf0min,
+    .f0_ceil = defaultf0max,
     .alpha = NALVEO_MEL_ALPHA,
-    .order = 39,
+    .order = defaultccord,
     .method = NALVEO_RDC,
     .refine = 0,
-    .zfill = 160,
+    .zfill = defaultzfill,
     .hts_scale = 1,
     .f0_given = 0,
 };

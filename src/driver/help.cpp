@@ -1,5 +1,7 @@
 #include "driver/help.h"
 
+#include <nalveo.h>  // in quotes it would be the driver's own header of that name
+
 #include <cstddef>
 #include <cstdio>
 #include <string>
@@ -8,9 +10,10 @@
 #include "driver/indexlist.h"
 #include "driver/settings.h"
 
+const char *const nalveo::version = NALVEO_VERSION;
+
 namespace {
 
-constexpr const char *version = "0.99";
 constexpr std::size_t boxwidth = 73;
 
 constexpr std::string_view notice[] = {
@@ -70,7 +73,7 @@ int plothelp(const char *path) {
     std::puts("");
     printbox();
     std::puts("");
-    std::printf("  === NALVEO16 v%s ===\n", version);
+    std::printf("  === NALVEO16 v%s ===\n", nalveo::version);
     std::puts("");
     std::puts("  Speech analyser for vocoders and statistical synthesis.");
     std::puts("  Written by the nalveo16 authors; see the licence in the source code.");

@@ -2,6 +2,13 @@
 
 #pragma once
 
+namespace nalveo {
+
+/// Version of the programs, as "0.99".
+extern const char *const version;
+
+}  // namespace nalveo
+
 /// Prints that the arguments are wrong and how to get help. Returns 0.
 ///
 /// \param[in] path  path of the program

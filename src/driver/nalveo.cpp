@@ -11,15 +11,16 @@
 #include <vector>
 
 #include "analysis/ccanalysis.h"
+#include "analysis/conditioning.h"
+#include "analysis/defaults.h"
 #include "analysis/fvanalysis.h"
 #include "analysis/harmonicanalysis.h"
 #include "analysis/pitchanalysis.h"
-#include "driver/conditioning.h"
 #include "driver/filenames.h"
 #include "driver/help.h"
 #include "driver/indexlist.h"
-#include "driver/logf0range.h"
-#include "driver/paramread.h"
+#include "driver/program.h"
+#include "driver/ranges.h"
 #include "driver/settings.h"
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
@@ -29,9 +30,8 @@
 namespace nalveo {
 namespace {
 
-constexpr double samplerate = 16000.0;  // Hz; the reader takes no other
+constexpr double samplerate = wavrate;
 constexpr int failurestatus = -1;
-constexpr std::uint32_t mostrefinements = 5;
 
 // What a run carries from one file to the next: the noise, which goes on so that no two files get
 // the same, and the number of analyses to time, which the first file that gets that far uses up.
@@ -208,24 +208,15 @@ int nalveomain(int argc, char **argv) {
         argcerror(program);
         return failurestatus;
     }
-    // File names come first, options after them. What is in the options' place and is not read as
-    // an option is an error.
-    char **const options =
-        std::find_if(argv, argv + argc, [](const char *a) { return isparam(a) == 1; });
-    const auto positional = options - argv;
-    const auto noptions = static_cast<std::uint32_t>(argc - positional);
-    const settings set = readsettings(noptions, options);
+    const arguments given = splitarguments(argc, argv);
+    const settings set = readsettings(given.noptions, given.options);
     if (set.indlist != nullptr && strnumdiagnose(set.indlist) != 0) {
         std::puts("Error: bad formatted indlist.");
         return failurestatus;
     }
-    if (!checkleasts(set)) return failurestatus;
-    if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
-        argcerror(program);
+    if (!checkleasts(set) || !checkarguments(given, program) || !checkranges(set))
         return failurestatus;
-    }
-    if (!checkranges(set)) return failurestatus;
-    const filenames names{argv[1], argv[2], argv[3], positional == 5 ? argv[4] : nullptr};
+    const filenames names{argv[1], argv[2], argv[3], given.nnames == 5 ? argv[4] : nullptr};
     runstate state{{}, set.cctimeit};
     if (set.indlist == nullptr) return analyseguarded(set, names, &state);
     if (!checkindexfields(names)) return failurestatus;

@@ -3,16 +3,14 @@
 #include <limits>
 #include <string>
 
-#include "driver/numbertext.h"
-#include "driver/optionrange.h"
 #include "driver/paramread.h"
+#include "driver/ranges.h"
 
 namespace nalveo {
 namespace {
 
 // What lies outside these would divide by zero, overflow or never end.
 constexpr int shortestshift = 1;        // samples
-constexpr int highestorder = 511;       // envelopes have 513 points: a cepstrum says no more
 constexpr double lowestsearched = 1.0;  // Hz; below it, one pitch window takes megabytes and more
 
 std::string orderrange() { return "from 0 to " + numbertext(highestorder); }
@@ -42,12 +40,12 @@ bool checkleasts(const settings &set) {
            checkoption(set.ccord >= 0, "ccord", set.ccord, orderrange());
 }
 
-// Not-a-number fails every comparison, so each is written to hold for what is allowed.
 bool checkranges(const settings &set) {
     constexpr double infinite = std::numeric_limits<double>::infinity();
-    const double f0min = set.f0min, f0max = set.f0max, alpha = set.alpha;
-    return checkoption(set.ccord <= highestorder, "ccord", set.ccord, orderrange()) &&
-           checkoption(alpha > -1.0 && alpha < 1.0, "alpha", alpha, "above -1 and below 1") &&
+    const double f0min = set.f0min, f0max = set.f0max;
+    return checkoption(set.ccord <= static_cast<int>(highestorder), "ccord", set.ccord,
+                       orderrange()) &&
+           checkalpha(set.alpha) &&
            checkoption(f0min <= 0.0 || (f0min >= lowestsearched && f0min < infinite), "f0min",
                        f0min, "at least " + numbertext(lowestsearched) + ", or 0 or less for 60") &&
            checkoption(f0max < infinite, "f0max", f0max, "a finite number") &&

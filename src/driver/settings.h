@@ -4,22 +4,24 @@
 
 #include <cstdint>
 
+#include "analysis/defaults.h"
+
 namespace nalveo {
 
 /// Values of all options, here with their defaults. An option and its field have one name,
 /// and so has the argument of the routine that takes the value (refinepitch calls f0acc
 /// iterations); f0load, htsscale, cctimeit and indlist steer the driver itself.
 struct settings {
-    double f0min = 60.0;            // lowest f0 searched, Hz; 0 or below stands for 60
-    double f0max = 500.0;           // highest f0 searched, Hz; f0min or below stands for 500
-    double alpha = 0.42;            // warping factor of the cepstra
-    int lframe = 80;                // frame shift, samples
-    int ccord = 39;                 // order of the cepstra
+    double f0min = defaultf0min;    // lowest f0 searched, Hz; 0 or below stands for 60
+    double f0max = defaultf0max;    // highest f0 searched, Hz; f0min or below stands for 500
+    double alpha = defaultalpha;    // warping factor of the cepstra
+    int lframe = defaultlframe;     // frame shift, samples
+    int ccord = defaultccord;       // order of the cepstra
     int f0load = 0;                 // not 0: log f0 is read, not estimated
     int ccmeth = 1;                 // cepstral method; its low 8 bits count
     int f0acc = 0;                  // refinements of f0; 0 none, as unsigned 5 at most
     int htsscale = 1;               // 1: cepstra are scaled for HTS
-    int zfill = 160;                // longest run of equal samples without noise; 0: no noise
+    int zfill = defaultzfill;       // longest run of equal samples without noise; 0: no noise
     int cctimeit = 0;               // not 0: as many cepstral analyses of the first file, timed
     const char *indlist = nullptr;  // index list; null for a single file
 };

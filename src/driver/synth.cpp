@@ -1,27 +1,25 @@
 #include "driver/synth.h"
 
-#include <nalveo.h>  // in quotes it would be the driver's own header of that name
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "analysis/defaults.h"
 #include "analysis/pitchanalysis.h"
 #include "driver/filenames.h"
 #include "driver/help.h"
 #include "driver/indexlist.h"
-#include "driver/logf0range.h"
-#include "driver/numbertext.h"
-#include "driver/optionrange.h"
 #include "driver/paramread.h"
+#include "driver/program.h"
+#include "driver/ranges.h"
 #include "io/binaryfile.h"
 #include "io/fdoubleio.h"
 #include "io/wavm1616io.h"
@@ -31,21 +29,20 @@
 namespace nalveo {
 namespace {
 
-constexpr double samplerate = 16000.0;  // Hz
+constexpr double samplerate = wavrate;
 constexpr int failurestatus = -1;
-constexpr std::uint32_t highestorder = 511;  // of the analyser's cepstra
 constexpr double highestseed = 2147483647.0;
 constexpr double largestgain = 100.0;  // dB
 constexpr double fullscale = 32767.0 / 32768.0;
 
 // Values of all options, here with their defaults.
 struct synthoptions {
-    double alpha = 0.42;  // warping factor of the cepstra
-    double gain = 0.0;    // dB
-    int lframe = 80;      // frame shift, samples
-    int htsscale = 1;     // 1: the cepstra are scaled for HTS
-    double seed = 1.0;    // of the noise, a whole number
-    int length = 0;       // samples of the waveform; 0: all that the tracks have something for
+    double alpha = defaultalpha;  // warping factor of the cepstra
+    double gain = 0.0;            // dB
+    int lframe = defaultlframe;   // frame shift, samples
+    int htsscale = 1;             // 1: the cepstra are scaled for HTS
+    double seed = 1.0;            // of the noise, a whole number
+    int length = 0;  // samples of the waveform; 0: all that the tracks have something for
 };
 
 synthoptions readoptions(std::uint32_t count, char **list) {
@@ -59,13 +56,11 @@ synthoptions readoptions(std::uint32_t count, char **list) {
     return set;
 }
 
-// Not-a-number fails every comparison, so each is written to hold for what is allowed.
 bool checkranges(const synthoptions &set) {
     const int most = static_cast<int>(longestshift);
     return checkoption(set.lframe >= 1 && set.lframe <= most, "lframe", set.lframe,
                        "from 1 to " + numbertext(most)) &&
-           checkoption(set.alpha > -1.0 && set.alpha < 1.0, "alpha", set.alpha,
-                       "above -1 and below 1") &&
+           checkalpha(set.alpha) &&
            checkoption(std::abs(set.gain) <= largestgain, "gain", set.gain,
                        "from " + numbertext(-largestgain) + " to " + numbertext(largestgain)) &&
            checkoption(
@@ -231,26 +226,20 @@ bool synthesisefile(const synthoptions &set, const filenames &names) {
 
 int synthmain(int argc, char **argv) {
     const char *const program = argc > 0 ? argv[0] : "nalveo16-synth";
-    if (argc < 2) {
+    const std::string_view alone = argc == 2 ? argv[1] : "";
+    if (argc < 2 || alone == "--help") {
         printhelp(program);
         return 0;
     }
-    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-        std::puts("nalveo16-synth " NALVEO_VERSION);
+    if (alone == "--version") {
+        std::printf("nalveo16-synth %s\n", version);
         return 0;
     }
-    char **const options =
-        std::find_if(argv, argv + argc, [](const char *a) { return isparam(a) == 1; });
-    const auto positional = options - argv;
-    const auto noptions = static_cast<std::uint32_t>(argc - positional);
-    const synthoptions set = readoptions(noptions, options);
-    if (unreadparams(noptions, options) == 1 || positional < 4 || positional > 5) {
-        argcerror(program);
-        return failurestatus;
-    }
-    if (!checkranges(set)) return failurestatus;
-    const filenames names{argv[positional - 1], argv[1], argv[2],
-                          positional == 5 ? argv[3] : nullptr};
+    const arguments given = splitarguments(argc, argv);
+    const synthoptions set = readoptions(given.noptions, given.options);
+    if (!checkarguments(given, program) || !checkranges(set)) return failurestatus;
+    const filenames names{argv[given.nnames - 1], argv[1], argv[2],
+                          given.nnames == 5 ? argv[3] : nullptr};
     try {
         return synthesisefile(set, names) ? 0 : failurestatus;
     } catch (const std::bad_alloc &) {

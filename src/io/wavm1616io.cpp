@@ -51,11 +51,10 @@ bool skip(std::FILE *file, std::uint32_t count) {
 bool readformat(std::FILE *file) {
     std::uint32_t size = 0;
     return readtag(file, "fmt ") && readfield(file, &size) && size >= plainformatsize &&
-           readexpected<std::uint16_t>(file, 1) &&      // PCM
-           readexpected<std::uint16_t>(file, 1) &&      // channels
-           readexpected<std::uint32_t>(file, 16000) &&  // Hz
-           skip(file, 4 + 2) &&                         // byte rate, block align
-           readexpected<std::uint16_t>(file, 16) &&     // bits
+           readexpected<std::uint16_t>(file, 1) &&              // PCM
+           readexpected<std::uint16_t>(file, 1) &&              // channels
+           readexpected(file, wavrate) && skip(file, 4 + 2) &&  // byte rate, block align
+           readexpected<std::uint16_t>(file, 16) &&             // bits
            skip(file, size - plainformatsize);
 }
 
@@ -116,12 +115,12 @@ std::uint32_t nalveo::wavwritem1616(const char *path, const double *samples, std
     appendtag("WAVE");
     appendtag("fmt ");
     append(plainformatsize);
-    append(std::uint16_t{1});      // PCM
-    append(std::uint16_t{1});      // channels
-    append(std::uint32_t{16000});  // Hz
-    append(std::uint32_t{32000});  // bytes per second
-    append(std::uint16_t{2});      // bytes per sample of all channels
-    append(std::uint16_t{16});     // bits
+    append(std::uint16_t{1});  // PCM
+    append(std::uint16_t{1});  // channels
+    append(wavrate);
+    append(2 * wavrate);        // bytes per second
+    append(std::uint16_t{2});   // bytes per sample of all channels
+    append(std::uint16_t{16});  // bits
     appendtag("data");
     append(std::uint32_t{2 * count});
     for (std::uint32_t k = 0; k < count; ++k)

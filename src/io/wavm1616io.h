@@ -5,6 +5,13 @@
 
 #include <cstdint>
 
+namespace nalveo {
+
+/// Sample rate of all files, Hz.
+constexpr std::uint32_t wavrate = 16000;
+
+}  // namespace nalveo
+
 /// Reads a whole WAV file.
 ///
 /// The file must be RIFF/WAVE with the "fmt " chunk first and the "data" chunk right after it. The

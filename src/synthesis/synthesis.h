@@ -23,11 +23,11 @@ struct speechtracks {
 };
 
 struct synthesissettings {
-    double fs = 16000.0;        // Hz
-    std::uint32_t lframe = 80;  // frame shift in samples, 1 .. longestshift
-    double alpha = 0.42;        // warping parameter of the cepstra, above -1 and below 1
-    bool htsscale = true;       // the cepstra are scaled for HTS
-    std::uint64_t seed = 1;     // of the noise
+    double fs;             // Hz
+    std::uint32_t lframe;  // frame shift in samples, 1 .. longestshift
+    double alpha;          // warping parameter of the cepstra, above -1 and below 1
+    bool htsscale;         // the cepstra are scaled for HTS
+    std::uint64_t seed;    // of the noise
 };
 
 constexpr double lowestsynthesised = 14.0;       // Hz; lower voices would have too many harmonics

@@ -1,4 +1,4 @@
-#include "driver/conditioning.h"
+#include "analysis/conditioning.h"
 
 #include <cmath>
 
@@ -25,6 +25,16 @@ std::uint32_t defaultrandom::next() {
     return value >> 1;
 }
 
+samplerun findrun(const double *samples, std::uint32_t begin, std::uint32_t nsamples,
+                  std::uint32_t longest) {
+    for (std::uint32_t end; begin < nsamples; begin = end) {
+        end = begin + 1;
+        while (end < nsamples && samples[end] == samples[begin]) ++end;
+        if (end - begin > longest) return {begin, end - begin};
+    }
+    return {};
+}
+
 }  // namespace nalveo
 
 int fillzeros(double *waveform, std::uint32_t nsamples, std::uint32_t zfill,
@@ -32,19 +42,14 @@ int fillzeros(double *waveform, std::uint32_t nsamples, std::uint32_t zfill,
     constexpr double level = 1.3 / 32768.0;
     if (zfill == 0) return 0;
     int filled = 0;
-    std::uint32_t run = 1;
-    for (std::uint32_t i = 1; i <= nsamples; ++i) {
-        if (i < nsamples && waveform[i] == waveform[i - 1]) {
-            ++run;
-            continue;
-        }
-        if (run > zfill) {
-            addwhitenoise(waveform + (i - run), run, level, noise);
-            filled = 1;
-        }
-        run = 1;
+    std::uint32_t begin = 0;
+    for (;;) {
+        const nalveo::samplerun run = nalveo::findrun(waveform, begin, nsamples, zfill);
+        if (run.length == 0) return filled;
+        addwhitenoise(waveform + run.begin, run.length, level, noise);
+        begin = run.begin + run.length;
+        filled = 1;
     }
-    return filled;
 }
 
 int addwhitenoise(double *samples, std::uint32_t count, double level, nalveo::noisesource &noise) {

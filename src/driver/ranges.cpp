@@ -1,11 +1,14 @@
-#include "driver/logf0range.h"
+#include "driver/ranges.h"
 
 #include <algorithm>
-#include <cstdio>
 
-#include "driver/numbertext.h"
+#include "analysis/pitchanalysis.h"
 
 namespace nalveo {
+
+bool checkalpha(double alpha) {
+    return checkoption(alpha > -1.0 && alpha < 1.0, "alpha", alpha, "above -1 and below 1");
+}
 
 bool checklogf0(const char *path, const double *values, std::uint32_t nframes) {
     const double *const bad = std::find_if_not(values, values + nframes, [](double v) {

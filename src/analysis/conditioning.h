@@ -35,6 +35,16 @@ struct noisesource {
     double e2 = 0.0;    // second value of the pair
 };
 
+/// A run of equal samples; of length 0 where there is none.
+struct samplerun {
+    std::uint32_t begin = 0;
+    std::uint32_t length = 0;
+};
+
+/// First run of more than `longest` equal samples among begin .. nsamples - 1.
+samplerun findrun(const double *samples, std::uint32_t begin, std::uint32_t nsamples,
+                  std::uint32_t longest);
+
 }  // namespace nalveo
 
 /// Adds faint noise to long runs of equal samples, of whatever value: digital silence would have no
