@@ -47,6 +47,26 @@ TEST(spectralpeaks, arethoseofaplainsearch) {
     EXPECT_GT(none, 100);
 }
 
+TEST(spectralpeaks, tellwhereroundingoflogarithmsmaydecide) {
+    // Powers with maxima in bins 2, 4 and 6, of which one bin gets another value.
+    const auto clearwith = [](std::size_t bin, double value, double scale = 1.0) {
+        std::vector<double> power = {1, 2, 4, 3, 5, 2, 7, 1, 0};
+        const std::size_t last = power.size() - 1;
+        power[bin] = value;
+        for (double &p : power) p *= scale;
+        power.resize(last + 1 + vectorlength);
+        peakbands bands;
+        bands.begin(1);
+        for (const std::uint32_t edge : {3u, 7u}) bands.add(edge);
+        return findpeaks(power.data(), last, bands);
+    };
+    EXPECT_TRUE(clearwith(1, 2.0));
+    EXPECT_FALSE(clearwith(1, 2.0, 1e-300));
+    EXPECT_FALSE(clearwith(1, 4.0 * (1.0 - 1e-15)));  // beside the maximum
+    EXPECT_FALSE(clearwith(4, 7.0 * (1.0 + 1e-15)));  // another maximum in the band
+    EXPECT_TRUE(clearwith(2, 7.0 * (1.0 + 1e-15)));   // in another band
+}
+
 // Transform of the Hann window, by its formula, which at its poles has the limits 1 and 1/2.
 long double hannline(long double t) {
     constexpr long double pi = 3.141592653589793238462643L;

@@ -46,6 +46,13 @@ struct bandframe {
           spacing(fs / nfft),
           halfband(
               static_cast<std::uint32_t>(std::min(std::floor(0.5 * f0 / spacing), 0.5 * nfft))) {}
+
+    // Upper edge of the band of harmonic h, Hz, and the bin nearest to the harmonic itself.
+    double edgeabove(std::size_t h) const { return (static_cast<double>(h) + 0.5) * f0; }
+    std::uint32_t nearestbin(std::size_t h) const {
+        const double harmonic = edgeabove(h) - 0.5 * f0;
+        return static_cast<std::uint32_t>(std::floor(harmonic / spacing + 0.5));
+    }
 };
 
 // Hann window of peak 2: cos(pi i / a) + 1, i = -a .. a. Each cosine is made by itself: a frame
@@ -65,8 +72,10 @@ struct fvscratch {
     alignedreals signal;  // [nfft]
     alignedreals re;      // [nfft + 1] the upper half of the bins only as far as used
     alignedreals im;
-    alignedreals level;             // [nfft / 2 + 1] logarithms of powers, and a vector more
+    alignedreals power;             // [nfft / 2 + 1] and a vector more
+    alignedreals logpower;          // the same; filled where the search for peaks needs it
     peakbands bands;                // one per harmonic
+    std::vector<double> levels;     // three per harmonic: log powers around its peak
     linebatch lines;                // of the harmonics that are kept
     std::vector<double> frequency;  // one per harmonic kept, Hz
     std::vector<double> voicing;    // one each: probability that it is voiced
@@ -77,11 +86,12 @@ struct fvscratch {
         : signal(largest.nfft),
           re(std::size_t{largest.nfft} + 1),
           im(re.size()),
-          level(largest.nfft / 2 + 1 + vectorlength) {}
+          power(largest.nfft / 2 + 1 + vectorlength),
+          logpower(power.size()) {}
 };
 
 // Hann-windowed frame with its centre at time 0, so that a sinusoid's line has one phase
-// throughout, transformed; then its log power.
+// throughout, transformed; then its power.
 void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const bandframe &frame,
                   fvscratch &scratch) {
     const double *const window = scratch.windows.get(frame.lwin);
@@ -97,8 +107,7 @@ void loadspectrum(const double *x, std::uint32_t n, std::uint32_t centre, const 
     double *const re = scratch.re.data();
     double *const im = scratch.im.data();
     fftreal(static_cast<std::int32_t>(frame.nfft), signal, re, im);
-    powerspectrum(half + 1, re, im, scratch.level.data());
-    logarithms(scratch.level.data(), half + 1);
+    powerspectrum(half + 1, re, im, scratch.power.data());
     // The line of a harmonic close to fs / 2 reaches beyond.
     for (std::size_t i = 1; i <= frame.halfband; ++i) {
         re[half + i] = re[half - i];
@@ -112,16 +121,39 @@ struct spectralpeak {
     double frequency;
 };
 
-// Peak of a harmonic: the vertex at the bin that was found or, without one, the bin nearest to the
+// Harmonics are the highest peaks of the log spectrum. They are those of the powers, too, but where
+// powers differ by so little that logarithms are to decide: those of the spectrum of a click do.
+void findharmonicpeaks(std::size_t half, fvscratch &scratch) {
+    if (findpeaks(scratch.power.data(), half, scratch.bands)) return;
+    double *const logpower = scratch.logpower.data();
+    std::copy_n(scratch.power.data(), half + 1, logpower);
+    logarithms(logpower, half + 1);
+    findpeaks(logpower, half, scratch.bands);
+}
+
+// Log powers around the peak of every harmonic, the only ones that are needed.
+void takelevels(const bandframe &frame, fvscratch &scratch) {
+    const peakbands &bands = scratch.bands;
+    scratch.levels.resize(3 * bands.count);
+    for (std::size_t h = 0; h < bands.count; ++h) {
+        const std::size_t bin = bands.peaks[h] != 0 ? bands.peaks[h] : frame.nearestbin(h + 1);
+        std::copy_n(scratch.power.data() + bin - 1, 3, scratch.levels.data() + 3 * h);
+    }
+    logarithms(scratch.levels.data(), scratch.levels.size());
+}
+
+// Peak of harmonic h: the vertex at the bin that was found or, without one, the bin nearest to the
 // harmonic itself.
-spectralpeak peakof(std::uint32_t bin, double harmonic, double spacing, const double *level) {
+spectralpeak peakof(std::size_t h, const bandframe &frame, const fvscratch &scratch) {
+    const std::uint32_t bin = scratch.bands.peaks[h - 1];
+    const double *const levels = scratch.levels.data() + 3 * (h - 1);
     if (bin == 0) {
-        const auto nearest = static_cast<std::uint32_t>(std::floor(harmonic / spacing + 0.5));
-        return {nearest, level[nearest], nearest * spacing};
+        const std::uint32_t nearest = frame.nearestbin(h);
+        return {nearest, levels[1], nearest * frame.spacing};
     }
     parabola p;
-    parabfit(level + bin - 1, &p);
-    return {bin, parabexty(&p), (bin + parabextx(&p)) * spacing};
+    parabfit(levels, &p);
+    return {bin, parabexty(&p), (bin + parabextx(&p)) * frame.spacing};
 }
 
 // Finds the harmonics that are worth a look, in order: their frequencies and lines.
@@ -130,10 +162,10 @@ void findharmonics(const bandframe &frame, const linegrid &grid, fvscratch &scra
     // An f0 beyond the spectrum has a first band beyond it, and none that is searched.
     bands.begin(static_cast<std::uint32_t>(
         std::min(std::ceil(0.5 * frame.f0 / frame.spacing), 1.0 * frame.nfft)));
-    const auto edgeabove = [&](std::size_t h) { return (static_cast<double>(h) + 0.5) * frame.f0; };
-    for (std::size_t h = 1; edgeabove(h) < grid.fs / 2.0; ++h)
-        bands.add(static_cast<std::uint32_t>(std::ceil(edgeabove(h) / frame.spacing)));
-    findpeaks(scratch.level.data(), frame.nfft / 2, bands);
+    for (std::size_t h = 1; frame.edgeabove(h) < grid.fs / 2.0; ++h)
+        bands.add(static_cast<std::uint32_t>(std::ceil(frame.edgeabove(h) / frame.spacing)));
+    findharmonicpeaks(frame.nfft / 2, scratch);
+    takelevels(frame, scratch);
 
     scratch.frequency.clear();
     scratch.lines.clear();
@@ -146,9 +178,8 @@ void findharmonics(const bandframe &frame, const linegrid &grid, fvscratch &scra
     constexpr double none = -std::numeric_limits<double>::max();
     spectralpeak previous{0, none, 0.0};
     bool pending = false;  // whether the predecessor is a harmonic as far as can be seen
-    for (std::size_t h = 0; h < bands.count; ++h) {
-        const spectralpeak peak = peakof(bands.peaks[h], edgeabove(h + 1) - 0.5 * frame.f0,
-                                         frame.spacing, scratch.level.data());
+    for (std::size_t h = 1; h <= bands.count; ++h) {
+        const spectralpeak peak = peakof(h, frame, scratch);
         if (pending && !(previous.height < peak.height - peakdrop)) keep(previous);
         pending = previous.height - peakdrop <= peak.height;
         previous = peak;

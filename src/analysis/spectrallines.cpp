@@ -23,32 +23,55 @@ template <class Real8, class Index>
     return v;
 }
 
-// Keeps the levels of local maxima among bins 1 .. last - 1 and puts the lowest number elsewhere.
+// Powers that differ by more than this part of them and this much have logarithms in one order with
+// them: those of logarithms() are right to a unit in the last place, some 1e-13 here at most.
+constexpr double relativemargin = 1e-12;
+constexpr double absolutemargin = 1e-290;
+
+// Keeps the powers of local maxima among bins 1 .. last - 1 and puts the lowest number elsewhere.
+// Returns whether all bins are clearly above or below their higher neighbour.
 struct maximakernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(const double *level, std::size_t last, double *peaks) {
+    [[gnu::always_inline]] static bool run(const double *power, std::size_t last, double *peaks) {
+        const Real8 farthest = Real8::all(std::numeric_limits<double>::max());
+        Real8 closest = farthest;
         for (std::size_t i = 1; i < last; i += vectorlength) {
-            const Real8 before = Real8::load(level + i - 1);
-            const Real8 middle = Real8::load(level + i);
-            const Real8 after = Real8::load(level + i + 1);
+            const Real8 before = Real8::load(power + i - 1);
+            const Real8 middle = Real8::load(power + i);
+            const Real8 after = Real8::load(power + i + 1);
             const Real8 neighbour = select(before < after, after, before);
             select(neighbour < middle, middle, Real8::all(lowest)).store(peaks + i);
+            const Real8 above = middle - neighbour;
+            const Real8 below = neighbour - middle;
+            const Real8 distance = select(above < below, below, above);
+            Real8 spare = distance - (middle * relativemargin + absolutemargin);
+            if (i + vectorlength > last) {
+                const auto bins = static_cast<double>(last - i);
+                spare = select(Real8::count() < bins, spare, farthest);
+            }
+            closest = select(spare < closest, spare, closest);
         }
+        double least = closest[0];
+        for (std::size_t lane = 1; lane < vectorlength; ++lane)
+            least = std::min(least, closest[lane]);
+        return least > 0.0;
     }
 };
 
 // Finds the highest maximum of every band, eight bands side by side, bin after bin. The edges are
-// padded with empty bands.
+// padded with empty bands. Returns whether all are clearly above the other maxima of their bands.
 struct highestkernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(const double *maxima, const std::uint32_t *edges,
+    [[gnu::always_inline]] static bool run(const double *maxima, const std::uint32_t *edges,
                                            std::size_t bands, std::uint32_t *peaks) {
+        bool clear = true;
         for (std::size_t h = 0; h < bands; h += vectorlength)
-            search<Real8>(maxima, edges + h, peaks + h);
+            clear &= search<Real8>(maxima, edges + h, peaks + h);
+        return clear;
     }
 
     template <class Real8>
-    [[gnu::always_inline]] static void search(const double *maxima, const std::uint32_t *edges,
+    [[gnu::always_inline]] static bool search(const double *maxima, const std::uint32_t *edges,
                                               std::uint32_t *peaks) {
         double widths[vectorlength];
         std::uint32_t narrowest = edges[1] - edges[0];
@@ -61,19 +84,26 @@ struct highestkernel {
         }
         const Real8 width = Real8::load(widths);
         Real8 best = Real8::all(lowest);
+        Real8 second = best;
         Real8 where = Real8::all(-1.0);
         for (std::uint32_t k = 0; k < widest; ++k) {
             const Real8 offset = Real8::all(k);
             Real8 level = gathered<Real8>(maxima, edges, k);
             if (k >= narrowest) level = select(offset < width, level, Real8::all(lowest));
             const auto higher = best < level;
+            const Real8 lower = select(higher, best, level);
+            second = select(second < lower, lower, second);
             best = select(higher, level, best);
             where = select(higher, offset, where);
         }
+        bool clear = true;
         for (std::size_t lane = 0; lane < vectorlength; ++lane) {
             const double offset = where[lane];
             peaks[lane] = offset < 0.0 ? 0 : edges[lane] + static_cast<std::uint32_t>(offset);
+            const double margin = best[lane] * relativemargin + absolutemargin;
+            clear &= offset < 0.0 || best[lane] - second[lane] > margin;
         }
+        return clear;
     }
 };
 
@@ -196,17 +226,18 @@ void peakbands::add(std::uint32_t edge) {
     ++count;
 }
 
-void findpeaks(const double *level, std::size_t last, peakbands &bands) {
+bool findpeaks(const double *power, std::size_t last, peakbands &bands) {
     const std::size_t padded = wholevectors(bands.count);
     bands.edges.resize(padded + 1, bands.edges.back());
     bands.peaks.resize(padded);
     // Narrow bands are searched as far as the widest one beside them.
     bands.maxima.resize(std::max(bands.maxima.size(), 2 * last + vectorlength));
-    runwidest<maximakernel>(level, last, bands.maxima.data());
-    runwidest<highestkernel>(static_cast<const double *>(bands.maxima.data()),
-                             static_cast<const std::uint32_t *>(bands.edges.data()), bands.count,
-                             bands.peaks.data());
+    const bool maximaclear = runwidest<maximakernel>(power, last, bands.maxima.data());
+    const bool highestclear = runwidest<highestkernel>(
+        static_cast<const double *>(bands.maxima.data()),
+        static_cast<const std::uint32_t *>(bands.edges.data()), bands.count, bands.peaks.data());
     bands.edges.resize(bands.count + 1);
+    return maximaclear && highestclear;
 }
 
 void linebatch::add(const linegrid &grid, std::uint32_t bin, double f) {

@@ -31,11 +31,14 @@ struct peakbands {
 /// Finds the highest local maximum of a spectrum in every band, the first of equal ones. A local
 /// maximum is strictly above both neighbours.
 ///
-/// \param[in]     level  [last + 1 + vectorlength] levels of bins 0 .. last; what is behind them is
-///                       read without effect
+/// \param[in]     power  [last + 1 + vectorlength] powers of bins 0 .. last, or anything else that
+///                       has maxima; what is behind them is read without effect
 /// \param[in]     last   last bin, at or above the last of the edges
 /// \param[in,out] bands  the bands; peaks[h] gets the result of band h
-void findpeaks(const double *level, std::size_t last, peakbands &bands);
+/// \return whether the logarithms of the powers, as numeric/elementary makes them, have the same
+///         peaks for sure. Powers next to each other or of a band's highest maxima that differ by
+///         rounding alone may have logarithms in another order, or equal ones.
+bool findpeaks(const double *power, std::size_t last, peakbands &bands);
 
 /// What the lines of one frame have in common.
 struct linegrid {

@@ -150,11 +150,12 @@ struct logarithmof {
         const Real rest = z * series(c, z);
         const Real half = 0.5 * f * f;
         const Real value = k * ln2high - ((half - (s * (half + rest) + k * ln2low)) - f);
-        const Real special = x == zero              ? zero - infinite
-                             : x == zero + infinite ? zero + infinite
-                                                    : zero + notanumber;
-        const Real positive = x < zero + infinite ? value : special;
-        return zero < x ? positive : special;
+        // No value serves two blends: GCC would join their conditions, and joined ones it takes
+        // element by element.
+        const Real toolarge = x == zero + infinite ? zero + infinite : zero + notanumber;
+        const Real toosmall = x == zero ? zero - infinite : zero + notanumber;
+        const Real belowinfinity = x < zero + infinite ? value : toolarge;
+        return zero < x ? belowinfinity : toosmall;
     }
 };
 
