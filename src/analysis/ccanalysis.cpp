@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 
+#include "analysis/defaults.h"
 #include "analysis/harmonic/logspectrum.h"
 #include "numeric/windowing.h"
 #include "simd/vectors.h"
@@ -42,15 +43,13 @@ std::uint32_t transformsize(double fs, std::uint32_t noisewindow, double f0min) 
     return std::max(size, getwinlengthceilpot2(longest));
 }
 
-constexpr std::size_t together = 8;  // frames that go side by side
-
 // Warps the cepstra that wait.
 void warpwaiting(ccmem &memory, std::uint32_t nfft, std::uint32_t ccord, double alpha) {
     waitingframes &waiting = memory.waiting;
     const std::size_t order = std::size_t{ccord} + 1;
     const std::size_t columns = wholevectors(order);
     if (waiting.ncepstra == 0) return;
-    growto(waiting.warped, together * columns);
+    growto(waiting.warped, waitingframes::most * columns);
     warpcepstra(memory.warp, waiting.cepstra.data(), waiting.ncepstra, nfft / 2,
                 waiting.warped.data(), ccord, alpha);
     for (std::size_t i = 0; i < waiting.ncepstra; ++i) {
@@ -66,10 +65,10 @@ void waitforwarping(ccmem &memory, std::uint32_t nfft, const double *cepstrum, s
                     double *out, double alpha) {
     waitingframes &waiting = memory.waiting;
     const std::size_t length = nfft / 2 + 1;
-    growto(waiting.cepstra, together * length);
+    growto(waiting.cepstra, waitingframes::most * length);
     std::copy_n(cepstrum, length, waiting.cepstra.data() + waiting.ncepstra * length);
     waiting.cepstrumrows[waiting.ncepstra++] = out;
-    if (waiting.ncepstra == together) warpwaiting(memory, nfft, ccord, alpha);
+    if (waiting.ncepstra == waitingframes::most) warpwaiting(memory, nfft, ccord, alpha);
 }
 
 // From a log spectrum in the first half of the buffer to a warped cepstrum. Only quefrencies up to
@@ -136,7 +135,7 @@ bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre,
     waiting.fitrows[waiting.fits.count] = out;
     waiting.fitcentres[waiting.fits.count] = centre;
     waiting.fits.add(memory->rdc, levels, k, given, ccord, fs, f0, alpha);
-    if (waiting.fits.count == together)
+    if (waiting.fits.count == rdcbatch::size)
         fitwaiting(x, nsamples, nfft, buffer, ccord, memory, fs, alpha);
     return true;
 }
@@ -146,9 +145,7 @@ bool harmonics2cc(const double *x, std::uint32_t nsamples, std::uint32_t centre,
 int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, std::uint32_t ccord, double *cc,
                 std::uint8_t ccmeth, double fs, double alpha) {
-    double f0min = 60.0;
-    for (std::size_t i = 0; i < nframes; ++i)
-        if (f0[i] >= lowestmodelled) f0min = std::min(f0min, f0[i]);
+    const double f0min = lowestvoiced(f0, nframes, defaultf0min);
     const std::uint32_t lwin = naframesize(fs);
     const std::uint32_t nfft = transformsize(fs, lwin, f0min);
     const std::size_t row = std::size_t{ccord} + 1;

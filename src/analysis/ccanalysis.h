@@ -23,16 +23,18 @@ namespace nalveo {
 /// Frames of a run whose last step waits for that of others, eight of which cost little more than
 /// one. The values are the same.
 struct waitingframes {
+    static constexpr std::size_t most = 8;
+
     bool together = false;  // else nothing waits
 
-    std::size_t ncepstra = 0;      // frames whose cepstrum is to be warped
-    alignedreals cepstra;          // [8 x (nfft / 2 + 1)]
-    alignedreals warped;           // [8 x (P + 1, rounded up to whole vectors)]
-    double *cepstrumrows[8] = {};  // their rows of the cepstral matrix
+    std::size_t ncepstra = 0;         // frames whose cepstrum is to be warped
+    alignedreals cepstra;             // [most x (nfft / 2 + 1)]
+    alignedreals warped;              // [most x (P + 1, rounded up to whole vectors)]
+    double *cepstrumrows[most] = {};  // their rows of the cepstral matrix
 
-    rdcbatch fits;            // frames whose discrete cepstrum is to be fitted
-    double *fitrows[8] = {};  // their rows
-    std::uint32_t fitcentres[8] = {};
+    rdcbatch fits;                         // frames whose discrete cepstrum is to be fitted
+    double *fitrows[rdcbatch::size] = {};  // their rows
+    std::uint32_t fitcentres[rdcbatch::size] = {};
 };
 
 }  // namespace nalveo

@@ -14,7 +14,6 @@
 #include "numeric/matvect.h"
 #include "numeric/phasor.h"
 #include "numeric/polynom.h"
-#include "numeric/windowcache.h"
 #include "numeric/windowing.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
@@ -55,18 +54,6 @@ struct bandframe {
     }
 };
 
-// Hann window of peak 2: cos(pi i / a) + 1, i = -a .. a. Each cosine is made by itself: a frame
-// that holds a lone click has a flat spectrum, and the last bit of the window decides where its
-// local maxima are.
-void exacthann(double *window, std::uint32_t length) {
-    const std::size_t a = length / 2;
-    window[a] = 2.0;
-    for (std::size_t i = 1; i <= a; ++i) {
-        window[a + i] = cosine(pi * static_cast<double>(i) / static_cast<double>(a)) + 1.0;
-        window[a - i] = window[a + i];
-    }
-}
-
 // Scratch of one call, sized for the lowest f0.
 struct fvscratch {
     alignedreals signal;  // [nfft]
@@ -80,7 +67,7 @@ struct fvscratch {
     std::vector<double> frequency;  // one per harmonic kept, Hz
     std::vector<double> voicing;    // one each: probability that it is voiced
     std::vector<double> boundary;   // one each: probability that voicing ends below it
-    windowcache windows{exacthann};
+    windowcache windows{winhannaboutcentre};
 
     explicit fvscratch(const bandframe &largest)
         : signal(largest.nfft),
@@ -229,10 +216,7 @@ double findboundary(fvscratch &scratch) {
 
 int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, double *fv, double fs) {
-    double lowest = sizingf0;
-    for (std::size_t k = 0; k < nframes; ++k)
-        if (f0[k] >= lowestmodelled) lowest = std::min(lowest, f0[k]);
-    fvscratch scratch(bandframe(lowest, fs));
+    fvscratch scratch(bandframe(lowestvoiced(f0, nframes, sizingf0), fs));
 
     for (std::uint32_t k = 0; k < nframes; ++k) {
         fv[k] = 0.0;

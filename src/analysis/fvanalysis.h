@@ -1,6 +1,6 @@
 /// Maximum voiced frequency: up to where the spectrum of a voiced frame is harmonic. Above it, a
 /// vocoder synthesises noise. Needs analysis/spectrallines for peaks and line matches, numeric/dft,
-/// elementary, matvect, polynom, windowcache and windowing.
+/// elementary, matvect, polynom and windowing.
 ///
 /// What these routines cannot get memory for they report by throwing std::bad_alloc.
 

@@ -75,6 +75,12 @@ double mismatch(const double *a, const double *b, double divisor) {
 
 }  // namespace
 
+double nalveo::lowestvoiced(const double *f0, std::size_t nframes, double most) {
+    for (std::size_t k = 0; k < nframes; ++k)
+        if (f0[k] >= lowestmodelled) most = std::min(most, f0[k]);
+    return most;
+}
+
 std::uint32_t haframesize(double fs, double f0) { return getwinlengthnperiodsodd(2.5, f0, fs); }
 
 std::uint32_t qhaframesize(double fs, double f0) { return getwinlengthnperiodsodd(3.0, f0, fs); }

@@ -1,6 +1,6 @@
 /// Harmonic analysis: least-squares fits of harmonic models to windowed frames, and what follows
 /// from them: amplitudes, phases and frequencies of harmonics, a refined f0, a log spectrum.
-/// Needs the folder harmonic, numeric/windowing and numeric/windowcache.
+/// Needs the folder harmonic and numeric/windowing.
 ///
 /// Three models, all with complex exponentials weighted by the analysis window:
 ///   HA    harmonics of f0. Stylianou, "Applying the harmonic plus noise model in concatenative
@@ -34,7 +34,6 @@
 #include "analysis/harmonic/qha.h"
 #include "analysis/harmonic/sqha.h"
 #include "numeric/aligned.h"
-#include "numeric/windowcache.h"
 #include "numeric/windowing.h"
 
 namespace nalveo {
@@ -43,6 +42,13 @@ namespace nalveo {
 /// the period: a search range or a caller's own track may reach there, and must not exhaust the
 /// memory.
 constexpr double lowestmodelled = 15.0;
+
+/// Lowest f0 of the frames that are modelled, for which a run makes its scratch.
+///
+/// \param[in] f0       [nframes] Hz; what is below lowestmodelled does not count
+/// \param[in] nframes  number of frames
+/// \param[in] most     result where none is lower, Hz
+double lowestvoiced(const double *f0, std::size_t nframes, double most);
 
 }  // namespace nalveo
 

@@ -15,7 +15,7 @@ using namespace nalveo;
 
 namespace {
 
-constexpr double largest = std::numeric_limits<double>::max();
+constexpr double infinite = std::numeric_limits<double>::infinity();
 
 // Factor between an end of an island and its voiced neighbour, at least 1 whichever is higher.
 double jumpratio(double island, double neighbour) {
@@ -40,19 +40,19 @@ int elimislands(std::uint32_t nframes, double *f0, std::uint32_t lframe, double 
         }
     };
 
-    double low = largest;
+    double low = infinite;
     double high = 0.0;
     forvoicedruns([&](std::size_t begin, std::size_t end) {
         if (end - begin <= longestisland) return;
         low = std::min(low, *std::min_element(f0 + begin, f0 + end));
         high = std::max(high, *std::max_element(f0 + begin, f0 + end));
     });
-    if (high == 0.0 || low == largest) return 0;
+    if (high == 0.0 || low == infinite) return 0;
 
     // Deliberate: where an island has no voiced neighbour on a side, that side's ratio is the last
     // island's. At the start the left ratio keeps an island and the right ratio clears it.
     double left = 0.0;
-    double right = largest;
+    double right = infinite;
     double before = 0.0;  // the last voiced frame that stays; 0 = none so far
     const auto isvoiced = [](double f) { return f != 0.0; };
     const auto inrange = [=](double f) { return low <= f && f <= high; };

@@ -14,17 +14,14 @@ using namespace nalveo;
 
 namespace {
 
-constexpr double largest = std::numeric_limits<double>::max();
-
 // Lowest f0 that refinement can come to analyse. It starts from a track value and goes down by at
 // most a fifth per iteration, but not below f0min unless the track lies there already. 0 when there
 // is no voiced frame.
 double lowestrefined(const double *f0, std::size_t nframes, std::uint32_t iterations,
                      double f0min) {
-    double lowest = largest;
-    for (std::size_t k = 0; k < nframes; ++k)
-        if (f0[k] >= lowestmodelled) lowest = std::min(lowest, f0[k]);
-    if (lowest == largest) return 0.0;
+    constexpr double none = std::numeric_limits<double>::infinity();
+    const double lowest = lowestvoiced(f0, nframes, none);
+    if (lowest == none) return 0.0;
     const double reached = lowest * power(0.8 * 0.99, iterations);  // a margin for rounding
     return std::min(lowest, std::max(reached, f0min));
 }

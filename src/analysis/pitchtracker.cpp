@@ -68,18 +68,6 @@ struct peakkernel {
     }
 };
 
-// Hann window, each cosine by itself. The recurrence behind winhanning is off by up to 34 units in
-// the last place, which serves a spectrum; but the f0 of an exactly periodic signal is an exact
-// number of samples to rounding, and later roundings of window lengths and harmonic counts hang on
-// its last bit.
-alignedreals trackerwindow(std::uint32_t length) {
-    alignedreals window(length, 1.0);
-    const double step = twopi / (length - 1);
-    for (std::uint32_t i = 0; length > 1 && i < length; ++i)
-        window[i] = 0.5 - 0.5 * cosine(step * i);
-    return window;
-}
-
 trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, double f0min,
                           double f0max) {
     trackersetup t{};
@@ -93,7 +81,8 @@ trackersetup setuptracker(const double *filtered, std::uint32_t n, double fs, do
     t.nfft = std::max(2u, getwinlengthceilpot2(lwin));
     t.m = getwinlengthnperiodsodd(0.5, f0min, fs);
     t.globalpeak = runwidest<peakkernel>(filtered, std::size_t{n}, 0.0);
-    t.window = trackerwindow(lwin);
+    t.window.resize(lwin);
+    winhannexact(t.window.data(), lwin);
 
     trackerscratch s(t);
     std::copy(t.window.begin(), t.window.end(), s.correlator.frame());

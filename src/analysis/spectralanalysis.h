@@ -1,7 +1,7 @@
 /// Spectral envelopes on the log-spectrum grid that all cepstral methods share: nfft doubles, bin k
 /// at k fs / nfft, natural logarithm of amplitude, and bin nfft - k equal to bin k, so that the
 /// array is the whole symmetric spectrum of a real signal. Needs numeric/dft, elementary, phasor,
-/// windowcache and windowing, and simd.
+/// and windowing, and simd.
 ///
 /// nameminitialize throws std::bad_alloc where there is no memory for a record, the spectra where
 /// there is none for what they keep: a transform's tables, made at its first use, and the windows
@@ -13,7 +13,7 @@
 #include <memory>
 
 #include "numeric/aligned.h"
-#include "numeric/windowcache.h"
+#include "numeric/windowing.h"
 
 /// Scratch of the envelope routines, made once per run.
 struct namem {

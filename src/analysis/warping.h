@@ -21,6 +21,12 @@ struct warpmatrix {
     alignedreals rows;  // [(m + 1) x (p + 1, rounded up to whole vectors)]
 };
 
+/// The multiple of 0.01 whose warped axis has the least mean square distance from the mel scale
+/// ln(1 + f / 1000 Hz), each from 0 at 0 Hz to 1 at fs / 2, over equal steps of mel.
+///
+/// \param[in] fs  sample rate in Hz, above 0
+double melalpha(double fs);
+
 /// Warps a cepstrum as ccwarp does. The warping is linear: with the matrix of the run it is a
 /// product, which unlike the recursion need not wait for itself.
 ///

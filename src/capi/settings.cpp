@@ -1,16 +1,12 @@
 #include "capi/settings.h"
 
-#include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
-#include "analysis/ccanalysis.h"
 #include "analysis/defaults.h"
 #include "analysis/harmonicanalysis.h"
-#include "numeric/elementary.h"
-#include "numeric/phasor.h"
+#include "analysis/warping.h"
 #include "numeric/windowing.h"
 #include "synthesis/synthesis.h"
 
@@ -125,37 +121,6 @@ int readgrid(const nalveo_options *options, std::size_t nsamples, callsettings *
     constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
     if (std::uint64_t{*nframes} * (settings->ccord + 1) > most) return NALVEO_BAD_LENGTH;
     return NALVEO_OK;
-}
-
-double melalpha(double fs) {
-    constexpr std::size_t npoints = 32;
-    // Frequencies in the middle of equal steps of mel. The mel scale runs over [0, 1] up to fs / 2.
-    std::array<double, npoints> omega;
-    std::array<double, npoints> mel;
-    const double highest = logarithm(1.0 + fs / 2000.0);
-    for (std::size_t i = 0; i < npoints; ++i) {
-        mel[i] = (static_cast<double>(i) + 0.5) / npoints;
-        omega[i] = twopi * 1000.0 * (exponential(mel[i] * highest) - 1.0) / fs;
-    }
-    const auto distance = [&](int hundredths) {
-        double sum = 0.0;
-        for (std::size_t i = 0; i < npoints; ++i) {
-            const double d = fwarp(omega[i], 0.01 * hundredths) - pi * mel[i];
-            sum += d * d;
-        }
-        return sum;
-    };
-    // The distance falls up to its only minimum and rises from there.
-    int low = 0;
-    int high = 99;
-    while (low < high) {
-        const int middle = (low + high) / 2;
-        if (distance(middle) <= distance(middle + 1))
-            high = middle;
-        else
-            low = middle + 1;
-    }
-    return low / 100.0;
 }
 
 }  // namespace nalveo

@@ -51,9 +51,4 @@ int readcepstraloptions(const nalveo_options *options, bool withshift, callsetti
 int readgrid(const nalveo_options *options, std::size_t nsamples, callsettings *settings,
              std::uint32_t *nframes);
 
-/// Warping parameter closest to the mel scale; see nalveo_mel_alpha.
-///
-/// \param[in] fs  sample rate in Hz, in range
-double melalpha(double fs);
-
 }  // namespace nalveo

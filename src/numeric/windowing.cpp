@@ -107,6 +107,22 @@ int winhanning(double *window, std::uint32_t length, std::uint8_t normalise) {
     return 0;
 }
 
+void nalveo::winhannexact(double *window, std::uint32_t length) {
+    window[0] = 1.0;
+    if (length < 2) return;
+    const double step = twopi / (length - 1);
+    for (std::uint32_t n = 0; n < length; ++n) window[n] = 0.5 - 0.5 * cosine(step * n);
+}
+
+void nalveo::winhannaboutcentre(double *window, std::uint32_t length) {
+    const std::size_t h = length / 2;
+    window[h] = 2.0;
+    for (std::size_t i = 1; i <= h; ++i) {
+        window[h + i] = cosine(pi * static_cast<double>(i) / static_cast<double>(h)) + 1.0;
+        window[h - i] = window[h + i];
+    }
+}
+
 int wincomplementary(const double *window, double *result, std::uint32_t length) {
     if (length < 2) {  // the sine of the middle, which is all there is, is 0
         if (length == 1) result[0] = 0.0;

@@ -3,11 +3,15 @@
 ///
 /// Frame i of a grid is centred on sample offset + i shift. A frame of odd length L = 2h + 1
 /// centred on sample c covers samples c - h .. c + h; whatever lies outside the signal counts as 0.
-/// Needs numeric/phasor.
+/// Needs numeric/aligned and numeric/phasor.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
+
+#include "numeric/aligned.h"
 
 /// Number of frames of a grid: floor((nsamples - offset - 1) / shift) + 1.
 ///
@@ -71,6 +75,51 @@ int winhamming(double *window, std::uint32_t length, std::uint8_t normalise);
 /// \param[in]  normalise  0: a = 0.5; else a = 0.8165, whose mean square is about 1
 /// \return 0 always
 int winhanning(double *window, std::uint32_t length, std::uint8_t normalise);
+
+namespace nalveo {
+
+/// Hann windows whose cosines are each made by themselves. The recurrence behind winhanning is off
+/// by up to 34 units in the last place, which serves a smooth spectrum but not where a decision
+/// hangs on the last bit. The pitch tracker's is one: f0 of an exactly periodic signal is an exact
+/// number of samples to rounding, and so are later window lengths and numbers of harmonics. Voicing
+/// is another: the spectrum of a lone click is flat, and rounding decides where its local maxima
+/// are. The two forms differ in their last bits, so neither can stand in for the other.
+///
+/// \param[out] window  [length] the window; 0.5 - 0.5 cos(2 pi n / (L - 1)), of one sample 1
+/// \param[in]  length  L, at least 1
+void winhannexact(double *window, std::uint32_t length);
+
+/// The same of peak 2, symmetric to the last bit: 1 + cos(pi i / h) for i = -h .. h, of odd length
+/// 2h + 1.
+void winhannaboutcentre(double *window, std::uint32_t length);
+
+/// Windows of one kind, made once per length: a run meets few lengths, but each of them many times.
+class windowcache {
+   public:
+    /// Fills a window: [length] values.
+    using maker = void (*)(double *window, std::uint32_t length);
+
+    explicit windowcache(maker make) : make_(make) {}
+
+    /// The window of an odd length. It stays where it is as long as the cache lives. Throws
+    /// std::bad_alloc at the first use of a length.
+    const double *get(std::uint32_t length) {
+        const std::size_t place = length / 2;
+        if (windows_.size() <= place) windows_.resize(place + 1);
+        alignedreals &window = windows_[place];
+        if (window.empty()) {
+            window.resize(length);
+            make_(window.data(), length);
+        }
+        return window.data();
+    }
+
+   private:
+    maker make_;
+    std::vector<alignedreals> windows_;  // by half length
+};
+
+}  // namespace nalveo
 
 /// Derives the complementary window: the given one times -sin(2 pi n / (L - 1)). Together the two
 /// weigh a periodic signal alike wherever they fall relative to its pulses.
