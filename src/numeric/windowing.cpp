@@ -6,6 +6,8 @@
 
 #include "numeric/elementary.h"
 #include "numeric/phasor.h"
+#include "simd/dispatch.h"
+#include "simd/vectors.h"
 
 using namespace nalveo;
 
@@ -42,6 +44,27 @@ void fillraisedcosine(double *window, std::uint32_t length, double a, double b) 
         window[length - 1 - n] = window[n];
     });
 }
+
+// Products of two arrays. Returns whether any of them is not 0.
+struct productkernel {
+    template <class Real8>
+    [[gnu::always_inline]] static bool run(const double *a, const double *b, std::size_t n,
+                                           double *products) {
+        Real8 ones{};
+        std::size_t i = 0;
+        for (; i + vectorlength <= n; i += vectorlength) {
+            const Real8 product = Real8::load(a + i) * Real8::load(b + i);
+            product.store(products + i);
+            ones = select(product == 0.0, ones, Real8::all(1.0));
+        }
+        bool audible = sumof(ones) != 0.0;
+        for (; i < n; ++i) {
+            products[i] = a[i] * b[i];
+            audible |= products[i] != 0.0;
+        }
+        return audible;
+    }
+};
 
 // Makes a length odd by setting its lowest bit. Lengths that no signal has are kept within 32 bits.
 std::uint32_t oddlength(double samples) {
@@ -84,13 +107,11 @@ int getwindowedsamples(const double *signal, std::uint32_t nsamples, std::uint32
     std::fill(frame + span.end, frame + length, 0.0);
     // first counts the positions before sample 0, so centre + first is never below h.
     const double *const samples = signal + (std::size_t{centre} + span.first - h);
-    int audible = 0;
-    for (std::size_t k = span.first; k < span.end; ++k) {
-        const double sample = samples[k - span.first];
-        frame[k] = window != nullptr ? sample * window[k] : sample;
-        if (frame[k] != 0.0) audible = 1;
-    }
-    return audible;
+    const std::size_t count = span.end - span.first;
+    if (window != nullptr)
+        return runwidest<productkernel>(samples, window + span.first, count, frame + span.first);
+    std::copy_n(samples, count, frame + span.first);
+    return std::any_of(samples, samples + count, [](double x) { return x != 0.0; });
 }
 
 int winhamming(double *window, std::uint32_t length, std::uint8_t normalise) {
