@@ -7,6 +7,7 @@ import json
 import os
 import re
 import resource
+import shlex
 import shutil
 import signal
 import subprocess
@@ -113,6 +114,20 @@ class CorpusTest(unittest.TestCase):
         run = subprocess.run(self.command(*options), stdout=subprocess.PIPE,
                              stderr=subprocess.STDOUT, check=False, **more)
         return run.returncode, run.stdout.decode(errors="surrogateescape")
+
+    def run_patched(self, code):
+        """The same with a part of the program replaced."""
+        code = f"""
+import importlib.machinery, os, sys
+importlib.machinery.SourceFileLoader("tool", {shutil.which("nalveo16-corpus")!r}).load_module()
+from nalveocorpus import commandline, recordings, state
+{code}
+sys.argv[1:] = {self.command()[1:]!r}
+sys.exit(commandline.main(""))
+"""
+        run = subprocess.run(["/usr/bin/python3", "-W", "ignore", "-c", code], text=True,
+                             stdout=subprocess.PIPE, check=False)
+        return run.returncode, run.stdout
 
     def table(self):
         with open(self.output + "/nalveo16-corpus.tsv", encoding="utf-8",
@@ -241,25 +256,35 @@ class CorpusTest(unittest.TestCase):
         os.utime(self.output + "/b.mcc")
         again(1)
         self.assertEqual(results(self.output)["b.lf0"], whole["b.lf0"])
-        # A recording that is written to whenever it is read: the program with another reader.
-        code = f"""
-import importlib.machinery, os, sys
-importlib.machinery.SourceFileLoader("tool", {shutil.which("nalveo16-corpus")!r}).load_module()
-from nalveocorpus import commandline, recordings
+        # A recording that is written to whenever it is read.
+        self.output += " changing"
+        status, said = self.run_patched("""
 read = recordings.read_plain
 def touched(path):
     samples = read(path)
     os.utime(path)
     return samples
 recordings.read_plain = touched
-sys.argv[1:] = [{self.input!r}, {self.folder + "/changing"!r}]
-sys.exit(commandline.main(""))
-"""
-        run = subprocess.run(["/usr/bin/python3", "-W", "ignore", "-c", code], text=True,
-                             stdout=subprocess.PIPE, check=False)
-        self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stdout.count("It changes while it is analysed."), 2)
-        self.assertEqual(results(self.folder + "/changing"), {})
+""")
+        self.assertEqual(status, 1)
+        self.assertEqual(said.count("It changes while it is analysed."), 2)
+        self.assertEqual(results(self.output), {})
+
+    def test_power_failure(self):
+        """What may not have reached the disk before the machine started anew is done again."""
+        restarted = "state.start_mark = lambda: 'start {}'"
+        write(self.input + "/a.wav", 4000)
+        self.assertEqual(self.run_corpus()[0], 0)
+        write(self.input + "/b.wav", 4000, 8000)
+        self.run_patched("state.State.save = lambda *_: None")  # the disk has not got that yet
+        whole = results(self.output)
+        stat = os.stat(self.output + "/b.mcc")
+        with open(self.output + "/b.mcc", "wb") as file:
+            file.write(bytes(stat.st_size))
+        os.utime(self.output + "/b.mcc", ns=(stat.st_atime_ns, stat.st_mtime_ns))
+        for number, counts in enumerate(("1 analysed, 1 finished", "0 analysed, 2 finished")):
+            self.assertIn(counts, self.run_patched(restarted.format(number))[1])
+            self.assertEqual(results(self.output), whole)
 
     def test_replaced(self):
         """The table has the newest line of all journals; what fails has no results left."""
@@ -334,10 +359,11 @@ sys.exit(commandline.main(""))
         self.assertEqual(said.count("Lowered"), 1)
         self.assertIn("left.wav\n    Channel 2 is silent; --channel takes another.", said)
         rows = self.table()
-        self.assertEqual((rows["left.wav"]["channels"], rows["left.wav"]["converted"]), ("2", "yes"))
+        left = rows["left.wav"]
+        self.assertEqual((left["channels"], left["converted"]), ("2", "yes"))
         self.assertEqual(rows["wide.ogg"]["rate"], "22050")
         loud = float(rows["rate.wav"]["level_db"])
-        self.assertAlmostEqual(float(rows["left.wav"]["level_db"]), loud - 6.02, delta=0.1)
+        self.assertAlmostEqual(float(left["level_db"]), loud - 6.02, delta=0.1)
         # One channel as it is: the samples of the recording itself.
         for name in "wide.ogg", "rate.wav", "loud.wav":
             os.remove(os.path.join(self.input, name))
@@ -380,8 +406,10 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         remote = tempfile.mkdtemp(prefix="nalveo16-corpus-")
         self.addCleanup(shutil.rmtree, remote)
         with open(remote + "/ssh", "w", encoding="ascii") as file:
-            file.write('#!/bin/bash\necho "$1" >>"${0%/*}/used"\nshift\n'
-                       '[[ $1 != -- ]] || shift\nexec bash -c "$*"\n')
+            # Before the first slice begins, nobody else may start.
+            again = shlex.join(self.command())
+            file.write(f'#!/bin/bash\n{again} 2>>"${{0%/*}}/refused"\n'
+                       'shift\n[[ $1 != -- ]] || shift\nexec bash -c "$*"\n')
         os.chmod(remote + "/ssh", 0o755)
         os.mkdir(remote + "/.parallel")
         with open(remote + "/.parallel/config", "w", encoding="ascii") as file:
@@ -390,7 +418,8 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         status, said = self.run_corpus("--hosts", f"2/{remote}/ssh there", env=environment)
         self.assertEqual(status, 0, said)
         self.assertIn("40 finished, 0 failed", said)
-        self.assertTrue(os.path.exists(remote + "/used"))
+        with open(remote + "/refused", encoding="utf-8") as file:
+            self.assertIn("with --hosts", file.readline())
         whole = results(self.output)
         self.assertEqual(len(whole), 120)
         rows = self.table()

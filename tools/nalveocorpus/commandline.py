@@ -1,9 +1,9 @@
 """The command line of nalveo16-corpus, and the report at the end."""
 
 import argparse
+import collections
 import os
 import re
-import shlex
 import shutil
 import signal
 import sys
@@ -12,8 +12,8 @@ import nalveo
 
 from . import hosts, results, settings, state, table
 from .recordings import PLAIN_RATE, Found, Reader
-from .run import SIGNALS, Interrupted, Run
-from .settings import NATIVE, Unfit
+from .run import SIGNALS, Interrupted, Run, Stopped
+from .settings import NATIVE, Unfit, reason, shown
 
 DESCRIPTION = """\
 Analyses every recording below IN_DIR into OUT_DIR/.../NAME.{lf0,mcc,mvf}. What is finished already
@@ -22,6 +22,8 @@ END = """\
 Options of nalveo16 stand behind --. Files that failed are listed at the end with the reason;
 OUT_DIR/nalveo16-corpus.tsv and .json have a row for each file. Exit status: 0 when all went well, 1
 when files failed, 2 when the run could not start, 130 when it was interrupted."""
+
+SHOWN = 5  # recordings that are named for the same warning
 
 
 def slice_of(text):
@@ -76,12 +78,6 @@ def parser():
     return made
 
 
-def shown(name):
-    """A name for people: as it is, or quoted when it holds a newline or the like."""
-    text = name if name.isprintable() else repr(name)
-    return text.encode("utf-8", "surrogateescape").decode("utf-8", "replace")
-
-
 def main(program):
     """The whole program; `program` is its own path."""
     sys.stdout.reconfigure(errors="replace")
@@ -101,7 +97,7 @@ def main(program):
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
     except OSError as error:
-        print(f"nalveo16-corpus: {error}", file=sys.stderr)
+        print(f"nalveo16-corpus: {reason(error)}.", file=sys.stderr)
     return 2
 
 
@@ -141,60 +137,125 @@ def corpus(program):
         raise Unfit(f"could not create {args.folders[1]}: {error.strerror}.") from error
     output = os.path.realpath(args.folders[1])
     target = results.Results(output, layout)
-    unique(target, found.files)
-
-    part, parts = args.part or (1, 1)
-    here = state.State(output, "whole" if args.part is None else f"{part}-of-{parts}")
-    if args.part and parts is None:
-        parts = here.slices(None)
-        if parts is None or part > parts:
-            raise Unfit(f"--slice {part}: the number of slices is not known; say --slice {part}/N.")
-        here.name = f"{part}-of-{parts}"
     manifest = {"version": nalveo.__version__, "layout": layout, "rate": args.rate,
                 "channel": args.channel or "downmix", "settings": arguments}
-    here.agree(manifest)
+    work = Work(found, folder, target, manifest)
     if args.hosts:
         if args.part:
             raise Unfit("--hosts and --slice do not go together.")
-        status = hosts.run(args.hosts, program, again(folder, output, args, options))
-        if status == 130:
+        machines = hosts.Machines(args.hosts)
+        here = state.State(output, f"hosts-of-{machines.slices}")
+        here.enter(manifest)
+        if machines.run(program, again(folder, output, args, options)):
             return interrupted()
-        names, before = found.files, None
-    else:
-        here.lock()
-        if args.part:
-            here.slices(parts)
-        names = found.files[part - 1::parts]
-        results.remove_remains(target.folders(names) | {output}, args.part is None)
-        results.remove_remains({here.folder}, False)
-        known = table.index(here)
-        todo = [name for name in names if not fresh(folder, name, known.get(name), target)]
+        return work.report(here, found.files, None)
+
+    part, parts = args.part or (1, 1)
+    here = state.State(output, "whole")
+    if args.part:
+        parts = parts or here.slices(None)
+        if parts is None or part > parts:
+            raise Unfit(f"--slice {part}: the number of slices is not known; say --slice {part}/N.")
+        here.name = f"{part}-of-{parts}"
+    here.enter(manifest)
+    if args.part:
+        here.slices(parts)
+    reader = Reader(convert, args.channel, rate)
+    return work.do(here, found.files[part - 1::parts], reader,
+                   args.jobs or len(os.sched_getaffinity(0)))
+
+
+class Work:
+    """The recordings that were found, and where their results go."""
+
+    def __init__(self, found, folder, target, manifest):
+        self._found, self._folder = found, folder
+        self._target, self._manifest = target, manifest
+
+    def do(self, here, names, reader, jobs):
+        """Does what is not finished of some recordings; the exit status."""
+        places = self._target.folders(names) | {here.output, here.folder}
+        results.remove_remains(places, everything=here.name == "whole")
+        known = table.Known(here, names)
+        for name in known.doubtful:
+            self._target.remove(name)
+        todo = [name for name in names if not self._finished(name, known.line(name))]
+        known.close()
         del known
-        before = len(names) - len(todo)
-        reader = Reader(convert, args.channel, rate)
-        jobs = args.jobs or len(os.sched_getaffinity(0))
         try:
             if todo:
-                Run(folder, todo, jobs, reader, target, here, arguments).go()
-        except Interrupted:
-            results.remove_remains(target.folders(names), False)
-            mine = state.own_mark()
-            for place in target.folders(todo):
-                for entry in os.scandir(place) if os.path.isdir(place) else ():
-                    if entry.name.startswith(f"{state.TEMPORARY}{mine}."):
-                        os.unlink(entry.path)
-            try:
-                table.write(here, found.files, manifest)
-            except OSError as error:
-                print(f"nalveo16-corpus: {error}", file=sys.stderr)
+                Run(self._folder, todo, jobs, reader, self._target, here,
+                    self._manifest["settings"]).go()
+            return self.report(here, todo, len(names) - len(todo))
+        except (Interrupted, Stopped) as stop:
+            self._table(here)
+            results.remove_remains(places, mine=True)
             sys.stdout.flush()
+            if isinstance(stop, Stopped):
+                print(f"nalveo16-corpus: {reason(stop.__cause__)}.", file=sys.stderr)
+                return 1
             interrupted()
             os._exit(130)  # threads at work in the library end with the process
-        except Exception as error:  # not even a failure could be written down
-            print(f"nalveo16-corpus: {error}", file=sys.stderr)
-            return 1
-        names = todo
-    return report(here, found, names, before, folder, target, manifest)
+
+    def _finished(self, name, line):
+        """Whether a recording is as it was when its results were made, and these are there."""
+        if line is None or line["status"] != "analysed":
+            return False
+        try:
+            source = os.stat(os.path.join(self._folder, name))
+        except OSError:
+            return False
+        return (source.st_mtime_ns, source.st_size) == (
+            line["mtime"], line["size"]) and self._target.finished(name, line)
+
+    def _table(self, here):
+        """Writes the table; whether that went well."""
+        try:
+            table.write(here, self._found.files, self._manifest)
+            return True
+        except OSError as error:
+            print(f"nalveo16-corpus: the table could not be written: {reason(error)}.",
+                  file=sys.stderr)
+            return False
+
+    def report(self, here, names, before):
+        """Writes the table and says how some recordings went, what was passed over, and the
+        counts; the exit status."""
+        written = self._table(here)
+        known = table.Known(here, names)
+        done = failed = converted = 0
+        warned = collections.Counter()
+        for name in names:
+            line = known.line(name)
+            texts = line["warnings"] if line else []
+            if self._finished(name, line):
+                done += 1
+                converted += line["converted"]
+                warned.update(texts)
+                texts = [text for text in texts if warned[text] <= SHOWN]
+                word = "warned"
+            else:
+                failed += 1
+                word = "FAILED"
+                texts = texts or ["It ended without a word, or its host was out of reach."]
+            if texts:
+                print(f"{word} {shown(name)}")
+                for text in "\n".join(texts).splitlines():
+                    print(f"    {text}")
+        known.close()
+        for text, count in warned.items():
+            if count > SHOWN:
+                print(f"warned {count - SHOWN} more, which the table lists\n    {text}")
+        for name, why in self._found.lost:
+            print(f"FAILED {shown(name)}" + (f"\n    {why}" if why.endswith(".") else f": {why}"))
+        if self._found.passed_over():
+            print(self._found.passed_over())
+        if converted:
+            print(f"Converted by sox: {converted}")
+        failed += len(self._found.lost)
+        counted = f"{before} finished before, " if before is not None else ""
+        print(f"{done} {'analysed' if counted else 'finished'}, {counted}{failed} failed")
+        return 1 if failed or not written else 0
 
 
 def again(folder, output, args, options):
@@ -212,59 +273,3 @@ def interrupted():
     """Says so."""
     print("nalveo16-corpus: interrupted; the same command goes on from here.", file=sys.stderr)
     return 130
-
-
-def unique(target, names):
-    """Refuses recordings whose results would have the same names."""
-    owners = {}
-    for name in names:
-        stem = target.paths(name)[0]
-        if stem in owners:
-            raise Unfit(f"{shown(owners[stem])} and {shown(name)} would have the same results.")
-        owners[stem] = name
-
-
-def fresh(folder, name, entry, target):
-    """Whether a recording is as it was when its results were made, and these are there."""
-    if entry is None or not entry.sizes:
-        return False
-    try:
-        source = os.stat(os.path.join(folder, name))
-    except OSError:
-        return False
-    return (source.st_mtime_ns, source.st_size) == (entry.mtime, entry.size) and target.finished(
-        name, entry)
-
-
-def report(here, found, names, before, folder, target, manifest):
-    """What is said at the end: failures, warnings, what was passed over, and the counts."""
-    table.write(here, found.files, manifest)
-    entries, lines = table.index(here), table.Lines()
-    done = failed = converted = 0
-    for name in names:
-        entry = entries.get(name)
-        line = lines.read(entry) if entry else {"warnings": []}
-        if entry and fresh(folder, name, entry, target):
-            done += 1
-            converted += line["converted"]
-            word = "warned"
-        else:
-            failed += 1
-            word = "FAILED"
-            line["warnings"] = line["warnings"] or [
-                "It ended without a word, or its host was out of reach."]
-        if line["warnings"]:
-            print(f"{word} {shown(name)}")
-            for text in "\n".join(line["warnings"]).splitlines():
-                print(f"    {text}")
-    lines.close()
-    for name, why in found.lost:
-        print(f"FAILED {shown(name)}" + (f"\n    {why}" if why.endswith(".") else f": {why}"))
-    if found.passed_over():
-        print(found.passed_over())
-    if converted:
-        print(f"Converted by sox: {converted}")
-    failed += len(found.lost)
-    counted = f"{before} finished before, " if before is not None else ""
-    print(f"{done} {'analysed' if counted else 'finished'}, {counted}{failed} failed")
-    return 1 if failed else 0

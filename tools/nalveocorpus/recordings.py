@@ -12,7 +12,7 @@ import numpy as np
 
 from nalveoplot.recording import DAMAGED, Foreign, Wrong, read_plain
 
-from .settings import NATIVE
+from .settings import NATIVE, Unfit, shown
 from .state import FOLDER
 
 PLAIN_RATE = 16000  # Hz
@@ -37,10 +37,12 @@ class Found:
     def __init__(self, folder, convert):
         self.files, self.lost, self.passed = [], [], collections.Counter()
         self._convert = convert
-        self._walk(folder, "", ())
+        self._waiting = [(folder, "", ())]  # folders with the marks of those above them
+        while self._waiting:
+            self._look(*self._waiting.pop())
         self.files.sort(key=os.fsencode)
 
-    def _walk(self, path, relative, above):
+    def _look(self, path, relative, above):
         try:
             here = os.stat(path)
             mark = (here.st_dev, here.st_ino)
@@ -50,14 +52,15 @@ class Found:
         except OSError as error:
             self.lost.append((f"to read {path}", error.strerror))
             return
+        owners = {}
         for entry in entries:
             name = relative + entry.name
             try:
                 if entry.is_dir():
                     if entry.name != FOLDER:
-                        self._walk(entry.path, name + "/", (*above, mark))
+                        self._waiting.append((entry.path, name + "/", (*above, mark)))
                 elif entry.is_file():
-                    self._file(name)
+                    self._file(name, owners)
                 elif entry.is_symlink():
                     os.stat(entry.path)  # not of a kind that is analysed, or:
             except FileNotFoundError:
@@ -65,9 +68,14 @@ class Found:
             except OSError as error:
                 self.lost.append((f"to read {entry.path}", error.strerror))
 
-    def _file(self, name):
-        ending = os.path.splitext(name)[1][1:].lower()
+    def _file(self, name, owners):
+        stem, ending = os.path.splitext(name)
+        ending = ending[1:].lower()
         if ending == "wav" or (self._convert and ending in AUDIO):
+            other = owners.setdefault(stem, name)
+            if other is not name:
+                first, second = map(shown, sorted((name, other)))
+                raise Unfit(f"{first} and {second} would have the same results.")
             self.files.append(name)
         else:
             self.passed[ending] += 1

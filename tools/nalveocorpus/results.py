@@ -20,26 +20,25 @@ class Results:
     """The results of every recording below one folder."""
 
     def __init__(self, output, layout):
-        self._kinds = [(os.path.join(output, folder), ending, kind)
+        self._kinds = [(os.path.join(output, folder, ""), ending, kind)
                        for folder, ending, kind in LAYOUTS[layout]]
+        self._mark = own_mark()
+        self.systems = {}  # a folder of each file system that was written to, by its number
 
     def paths(self, name):
         """Paths of the results of a recording."""
         stem = os.path.splitext(name)[0]
-        if stem.endswith("/") or not stem:  # a name such as .wav
-            stem = name
-        return [os.path.join(folder, stem + ending) for folder, ending, _ in self._kinds]
+        return [folder + stem + ending for folder, ending, _ in self._kinds]
 
     def folders(self, names):
         """All folders that results are in."""
-        return {os.path.dirname(path) for name in names for path in self.paths(name)}
+        inner = {os.path.dirname(name) for name in names}
+        return {os.path.join(folder, name) for folder, _, _ in self._kinds for name in inner}
 
-    def finished(self, name, entry):
-        """Whether the results that a journal tells of are there, whole and of this recording."""
-        if entry is None or not entry.sizes:
-            return False
+    def finished(self, name, line):
+        """Whether the results that a line of a journal tells of are there and as they were."""
         try:
-            for path, stamp, size in zip(self.paths(name), entry.stamps, entry.sizes):
+            for path, stamp, size in zip(self.paths(name), line["stamps"], line["sizes"]):
                 result = os.stat(path)
                 if (result.st_mtime_ns, result.st_size) != (stamp, size):
                     return False
@@ -70,7 +69,7 @@ class Results:
         try:
             for path, (_, _, kind) in zip(self.paths(name), self._kinds):
                 folder = os.path.dirname(path)
-                made = os.path.join(folder, f"{TEMPORARY}{own_mark()}.{thread}.{kind}")
+                made = os.path.join(folder, f"{TEMPORARY}{self._mark}.{thread}.{kind}")
                 written.append((made, path))
                 try:
                     _save(made, analysis, kind)
@@ -79,6 +78,8 @@ class Results:
                     _save(made, analysis, kind)
                 os.utime(made, ns=(source.st_atime_ns, source.st_mtime_ns))
             states = [os.stat(made) for made, _ in written]
+            for state, (made, _) in zip(states, written):
+                self.systems.setdefault(state.st_dev, os.path.dirname(made))
             confirm([state.st_mtime_ns for state in states], [state.st_size for state in states])
             while written:
                 os.replace(*written[0])
@@ -104,19 +105,20 @@ def _save(path, analysis, kind):
             view = view[file.write(view):]
 
 
-def remove_remains(folders, everything):
-    """Removes unfinished files of runs that were killed: of this machine's, or of all."""
+def remove_remains(folders, everything=False, mine=False):
+    """Removes unfinished files: those of processes of this machine that are no more; or of this
+    process, too; or of all."""
     host, own = own_mark().rsplit(".", 1)
     for folder in folders:
         try:
-            entries = [entry.name for entry in os.scandir(folder)
-                       if entry.name.startswith(TEMPORARY)]
+            names = [entry.name for entry in os.scandir(folder) if entry.name.startswith(TEMPORARY)]
         except OSError:
             continue
-        for name in entries:
+        for name in names:
             here = name.startswith(f"{TEMPORARY}{host}.")
             process = name.removeprefix(f"{TEMPORARY}{host}.").partition(".")[0]
-            if everything or (here and process != own and not _alive(process)):
+            over = mine if process == own else not _alive(process)
+            if everything or (here and over):
                 try:
                     os.unlink(os.path.join(folder, name))
                 except OSError:

@@ -16,13 +16,19 @@ import nalveo
 from nalveoplot.recording import Wrong
 
 from . import table
+from .settings import reason
 
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+SAVE = 30  # seconds from one wait for the disk to the next
 TRIES = 3  # for a recording that changes while it is analysed
 
 
 class Interrupted(Exception):
     """A signal asks the run to end."""
+
+
+class Stopped(Exception):
+    """What ended the run before its time, such as a journal on a full disk."""
 
 
 class Run:
@@ -34,11 +40,11 @@ class Run:
         self._jobs = min(jobs, len(names))
         self._lock = threading.Lock()
         self._stopped = False
-        self._broken = None  # what ends the run before its time, such as a journal on a full disk
+        self._broken = None  # why the run ends before its time
         self.done = 0
 
     def go(self):
-        """Does it all. Raises `Interrupted` after a signal."""
+        """Does it all. Raises `Interrupted` after a signal, `Stopped` when it cannot go on."""
         def stop(*_):
             raise Interrupted
         # What is ignored, as SIGHUP under nohup, stays so.
@@ -46,6 +52,8 @@ class Run:
                   if signal.getsignal(number) != signal.SIG_IGN}
         threads = [threading.Thread(target=self._work, args=(number,), daemon=True)
                    for number in range(self._jobs)]
+        over = threading.Event()
+        threading.Thread(target=self._keep_saving, args=(over,), daemon=True).start()
         bar = Bar(self._count)
         try:
             for thread in threads:
@@ -61,11 +69,24 @@ class Run:
             self._reader.stop()
             raise
         finally:
+            over.set()
             bar.end()
         for number, handler in before.items():
             signal.signal(number, handler)
+        self._save()
         if self._broken:
-            raise self._broken
+            raise Stopped(self._broken) from self._broken
+
+    def _keep_saving(self, over):
+        while not self._stopped and not over.wait(SAVE):
+            self._save()
+
+    def _save(self):
+        """Has the results so far put on disk."""
+        try:
+            self._state.save(list(self._results.systems.values()))
+        except OSError as error:
+            self._broken, self._stopped = error, True
 
     def _work(self, thread):
         while not self._stopped:
@@ -100,16 +121,14 @@ class Run:
                 def confirm(stamps, sizes):
                     if self._stopped:
                         raise OSError("the run was stopped")
-                    with self._lock:
-                        self._state.append({**line, "status": "analysed", "stamps": stamps,
-                                            "sizes": sizes})
+                    self._state.append({**line, "status": "analysed", "stamps": stamps,
+                                        "sizes": sizes})
                 self._results.write(name, analysis, source, thread, confirm)
                 return
             except (Wrong, ValueError) as error:
                 line["warnings"] = [str(error)]
             except OSError as error:
-                what = f": {os.fsdecode(error.filename)}" if error.filename else ""
-                line["warnings"] = [f"{error.strerror or error}{what}"]
+                line["warnings"] = [reason(error)]
             except MemoryError:
                 line["warnings"] = ["Error: not enough memory to analyse it."]
             except Exception as error:
@@ -119,18 +138,24 @@ class Run:
             if line["mtime"] is not None:
                 # Whatever has its names is of another recording, or not whole.
                 line["warnings"] += self._results.remove(name)
-            with self._lock:
-                self._state.append(line)
+            self._state.append(line)
 
     def _zeros(self, samples):
         """The analyser's warning about runs of equal samples."""
         longest = self._settings["zfill"]
         if longest == 0 or samples.size <= longest:
             return []
-        ends = np.concatenate(([-1], np.flatnonzero(samples[1:] != samples[:-1]),
-                               [samples.size - 1]))  # of runs of equal samples
-        runs = ends[1:] - ends[:-1]
-        return ["Zeros have been filled with noise."] if runs.max() > longest else []
+        # A run that is too long shows in every n-th sample, too; most recordings have none there.
+        step = longest // 8 + 1
+        if _longest_run(samples[::step]) < (longest + 1) // step:
+            return []
+        return ["Zeros have been filled with noise."] if _longest_run(samples) > longest else []
+
+
+def _longest_run(samples):
+    """Length of the longest run of equal samples."""
+    ends = np.concatenate(([-1], np.flatnonzero(samples[1:] != samples[:-1]), [samples.size - 1]))
+    return np.diff(ends).max()
 
 
 class Bar:

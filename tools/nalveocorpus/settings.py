@@ -1,5 +1,7 @@
 """Options of the analyser, as they stand behind "--", as settings of the library."""
 
+import os
+
 import nalveo
 
 # Option of the analyser, argument of nalveo.analyze, type and default.
@@ -20,6 +22,18 @@ NATIVE = 0  # the rate that stands for the recording's own
 
 class Unfit(Exception):
     """What is wrong with the command line, for the user."""
+
+
+def shown(name):
+    """A name for people: as it is, or quoted when it holds a newline or the like."""
+    text = name if name.isprintable() else repr(name)
+    return text.encode("utf-8", "surrogateescape").decode("utf-8", "replace")
+
+
+def reason(error):
+    """What an OSError says, for people."""
+    text = error.strerror or str(error)
+    return f"{text}: {shown(os.fsdecode(error.filename))}" if error.filename else text
 
 
 def parse(options, rate):

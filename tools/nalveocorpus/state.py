@@ -5,13 +5,20 @@ the whole corpus or for each slice, has a line of JSON for every recording that 
 before its results get their names: what a run knows of those before it is what the journals tell
 and the results bear out. Each line has its run's turn, a number above those of all runs before, so
 that of two lines on a recording the newer one is known, whatever journals and clocks they are from.
+
+What is written reaches the disk when the system sees fit. Now and then a run waits for that and
+adds a line {"safe": offset}: the results of all lines before that offset are on disk. Each line has
+a mark of its machine's start, too. Where there was another start since and no such line followed,
+the power may have failed in between, and the results be names without content.
 """
 
+import ctypes
 import fcntl
 import json
 import os
 import re
 import socket
+import threading
 
 FOLDER = ".nalveo16-corpus"
 TEMPORARY = FOLDER + "."  # how the names of unfinished files begin
@@ -20,6 +27,15 @@ LINE = {"file", "mtime", "size", "status", "warnings"}  # what every line of a j
 
 class Refused(Exception):
     """Why a run may not start, for the user."""
+
+
+def start_mark():
+    """What tells this start of this machine from all others."""
+    try:
+        with open("/proc/sys/kernel/random/boot_id", encoding="ascii") as file:
+            return file.read(8)
+    except OSError:
+        return None
 
 
 def own_mark():
@@ -37,14 +53,17 @@ class State:
         os.makedirs(os.path.join(self.folder, "journal"), exist_ok=True)
         self._locks = []
         self._turn = 1  # above all that `entries` has met
-        self._journal = None
+        self._start = start_mark()
+        self._journal, self._lock = None, threading.Lock()
 
     # Locks ----------------------------------------------------------------------------------------
 
-    def lock(self):
-        """Keeps other runs out: all of them, or all but other slices of as many."""
+    def enter(self, manifest):
+        """Makes sure of the settings, then keeps other runs out: all of them, or all but other
+        slices of as many."""
         with self._open("lock-gate") as gate:
-            fcntl.flock(gate, fcntl.LOCK_EX)  # one at a time looks at the locks and takes its own
+            fcntl.flock(gate, fcntl.LOCK_EX)  # one at a time looks around and takes its own
+            self._agree(manifest)
             if self.name == "whole":
                 self._take("lock", fcntl.LOCK_EX)
                 return
@@ -83,55 +102,52 @@ class State:
         """Names the holder of a lock; where slices share it, one that is at work."""
         if name == "lock":
             slices = [other for other in sorted(os.listdir(self.folder)) if re.fullmatch(
-                r"lock-\d+-of-\d+", other) and other != "lock-" + self.name and self._held(other)]
+                r"lock-\w+-of-\d+", other) and other != "lock-" + self.name and self._held(other)]
             name = (slices or [name])[0]
         with self._open(name) as file:
             file.seek(0)
             holder = file.read().strip() or "of unknown name"
-        if name.startswith("lock-"):
-            holder += ", slice " + name.removeprefix("lock-").replace("-of-", "/")
+        part, _, parts = name.removeprefix("lock-").partition("-of-")
+        if parts:
+            holder += ", with --hosts" if part == "hosts" else f", slice {part}/{parts}"
         raise Refused(f"another run is at work on {self.output}: {holder}.")
 
     # Manifest -------------------------------------------------------------------------------------
 
-    def agree(self, manifest):
+    def _agree(self, manifest):
         """Writes the manifest, or compares it with the one that is there."""
         path = os.path.join(self.folder, "manifest.json")
-        mine = json.dumps(manifest, indent=1, sort_keys=True) + "\n"
-        made = os.path.join(self.folder, f"{TEMPORARY}{own_mark()}.manifest")
         try:
-            with open(made, "w", encoding="ascii") as file:
-                file.write(mine)
-                file.flush()
-                os.fsync(file.fileno())
-            os.link(made, path)  # fails where another run was first
-        except FileExistsError:
-            try:
-                with open(path, encoding="ascii") as file:
-                    theirs = dict(json.load(file))
-            except (ValueError, TypeError):
-                raise Refused(f"{path} is damaged; remove {self.output} and begin anew.") from None
-            if theirs != json.loads(mine):
-                raise Refused(f"{self.output} holds results of {_differences(theirs, manifest)}; "
-                              "take another folder, or remove the old one.") from None
-        finally:
-            if os.path.exists(made):
-                os.unlink(made)
+            with open(path, encoding="ascii") as file:
+                theirs = dict(json.load(file))
+        except FileNotFoundError:
+            self._write("manifest.json", json.dumps(manifest, indent=1, sort_keys=True))
+            return
+        except (ValueError, TypeError):
+            raise Refused(f"{path} is damaged; remove {self.output} and begin anew.") from None
+        if theirs != json.loads(json.dumps(manifest)):
+            raise Refused(f"{self.output} holds results of {_differences(theirs, manifest)}; "
+                          "take another folder, or remove the old one.") from None
 
     def slices(self, count):
         """Remembers into how many slices the corpus is cut; with None, tells it."""
-        path = os.path.join(self.folder, "slices")
-        if count is None:
-            try:
-                with open(path, encoding="ascii") as file:
-                    return int(file.read())
-            except (OSError, ValueError):
-                return None
-        made = os.path.join(self.folder, f"{TEMPORARY}{own_mark()}.slices")
+        if count is not None:
+            self._write("slices", str(count))
+            return count
+        try:
+            with open(os.path.join(self.folder, "slices"), encoding="ascii") as file:
+                return int(file.read())
+        except (OSError, ValueError):
+            return None
+
+    def _write(self, name, text):
+        """A small file, whole even when the power fails."""
+        made = os.path.join(self.folder, f"{TEMPORARY}{own_mark()}.{name}")
         with open(made, "w", encoding="ascii") as file:
-            file.write(f"{count}\n")
-        os.replace(made, path)
-        return count
+            file.write(text + "\n")
+            file.flush()
+            os.fsync(file.fileno())
+        os.replace(made, os.path.join(self.folder, name))
 
     # Journals -------------------------------------------------------------------------------------
 
@@ -141,35 +157,54 @@ class State:
         paths = [os.path.join(folder, name) for name in os.listdir(folder)]
         return sorted(paths, key=lambda path: (os.stat(path).st_mtime_ns, path))
 
-    def entries(self):
-        """(path of the journal, offset, line) of every whole line."""
-        for path in self.journals():
-            offset = 0
-            with open(path, "rb") as file:
-                for line in file:
-                    if line.endswith(b"\n"):
-                        try:
-                            entry = json.loads(line)
-                        except ValueError:
-                            entry = None  # the rest of a line that a crash has cut
-                        if entry is not None:
-                            if not isinstance(entry, dict) or not LINE <= entry.keys():
-                                raise Refused(f"{path} is damaged at byte {offset}; remove it, "
-                                              "and its recordings are done again.")
-                            self._turn = max(self._turn, entry.get("turn", 0) + 1)
-                            yield path, offset, entry
-                    offset += len(line)
+    def lines(self, path):
+        """(offset, line) of every whole line of a journal."""
+        offset = 0
+        with open(path, "rb") as file:
+            for text in file:
+                try:
+                    line = json.loads(text) if text.endswith(b"\n") else None
+                except ValueError:
+                    line = None  # the rest of a line that a crash has cut
+                if line is not None:
+                    if not isinstance(line, dict) or not (LINE <= line.keys() or "safe" in line):
+                        raise Refused(f"{path} is damaged at byte {offset}; remove it, and its "
+                                      "recordings are done again.")
+                    self._turn = max(self._turn, line.get("turn", 0) + 1)
+                    yield offset, line
+                offset += len(text)
 
-    def append(self, entry):
+    def doubtful(self, line):
+        """Whether a power failure may have come between a line's results and the disk."""
+        return line.get("start", self._start) != self._start
+
+    def append(self, line):
         """Adds a line to this run's journal, in one write."""
+        text = json.dumps({**line, "turn": self._turn, "start": self._start}).encode() + b"\n"
+        with self._lock:
+            if self._journal is None:
+                path = os.path.join(self.folder, "journal", self.name + ".jsonl")
+                self._journal = os.open(path, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o666)
+                if os.fstat(self._journal).st_size:
+                    os.write(self._journal, b"\n")  # ends a line that a crash has cut
+            if os.write(self._journal, text) != len(text):
+                raise OSError("the journal could not be written")
+
+    def save(self, folders):
+        """Waits until the file systems of some folders have all that was written on disk; after
+        that, the lines so far are safe. The system goes on with other writes meanwhile."""
         if self._journal is None:
-            path = os.path.join(self.folder, "journal", self.name + ".jsonl")
-            self._journal = os.open(path, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o666)
-            if os.fstat(self._journal).st_size:
-                os.write(self._journal, b"\n")  # ends a line that a crash has cut
-        line = json.dumps({**entry, "turn": self._turn}).encode() + b"\n"
-        if os.write(self._journal, line) != len(line):
-            raise OSError("the journal could not be written")
+            return
+        size = os.fstat(self._journal).st_size
+        for folder in folders:
+            place = os.open(folder, os.O_RDONLY)
+            try:
+                if ctypes.CDLL(None, use_errno=True).syncfs(place) != 0:
+                    raise OSError(ctypes.get_errno(), "what was written did not reach the disk",
+                                  folder)
+            finally:
+                os.close(place)
+        self.append({"safe": size})
 
 
 def _differences(theirs, mine):

@@ -1,7 +1,9 @@
 """The table of a corpus: OUT_DIR/nalveo16-corpus.tsv and its twin in JSON, made of the journals."""
 
+import array
 import fcntl
 import json
+import math
 import os
 
 import numpy as np
@@ -11,7 +13,9 @@ from .state import TEMPORARY, own_mark
 NAME = "nalveo16-corpus"
 COLUMNS = ("file", "status", "seconds", "rate", "channels", "bits", "converted", "peak_db",
            "level_db", "clipped", "voiced", "f0_p5", "f0_p50", "f0_p95", "c0", "warnings")
+FULL = 32767 / 32768  # full scale
 TOTAL = "(all)"  # instead of a name, in the last line
+OFFSETS = (1 << 48) - 1
 
 
 def measure(recording, analysis):
@@ -24,7 +28,7 @@ def measure(recording, analysis):
     row = {"seconds": round(samples.size / recording.rate, 4), "rate": rate, "channels": channels,
            "bits": bits, "converted": recording.converted, "peak_db": decibels(peak, 20),
            "level_db": decibels(power, 10),
-           "clipped": int(np.count_nonzero(np.abs(samples) >= 32767 / 32768)),
+           "clipped": int(np.count_nonzero(np.abs(samples) >= FULL)) if peak >= FULL else 0,
            "voiced": round(f0.size / analysis.f0.size, 4)}
     for percent in (5, 50, 95):
         row[f"f0_p{percent}"] = (round(float(f0[round((f0.size - 1) * percent / 100)]), 1)
@@ -35,54 +39,62 @@ def measure(recording, analysis):
 
 def decibels(value, factor):
     """A ratio in dB, or nothing for nothing."""
-    return round(factor * float(np.log10(value)), 2) if value > 0 else None
+    return round(factor * math.log10(value), 2) if value > 0 else None
 
 
-class Entry:
-    """What is kept of a line of a journal: where it is, and what tells whether it still holds."""
+class Known:
+    """What the journals tell of some recordings: their newest lines, read when they are asked for.
 
-    __slots__ = ("path", "offset", "turn", "mtime", "size", "stamps", "sizes")
+    doubtful  names of those whose results may not have reached the disk before a power failure
+    """
 
-    def __init__(self, path, offset, line):
-        self.path, self.offset, self.turn = path, offset, line.get("turn", 0)
-        self.mtime, self.size = line["mtime"], line["size"]
-        self.stamps, self.sizes = tuple(line.get("stamps", ())), tuple(line.get("sizes", ()))
+    FILES = 200  # journals that are open at a time
 
+    def __init__(self, state, names):
+        self._paths, self._files = state.journals(), {}
+        # Turn, number of the journal and offset in one number: that of the newest line is largest.
+        self._newest = dict.fromkeys(names, -1)
+        doubtful = {}
+        for number, path in enumerate(self._paths):
+            unsafe = {}
+            for offset, line in state.lines(path):
+                if "safe" in line:
+                    unsafe = {mark: name for mark, name in unsafe.items()
+                              if mark & OFFSETS >= line["safe"]}
+                elif line["file"] in self._newest:
+                    mark = line.get("turn", 0) << 80 | number << 48 | offset
+                    self._newest[line["file"]] = max(self._newest[line["file"]], mark)
+                    if state.doubtful(line):
+                        unsafe[mark] = line["file"]
+            doubtful.update(unsafe)
+        self.doubtful = [name for mark, name in doubtful.items() if self._newest[name] == mark]
 
-def index(state):
-    """The last entry of every recording, by name."""
-    last = {}
-    for path, offset, line in state.entries():
-        before = last.get(line["file"])
-        if before is None or line.get("turn", 0) >= before.turn:
-            last[line["file"]] = Entry(path, offset, line)
-    return last
-
-
-class Lines:
-    """Reads single lines of journals."""
-
-    def __init__(self):
-        self._files = {}
-
-    def read(self, entry):
-        """The line of an entry."""
-        if entry.path not in self._files:
-            self._files[entry.path] = open(entry.path, "rb")
-        file = self._files[entry.path]
-        file.seek(entry.offset)
+    def line(self, name):
+        """The newest line of a recording, or None."""
+        mark = self._newest[name]
+        if mark < 0:
+            return None
+        path = self._paths[mark >> 48 & 0xffffffff]
+        if path not in self._files:
+            if len(self._files) == self.FILES:
+                self.close()
+            self._files[path] = open(path, "rb")
+        file = self._files[path]
+        file.seek(mark & OFFSETS)
         return json.loads(file.readline())
 
     def close(self):
+        """Closes the journals."""
         for file in self._files.values():
             file.close()
+        self._files.clear()
 
 
 def write(state, names, manifest):
     """Writes both forms of the table for the recordings in `names`."""
     with open(os.path.join(state.folder, "lock-table"), "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)  # the slice that is last sees what all have done
-        entries, lines, total = index(state), Lines(), Total()
+        known, total = Known(state, names), Total()
         stem = os.path.join(state.output, NAME)
         made = os.path.join(state.output, f"{TEMPORARY}{own_mark()}")
         try:
@@ -92,10 +104,7 @@ def write(state, names, manifest):
                 head = json.dumps(manifest, sort_keys=True)
                 twin.write(f'{{"made_with": {head},\n"files": [')
                 comma = "\n"
-                for name in names:
-                    if name not in entries:
-                        continue
-                    line = lines.read(entries[name])
+                for line in filter(None, map(known.line, names)):
                     row = {column: line.get(column) for column in COLUMNS}
                     total.add(row)
                     tsv.write("\t".join(map(_cell, row.values())) + "\n")
@@ -103,10 +112,13 @@ def write(state, names, manifest):
                     comma = ",\n"
                 tsv.write("\t".join(map(_cell, total.row().values())) + "\n")
                 twin.write(f'],\n"total": {json.dumps(total.row())}}}\n')
+                for file in tsv, twin:
+                    file.flush()
+                    os.fsync(file.fileno())
             os.replace(made + ".tsv", stem + ".tsv")
             os.replace(made + ".json", stem + ".json")
         finally:
-            lines.close()
+            known.close()
             for ending in ".tsv", ".json":
                 if os.path.exists(made + ending):
                     os.unlink(made + ending)
@@ -129,7 +141,7 @@ class Total:
         self._files = self._failed = self._clipped = self._converted = self._warned = 0
         self._seconds = self._voiced = self._c0 = self._power = 0.0
         self._peak = None
-        self._percentiles = {"f0_p5": [], "f0_p50": [], "f0_p95": []}
+        self._percentiles = {name: array.array("d") for name in ("f0_p5", "f0_p50", "f0_p95")}
 
     def add(self, row):
         """Takes one more row in."""
