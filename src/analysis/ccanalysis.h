@@ -20,8 +20,8 @@
 
 namespace nalveo {
 
-/// Frames of a run whose last step waits for that of others, eight of which cost little more than
-/// one. The values are the same.
+/// Frames of a run whose last step, the warping or the fit, is put off until eight of them can take
+/// it side by side, which costs little more than one alone. The values are the same.
 struct waitingframes {
     static constexpr std::size_t most = 8;
 
@@ -45,7 +45,7 @@ struct ccmem {
     nalveo::namemhandle noise;
     nalveo::rdcscratch rdc;
     nalveo::warpmatrix warp;
-    nalveo::waitingframes waiting;  // waveform2cc's alone: a method by itself finishes its frame
+    nalveo::waitingframes waiting;  // for waveform2cc; a method called by itself waits for nothing
 };
 
 /// Fills the cepstral matrix of a waveform.
@@ -58,15 +58,15 @@ struct ccmem {
 /// \param[in]     f0        [nframes] f0 in Hz, 0 where unvoiced. A frame below lowestmodelled is
 ///                          treated as unvoiced
 /// \param[in]     ccord     cepstral order P
-/// \param[in,out] cc        [nframes x (P + 1)] the matrix. With alpha 0, a frame that goes by way
-///                          of a log spectrum (all of methods 0, 3 and 4, of 1 and 2 the unvoiced
-///                          ones) leaves coefficient P as it was, or twice that where P is 0
+/// \param[in,out] cc        [nframes x (P + 1)] the matrix. Frames that go by way of a log spectrum
+///                          (all of methods 0, 3 and 4, of 1 and 2 the unvoiced ones) do not write
+///                          coefficient P where alpha is 0; where P is 0, too, it is doubled
 /// \param[in]     ccmeth    0 harmonics + interpolation + mcep, 1 harmonics + mel-rdc,
 ///                          2 quasi-harmonics + mel-rdc, 3 complementary windows + liftering +
 ///                          mcep, 4 seevoc + mcep; any other value as 0, on a quasi-harmonic record
 /// \param[in]     fs        sample rate in Hz
-/// \param[in]     alpha     warping parameter, between -1 and 1; the frames that go by way of a log
-///                          spectrum are left as they were otherwise, but for a doubled entry 0
+/// \param[in]     alpha     warping parameter, between -1 and 1. Otherwise, those same frames keep
+///                          their rows of the matrix, of which coefficient 0 is doubled
 /// \return 0 always
 int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, std::uint32_t ccord, double *cc,

@@ -25,8 +25,8 @@ struct rdcarrays {
     std::size_t stride;
 };
 
-// e^(i fwarp(omega)), but for the sign of its sine, from e^(i omega). Only that sign tells alpha
-// from 1 / alpha, and the smaller of the two has a square.
+// e^(i fwarp(omega)) from e^(i omega), but for the sign of its sine, which is of no use here and is
+// all that tells alpha from 1 / alpha. The one below 1 is taken: its square cannot overflow.
 phasor warpedphasor(const phasor &z, double alpha) {
     const double a = std::abs(alpha) > 1.0 ? 1.0 / alpha : alpha;
     const double re = (1.0 + a * a) * z.re - 2.0 * a;

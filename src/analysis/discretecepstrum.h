@@ -32,7 +32,8 @@ struct rdcscratch {
 /// \param[out]    out      [p + 1] the cepstrum
 /// \param[in]     fs       sample rate in Hz
 /// \param[in]     f0       Hz; not used with freqs
-/// \param[in]     alpha    warping parameter; of 1 / alpha only the direction of the axis differs
+/// \param[in]     alpha    warping parameter; that of 1 / alpha, whose axis runs the other way,
+///                         gives the same
 /// \return 0, or -1 when the system is singular; out is then as it was
 [[nodiscard]] int fitcepstrum(rdcscratch &scratch, const double *levels, std::uint32_t k,
                               const double *freqs, std::uint32_t p, double *out, double fs,

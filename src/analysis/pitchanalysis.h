@@ -94,10 +94,10 @@ int fftfilter(const double *input, double *output, std::uint32_t n, std::uint32_
 /// \param[in]     fv          [nframes] maximum voiced frequency in Hz, which bounds the model, or
 ///                            null for 4500 Hz everywhere
 /// \param[in]     fs          sample rate in Hz
-/// \param[in]     f0min       lowest f0 accepted, Hz. Nothing stands for another value here: 0 or
-///                            below is no bound beside lowestmodelled
-/// \param[in]     f0max       highest f0 accepted, Hz. It is taken as it is, too, so that one below
-///                            f0min refuses every estimate and the track stays
+/// \param[in]     f0min       lowest f0 accepted, Hz. Unlike that of getpitch it is taken as it is:
+///                            0 or below is no bound, which leaves lowestmodelled
+/// \param[in]     f0max       highest f0 accepted, Hz. It, too, is taken as it is: with one below
+///                            f0min no estimate is accepted, and the track stays
 /// \return 0 always
 int refinepitch(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, std::uint32_t iterations, double *f0, const double *fv,

@@ -106,8 +106,10 @@ void transformframe(const offsetframe &frame, const double *window, std::uint32_
     std::fill(windowed, windowed + first, 0.0);
     runwidest<windowkernel>(&frame, window + first, windowed + first);
     std::fill(windowed + frame.span.end, windowed + nfft, 0.0);
-    fftreal(static_cast<std::int32_t>(nfft), windowed, record.real.data(), record.imag);
-    powerspectrum(nfft / 2 + std::size_t{1}, record.real.data(), record.imag, power);
+    double *const re = record.real.data();
+    double *const im = record.imag.data();
+    fftreal(static_cast<std::int32_t>(nfft), windowed, re, im);
+    powerspectrum(nfft / 2 + std::size_t{1}, re, im, power);
 }
 
 // Plain Hann window, scaled for the number of its samples that are not 0.
@@ -219,18 +221,16 @@ void peakenvelope(const logpower &spectrum, std::size_t last, double spacing, do
 
 std::uint32_t naframesize(double fs) { return getwinlengthdurodd(0.025, fs); }
 
-// The imaginary half begins on a cache line.
 namem::namem(std::uint32_t windowlength, std::uint32_t nfft)
     : lwin(windowlength),
-      data(wholevectors(windowlength) + nfft),
-      real(nfft / 2 + 1),
+      window(windowlength),
       frame(nfft),
+      real(nfft / 2 + 1),
+      imag(nfft / 2 + 1),
       power(nfft / 2 + 1),
       hann(scaledhann),
       complement(scaledcomplement) {
-    window = data.data();
-    imag = window + wholevectors(windowlength);
-    winhamming(window, lwin, 1);
+    winhamming(window.data(), lwin, 1);
 }
 
 namem *nameminitialize(std::uint32_t lwin, std::uint32_t nfft) {
@@ -249,7 +249,7 @@ int namemdestroy(namem *record) {
 int getnoiselogspectrum(const double *x, std::uint32_t nsamples, std::uint32_t centre,
                         std::uint32_t nfft, double *spectrum, namem *record, double fs) {
     const std::uint32_t lwin = record->lwin;
-    transformframe(meanframe(x, nsamples, centre, lwin), record->window, nfft, *record,
+    transformframe(meanframe(x, nsamples, centre, lwin), record->window.data(), nfft, *record,
                    record->power.data());
     fillspectrum({record->power.data(), lwin * powerfloor, lwin * fs}, nfft, spectrum);
     mirror(spectrum, nfft);
@@ -292,8 +292,8 @@ int getrealcepstrum(std::uint32_t nfft, double *spectrum, namem *record) {
     const std::size_t half = nfft / 2;
     const double scale = 1.0 / nfft;
     for (std::size_t k = 0; k <= half; ++k) record->real[k] = spectrum[k] * scale;
-    std::fill(record->imag, record->imag + half + 1, 0.0);
-    ifftreal(static_cast<std::int32_t>(nfft), record->real.data(), record->imag,
+    std::fill(record->imag.begin(), record->imag.end(), 0.0);
+    ifftreal(static_cast<std::int32_t>(nfft), record->real.data(), record->imag.data(),
              record->frame.data());
     std::copy_n(record->frame.begin(), half + 1, spectrum);
     return 0;

@@ -17,13 +17,12 @@
 
 /// Scratch of the envelope routines, made once per run.
 struct namem {
-    std::uint32_t lwin;  // length L of the noise window in samples, odd
-    double *window;      // [L] Hamming window of mean square 1
-    double *imag;        // [nfft] imaginary half of the transform; keeps nothing between frames
+    std::uint32_t lwin;           // length L of the noise window in samples, odd
+    nalveo::alignedreals window;  // [L] Hamming window of mean square 1
 
-    nalveo::alignedreals data;   // holds the two arrays above
-    nalveo::alignedreals real;   // [nfft / 2 + 1] the other half of the transform
     nalveo::alignedreals frame;  // [nfft] windowed frame
+    nalveo::alignedreals real;   // [nfft / 2 + 1] its transform
+    nalveo::alignedreals imag;   // [nfft / 2 + 1]
     nalveo::alignedreals power;  // [nfft / 2 + 1] power spectrum
 
     // Windows of pitch-synchronous frames: Hann windows scaled for the number of their samples that

@@ -44,7 +44,7 @@ struct runstate {
 struct f0track {
     readerarray values;  // null for a track that was refused
     std::uint32_t nframes = 0;
-    bool keepfile = false;  // the loaded file already says just this
+    bool keepfile = false;  // it was loaded, and its file holds just these values
 };
 
 f0track estimatef0(const settings &set, const double *waveform, std::uint32_t nsamples,
