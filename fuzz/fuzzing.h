@@ -1,4 +1,5 @@
-/// What a fuzzer needs: a property that ends the run, files and folders that live in memory.
+/// What a fuzzer needs: a property that ends the run, programs run in process, files and folders
+/// that live in memory.
 
 #pragma once
 
@@ -12,12 +13,23 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <vector>
 
 /// Ends the process with a message when a property does not hold.
 inline void require(bool holds, const char *property) {
     if (holds) return;
     std::fprintf(stderr, "does not hold: %s\n", property);
     std::abort();
+}
+
+/// Runs a program with its messages thrown away; its exit status. The arguments that it marks as
+/// read are a copy.
+inline int runsilent(int (*program)(int, char **), std::vector<std::string> arguments) {
+    static const bool silent = std::freopen("/dev/null", "w", stdout) != nullptr;
+    require(silent, "messages can be thrown away");
+    std::vector<char *> argv;
+    for (std::string &argument : arguments) argv.push_back(argument.data());
+    return program(static_cast<int>(argv.size()), argv.data());
 }
 
 /// A file in memory, with a path for those who open files by name.

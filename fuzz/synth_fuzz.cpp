@@ -65,11 +65,6 @@ void addoption(FuzzedDataProvider &input, const char *name, int lowest, int high
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    require(std::freopen("/dev/null", "w", stdout) != nullptr, "messages can be thrown away");
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     FuzzedDataProvider input(data, size);
     static const memoryfolder folder;
@@ -97,10 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (input.ConsumeIntegralInRange(0, 9) == 0)
         arguments.push_back(input.ConsumeRandomLengthString(20));
 
-    std::vector<std::string> copies = arguments;
-    std::vector<char *> argv;
-    for (std::string &argument : copies) argv.push_back(argument.data());
-    const int status = synthmain(static_cast<int>(argv.size()), argv.data());
+    const int status = runsilent(synthmain, arguments);
     auto after = folder.files();
     if (status != 0) {
         require(after == before, "a refusal changes no file");

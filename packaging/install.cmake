@@ -32,6 +32,7 @@ set(package ${CMAKE_INSTALL_DATADIR}/doc/nalveo16)
 install(TARGETS nalveo16 nalveo16-synth COMPONENT program)
 install(PROGRAMS tools/nalveo16-plot tools/nalveo16-corpus tools/nalveo16-compare
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+install(FILES tools/nalveowav.py DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16 COMPONENT tools)
 install(DIRECTORY tools/nalveoplot tools/nalveocorpus DESTINATION ${CMAKE_INSTALL_DATADIR}/nalveo16
     COMPONENT tools PATTERN __pycache__ EXCLUDE)
 foreach(page IN LISTS manpages)

@@ -17,5 +17,5 @@ from ._synthesis import synthesize
 __version__ = _version()
 
 __all__ = ["Analysis", "analyze", "envelope", "f0", "f0_from_log", "log_f0", "mcep",
-           "mcep_to_spectrum", "mvf", "read", "read_pitchtier", "refine_f0", "synthesize", "to_grid",
-           "write", "write_pitchtier"]
+           "mcep_to_spectrum", "mvf", "read", "read_pitchtier", "refine_f0", "synthesize",
+           "to_grid", "write", "write_pitchtier"]

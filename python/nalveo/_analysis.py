@@ -135,10 +135,8 @@ class _Call:
     def set_cepstra(self, order: SupportsIndex, alpha: SupportsFloat | None, method: Method,
                     scale: str) -> None:
         """Sets what belongs to the cepstra."""
-        self.options.order = arguments.whole("order", order, 0, 511)
-        self.options.alpha = arguments.warping(alpha, self.fs)
+        arguments.set_cepstra(self.options, arguments.whole("order", order, 0, 511), alpha, scale)
         self.options.method = arguments.method_number(method)
-        self.options.hts_scale = arguments.scaled(scale)
 
     def run(self, name: str, f0: Reals | None, *outputs: Reals | None) -> None:
         """Calls a function of the library on the signal and on arrays."""

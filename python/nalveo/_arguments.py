@@ -74,14 +74,9 @@ def hop(fs: float, frame_period: SupportsFloat, hop_length: SupportsIndex | None
 
 def method_number(method: Method) -> int:
     """A cepstral method by number or name."""
-    if isinstance(method, str):
-        if method not in METHODS:
-            raise ValueError(f"method is {method!r}; it must be one of "
-                             + ", ".join(f"{k} or {name!r}" for k, name in enumerate(METHODS)))
-        return METHODS.index(method)
     try:
-        number = operator.index(method)
-    except TypeError:
+        number = METHODS.index(method) if isinstance(method, str) else operator.index(method)
+    except (TypeError, ValueError):
         number = -1
     if not 0 <= number < len(METHODS):
         raise ValueError(f"method is {method!r}; it must be one of "
@@ -99,6 +94,14 @@ def warping(alpha: SupportsFloat | None, fs: float) -> float:
         raise ValueError(f"alpha is {shown(number)}; it must be above -1 and below 1, or None for "
                          "the mel scale")
     return number
+
+
+def set_cepstra(options: _library.Options, order: int, alpha: SupportsFloat | None,
+                scale: str) -> None:
+    """Sets what cepstra mean, at the rate that the options have."""
+    options.order = order
+    options.alpha = warping(alpha, options.fs)
+    options.hts_scale = scaled(scale)
 
 
 def scaled(scale: str) -> int:

@@ -24,9 +24,7 @@ def _levels(mcep: ArrayLike, fs: SupportsFloat, alpha: SupportsFloat | None, nff
     options = _library.default_options()
     options.fs = arguments.rate(fs)
     options.frame_shift = 1
-    options.order = cepstra.shape[-1] - 1
-    options.alpha = arguments.warping(alpha, options.fs)
-    options.hts_scale = arguments.scaled(scale)
+    arguments.set_cepstra(options, cepstra.shape[-1] - 1, alpha, scale)
     frequencies = np.arange(bins // 2 + 1) * (options.fs / bins)
     frequencies[-1] = options.fs / 2
     levels = np.empty(cepstra.shape[:-1] + frequencies.shape)

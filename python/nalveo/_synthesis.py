@@ -82,9 +82,7 @@ def synthesize(f0: ArrayLike, mcep: ArrayLike, mvf: ArrayLike | None = None,
     band = None if mvf is None else arguments.track("mvf", mvf, nframes)
     if band is not None and np.isnan(band).all():
         band = None
-    options.order = cepstra.shape[1] - 1
-    options.alpha = arguments.warping(alpha, options.fs)
-    options.hts_scale = arguments.scaled(scale)
+    arguments.set_cepstra(options, cepstra.shape[1] - 1, alpha, scale)
     longest = nframes * options.frame_shift
     nsamples = longest if length is None else arguments.whole("length", length, 1, longest)
     samples = np.empty(nsamples)

@@ -69,6 +69,12 @@ class Comparison(NamedTuple):
     mvf_rmse: float
 
 
+def _refuse_infinite(name: str, which: str, values: Reals) -> None:
+    if not np.isfinite(values).all():
+        frame = int(np.argwhere(~np.isfinite(values))[0][0])
+        raise ValueError(f"{name} of the {which} is not finite in frame {frame}")
+
+
 def _pair(name: str, reference: ArrayLike, test: ArrayLike, ndim: int) -> tuple[Reals, Reals]:
     """Two tracks, cut to the length of the shorter one."""
     pair = []
@@ -77,9 +83,7 @@ def _pair(name: str, reference: ArrayLike, test: ArrayLike, ndim: int) -> tuple[
         if given.ndim != ndim:
             shape = "(n_frames, order + 1)" if ndim == 2 else "(n_frames,)"
             raise ValueError(f"{name} of the {which} has shape {given.shape}; it must be {shape}")
-        if not np.isfinite(given).all():
-            frame = int(np.argwhere(~np.isfinite(given))[0][0])
-            raise ValueError(f"{name} of the {which} is not finite in frame {frame}")
+        _refuse_infinite(name, which, given)
         if ndim == 1 and (given < 0).any():
             frame = int(np.argwhere(given < 0)[0][0])
             raise ValueError(f"{name} of the {which} is {given[frame]:g} in frame {frame}; it must "
@@ -88,9 +92,9 @@ def _pair(name: str, reference: ArrayLike, test: ArrayLike, ndim: int) -> tuple[
         pair.append(given)
     first, second = pair
     if abs(len(first) - len(second)) > MOST_DIFFERENT:
-        raise ValueError(f"{name} has {len(first)} frames in the reference and {len(second)} in the "
-                         f"test; lengths may differ by {MOST_DIFFERENT} frames at most: align the "
-                         "two, or compare what belongs together")
+        raise ValueError(f"{name} has {len(first)} frames in the reference and {len(second)} in "
+                         f"the test; lengths may differ by {MOST_DIFFERENT} frames at most: align "
+                         "the two, or compare what belongs together")
     if ndim == 2 and first.shape[1] != second.shape[1]:
         raise ValueError(f"{name} has order {first.shape[1] - 1} in the reference and "
                          f"{second.shape[1] - 1} in the test; distortions of different orders "
@@ -345,10 +349,8 @@ def align(reference: ArrayLike, test: ArrayLike, scale: str = "hts") -> tuple[In
     if c.ndim != 2 or d.ndim != 2 or c.shape[1] != d.shape[1] or not len(c) or not len(d):
         raise ValueError(f"the cepstra have shapes {c.shape} and {d.shape}; they must be "
                          "(n, order + 1) and (m, order + 1), with at least one frame each")
-    for which, cepstra in (("reference", c), ("test", d)):
-        if not np.isfinite(cepstra).all():
-            frame = int(np.argwhere(~np.isfinite(cepstra))[0][0])
-            raise ValueError(f"mcep of the {which} is not finite in frame {frame}")
+    _refuse_infinite("mcep", "reference", c)
+    _refuse_infinite("mcep", "test", d)
     n, m = len(c), len(d)
     if n * m > 400_000_000:
         raise ValueError(f"{n} and {m} frames are too many to be aligned; cut the recordings into "
@@ -371,8 +373,8 @@ def _best_steps(c: Reals, d: Reals, scale: str) -> NDArray[np.int8]:
     """
     n, m = len(c), len(d)
     steps = np.zeros((n, m), dtype=np.int8)
-    # Costs by i of the diagonals i + j = k - 1 and k - 2; what is not there is infinite. Entry i + 1
-    # is that of i.
+    # Costs by i of the diagonals i + j = k - 1 and k - 2; what is not there is infinite. Entry
+    # i + 1 is that of i.
     last = np.full(n + 1, math.inf)
     before = np.full(n + 1, math.inf)
     for k in range(n + m - 1):
@@ -415,8 +417,8 @@ def compare(reference: tuple[ArrayLike, ArrayLike, ArrayLike],
     Raises
     ------
     ValueError
-        Analyses that cannot be compared: of different order, alpha, scale or frame shift, or lengths
-        that differ by more than `MOST_DIFFERENT` frames without an alignment.
+        Analyses that cannot be compared: of different order, alpha, scale or frame shift, or
+        lengths that differ by more than `MOST_DIFFERENT` frames without an alignment.
 
     Examples
     --------

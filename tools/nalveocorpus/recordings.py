@@ -10,7 +10,7 @@ import threading
 
 import numpy as np
 
-from nalveoplot.recording import DAMAGED, Foreign, Wrong, read_plain
+from nalveowav import DAMAGED, Foreign, Wrong, read_plain
 
 from .settings import NATIVE, Unfit, shown
 from .state import FOLDER

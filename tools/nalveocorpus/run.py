@@ -13,7 +13,7 @@ import time
 import numpy as np
 
 import nalveo
-from nalveoplot.recording import Wrong
+from nalveowav import Wrong
 
 from . import table
 from .settings import reason

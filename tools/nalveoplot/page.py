@@ -17,7 +17,7 @@ import numpy as np
 from PIL import Image
 
 from . import overview, spectra, style
-from .recording import FS, Wrong, escape, resynthesis, tell
+from .recording import FS, Wrong, resynthesis, tell
 
 ROWS = 256  # of the images
 SHADES = 128  # half a decibel each, about
