@@ -404,18 +404,6 @@ TEST_F(cli, keepswhatwastherewhenitcannotwrite) {
     EXPECT_EQ(namesin(folder_ / ""), (std::vector<std::string>{"c", "f", "in.wav", "v"}));
 }
 
-// Who reads a track goes on reading what he opened: no file changes under its name.
-TEST_F(cli, replacesfilesasawhole) {
-    put("in.wav", wavbytes(voice()));
-    succeed("in.wav|estimate|c");
-    EXPECT_EQ(shell("echo old >f; chmod 604 f; ln -s f link; exec 3<f; umask 27\n"
-                    "\"$0\" in.wav link c /dev/fd/4 4>v; cat <&3; stat -c %a f c"),
-              "old\n604\n644\n");
-    EXPECT_EQ(get("f"), get("estimate"));
-    EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "link"));
-    EXPECT_EQ(values("v").size(), voiceframes) << "through a descriptor";
-}
-
 TEST_F(cli, refusesonefileundertwonames) {
     put("in.wav", wavbytes(voice()));
     put("f", "a track");

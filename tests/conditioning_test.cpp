@@ -83,11 +83,3 @@ TEST(fillzeros, fillsrunslongerthanthethreshold) {
                 ASSERT_EQ(after[i] != before[i], r.filled) << "sample " << i << ", " << zfill;
     }
 }
-
-TEST(htsadapteradhoc, shiftsthefirstcoefficientanddoublestherest) {
-    doubles cc = {1.0, 0.5, -0.25, -7.0, 3.0, 4.0, 99.0};
-    EXPECT_EQ(htsadapteradhoc(cc.data(), 2, 2), 0);
-    EXPECT_EQ(cc, (doubles{6.0, 1.0, -0.5, -2.0, 6.0, 8.0, 99.0}));
-    EXPECT_EQ(htsadapteradhoc(cc.data(), 0, 3), 0);
-    EXPECT_EQ(cc, (doubles{11.0, 6.0, 4.5, -2.0, 6.0, 8.0, 99.0}));
-}

@@ -40,48 +40,6 @@ TEST(medianfilter, byhand) {
     }
 }
 
-// Transform of the Hann window over -1 .. 1, by numerical integration (the trapezoidal rule is
-// exact to many digits here, as the window and its slope vanish at the ends).
-double hannline(double x) {
-    constexpr int steps = 4000;
-    double sum = 0.0;
-    for (int i = -steps; i <= steps; ++i) {
-        const double t = static_cast<double>(i) / steps;
-        sum += 0.5 * (1 + std::cos(testpi * t)) * std::cos(x * t) / steps;
-    }
-    return sum;
-}
-
-TEST(linematch, isacorrelationwiththewindowsline) {
-    constexpr std::uint32_t nfft = 256;
-    const std::vector<double> spectrum = whitenoise(2 * nfft, 1.0, 5);
-    const struct {
-        std::uint32_t lwin, bin, halfband;
-        double f;
-    } cases[] = {
-        {61, 4, 4, 270},    {61, 20, 6, 1262.5}, {61, 63, 3, 3999}, {61, 64, 3, 4000},
-        {61, 122, 5, 7610}, {64, 20, 5, 1250},  // bins on all zeros of the kernel's denominators
-    };
-    for (const auto &c : cases) {
-        double mm = 0, xx = 0, re = 0, im = 0;
-        for (std::uint32_t i = c.bin - c.halfband; i <= c.bin + c.halfband; ++i) {
-            const double f = i * testfs / nfft;
-            const double mirror = c.f < 4000 ? -c.f : testfs - c.f;
-            const double unit = testpi * c.lwin / testfs;
-            const double m = hannline(unit * (f - c.f)) + hannline(unit * (f - mirror));
-            mm += m * m;
-            xx += spectrum[2 * i] * spectrum[2 * i] + spectrum[2 * i + 1] * spectrum[2 * i + 1];
-            re += spectrum[2 * i] * m;
-            im += spectrum[2 * i + 1] * m;
-        }
-        EXPECT_NEAR(slm(spectrum.data(), nfft, c.lwin, c.bin, c.halfband, testfs, c.f),
-                    std::sqrt((re * re + im * im) / (mm * xx)), 1e-7)
-            << c.bin;
-    }
-    const std::vector<double> empty(2 * nfft);
-    EXPECT_EQ(slm(empty.data(), nfft, 61, 20, 5, testfs, 1250), 0.0);
-}
-
 // Maximum voiced frequency of one frame of f0 = 100 Hz. Bands 1 .. clean are harmonics; each band
 // above holds two tones in opposite phase, a quarter of a band off its middle, which no single line
 // matches.

@@ -46,21 +46,6 @@ TEST(melenvelope, isthedirectsumsatthewarpedfrequencies) {
     }
 }
 
-// ln(1 / (1 - a z^-1)) = a z^-1 + a^2 z^-2 / 2 + .., which is the cepstrum of a stable pole.
-TEST(melenvelope, givesthephaseofapole) {
-    constexpr double a = 0.7, omega = 0.035;
-    reals c(120, 0.0);
-    for (std::size_t j = 1; j < c.size(); ++j)
-        c[j] = 0.5 * std::pow(a, static_cast<double>(j)) / static_cast<double>(j);
-    const curves e = evaluate(c, omega, 0.0);
-    for (std::size_t k = 0; k < count; ++k) {
-        const std::complex<double> h =
-            1.0 / (1.0 - a * std::polar(1.0, -omega * static_cast<double>(k)));
-        EXPECT_NEAR(e.level[k], std::log(std::abs(h)), 1e-11) << k;
-        EXPECT_NEAR(e.phase[k], std::arg(h), 1e-11) << k;
-    }
-}
-
 TEST(melenvelope, ofordernoughtisflat) {
     const curves e = evaluate({-1.5}, 0.1, 0.42);
     for (std::size_t k = 0; k < count; ++k) {

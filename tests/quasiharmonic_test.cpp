@@ -53,17 +53,6 @@ struct quasiframe {
         return harmonicsof(solution.data());
     }
 
-    // By inversion of the blocks of the complex normal matrix.
-    complexes plain() const {
-        const auto count = static_cast<std::uint32_t>(k);
-        const nalveo::hamemhandle mem(qhameminitialize(testfs, testfs, f0));
-        mem->frame.assign(y.begin(), y.end());
-        mem->design.resize(4 * (2 * k + 1) * n);
-        const double s = qhamatrixcreate(mem->design.data(), n, count, window.data(), f0, testfs);
-        EXPECT_EQ(qhalscsolve(mem.get(), n, 4 * count + 2, s), 0);
-        return harmonicsof(mem->solution.data());
-    }
-
     // Cosines and time-weighted sines fit the even part of the frame, the others the odd part.
     complexes extended() const {
         const long double theta = 2 * std::acos(-1.0L) * f0 / testfs;
@@ -121,9 +110,7 @@ struct quasiframe {
 TEST(quasiharmonics, arerightwherethefitiswellconditioned) {
     for (const double f0 : {71.3, 123.4, 260.0, 411.0, 3000.0, 5000.0}) {
         const quasiframe frame(f0);
-        const complexes truth = frame.extended();
-        EXPECT_LT(frame.error(frame.fast(), truth, frame.k), 1e-10) << f0;
-        EXPECT_LT(frame.error(frame.plain(), truth, frame.k), 1e-9) << f0;
+        EXPECT_LT(frame.error(frame.fast(), frame.extended(), frame.k), 1e-10) << f0;
     }
 }
 
@@ -134,10 +121,8 @@ TEST(quasiharmonics, arerightclosetohalftherate) {
         for (const double part : {0.01, 0.003, 0.001}) {
             const quasiframe frame(testfs / 2 / (k + part));
             ASSERT_EQ(frame.k, k);
-            const complexes truth = frame.extended();
-            const double fast = frame.error(frame.fast(), truth, k);
-            EXPECT_LT(fast, 1e-15 / std::pow(part, 4)) << k << " " << part;
-            EXPECT_LT(1e3 * fast, frame.error(frame.plain(), truth, k)) << k << " " << part;
+            EXPECT_LT(frame.error(frame.fast(), frame.extended(), k), 1e-15 / std::pow(part, 4))
+                << k << " " << part;
         }
 }
 

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/fvanalysis.h"
 #include "simd/vectors.h"
 #include "testsignals.h"
 
@@ -80,6 +81,8 @@ TEST_P(spectrallines, arematchedasbytheirdefinition) {
     // Lines all over the spectrum, more than a vector of them, some of which are not at their bin.
     const linegrid grid{GetParam(), 4096, 11, testfs};
     const std::vector<double> re = whitenoise(2100, 1.0, 5), im = whitenoise(2100, 1.0, 6);
+    std::vector<double> pairs;
+    for (std::size_t i = 0; i < re.size(); ++i) pairs.insert(pairs.end(), {re[i], im[i]});
     linebatch lines;
     std::vector<std::pair<std::uint32_t, double>> wanted;
     for (std::uint32_t bin = 11; bin<2048; bin += bin> 2030 ? 1 : 11 + bin % 17) {
@@ -104,10 +107,12 @@ TEST_P(spectrallines, arematchedasbytheirdefinition) {
             sumre += re[i] * m;
             sumim += im[i] * m;
         }
-        EXPECT_NEAR(lines.match2[k], static_cast<double>((sumre * sumre + sumim * sumim) / mm / xx),
-                    1e-13)
-            << bin << " " << f;
+        const auto truth = static_cast<double>((sumre * sumre + sumim * sumim) / mm / xx);
+        EXPECT_NEAR(lines.match2[k], truth, 1e-13) << bin << " " << f;
+        const double alone = slm(pairs.data(), 4096, GetParam(), bin, 11, testfs, f);
+        EXPECT_NEAR(alone * alone, truth, 1e-13) << bin << " " << f;
     }
+    EXPECT_EQ(slm(std::vector<double>(4096).data(), 4096, 61, 20, 5, testfs, 1250), 0.0);
 }
 
 // A window of 90 Hz and one under which bins lie on the poles of lines and mirror images.

@@ -75,7 +75,7 @@ class synth : public testing::Test {
 
 }  // namespace
 
-TEST_F(synth, withoutargumentshelps) {
+TEST_F(synth, tellsofitself) {
     const runresult help = run({});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("   me filef0 filecc [filefv] fileout [params]\n"), std::string::npos);
@@ -83,12 +83,9 @@ TEST_F(synth, withoutargumentshelps) {
          {"lframe=80 ", "alpha=0.42 ", "htsscale=1 ", "gain=0 ", "length=0 ", "seed=1 "})
         EXPECT_NE(help.out.find("   --" + std::string(option)), std::string::npos) << option;
     EXPECT_EQ(run({"--help"}).out, help.out);
-}
-
-TEST_F(synth, tellsitsversion) {
-    const runresult told = run({"--version"});
-    EXPECT_EQ(told.status, 0);
-    EXPECT_EQ(told.out, "nalveo16-synth " NALVEO_VERSION "\n");
+    const runresult version = run({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "nalveo16-synth " NALVEO_VERSION "\n");
 }
 
 TEST_F(synth, makesawaveform) {

@@ -8,9 +8,6 @@
 #include <limits>
 #include <vector>
 
-#include "analysis/ccanalysis.h"
-#include "analysis/fvanalysis.h"
-#include "analysis/pitchanalysis.h"
 #include "synthesis/whitenoise.h"
 #include "testsignals.h"
 
@@ -64,21 +61,8 @@ constexpr double rounding = 1e-9;
 
 class frameshift : public testing::TestWithParam<std::uint32_t> {};
 
-// A harmonic of the density e^level has the amplitude 2 sqrt(f0) e^level; those of 200 Hz below
-// 8000 Hz are 39.
-TEST_P(frameshift, harmonicsofaflatenvelopearecosines) {
-    const reals x = speech(steady(30, 200.0, {std::log(0.001)}), GetParam());
-    ASSERT_EQ(x.size(), 30 * GetParam());
-    for (std::size_t n = 0; n < x.size(); ++n)
-        ASSERT_NEAR(x[n],
-                    cosines(2 * testpi * 200.0 / testfs * static_cast<double>(n), 39,
-                            2 * std::sqrt(200.0) * 0.001),
-                    rounding)
-            << n;
-}
-
-// f0 runs linearly, the phase is its integral, amplitudes fade as a raised cosine; the last frame
-// holds on.
+// f0 runs linearly, the phase is its integral. A harmonic of the density e^level has the amplitude
+// 2 sqrt(f0) e^level; amplitudes fade as a raised cosine; the last frame holds on.
 TEST_P(frameshift, phaseistheintegraloff0) {
     const double lframe = GetParam();
     tracks t;
@@ -212,14 +196,7 @@ TEST(noise, followsitsseedalone) {
     const tracks t = steady(50, 0.0, {-5.0});
     const reals x = speech(t);
     EXPECT_EQ(x, speech(t));
-    double product = 0.0, square = 0.0;
-    const reals y = speech(t, 80, 2);
-    for (std::size_t n = 0; n < x.size(); ++n) {
-        product += x[n] * y[n];
-        square += x[n] * x[n];
-    }
-    EXPECT_LT(std::abs(product), 0.1 * square);  // 4000 samples: 0.016 is usual
-
+    EXPECT_NE(x, speech(t, 80, 2));
     // A shorter waveform is the beginning of a longer one.
     reals part = speech(t, 80, 1, 1234);
     EXPECT_TRUE(std::equal(part.begin(), part.end(), x.begin()));
@@ -244,16 +221,6 @@ TEST(noise, iswhite) {
         EXPECT_NEAR(beside, 0.0, 0.004);
         EXPECT_NEAR(other, 0.0, 0.004);
     }
-}
-
-TEST(synthesis, undoesthescalingforhts) {
-    tracks plain = steady(20, 150.0, {-6.0, 0.4, -0.2}, 3000.0), scaled = plain;
-    plain.f0[7] = scaled.f0[7] = 0.0;
-    for (std::size_t i = 0; i < scaled.cc.size(); ++i)
-        scaled.cc[i] = i % 3 == 0 ? scaled.cc[i] + 5.0 : 2.0 * scaled.cc[i];
-    reals x(1600);
-    nalveo::synthesise(scaled.view(), {testfs, 80, 0.42, true, 1}, x.size(), x.data());
-    EXPECT_EQ(x, speech(plain));
 }
 
 TEST(synthesis, attheedges) {
@@ -294,53 +261,6 @@ TEST(synthesis, findswhatcannotbemade) {
     for (const double fv : {nan, infinite, -1.0, 8000.1})
         expectbad(&tracks::fv, 1, fv, where::fv, 1);
     EXPECT_EQ(nalveo::findbadvalue(good.view(), testfs).where, where::none);
-}
-
-// A vowel with a glide and a border at 3 kHz, silence around it: analysed, made, analysed again.
-TEST(synthesis, isheardaswhatitwasmadefrom) {
-    constexpr std::uint32_t n = 24000, nframes = 300, width = 40;
-    voice v;
-    v.f0 = [](double t) { return t > 0.2 && t < 1.3 ? 110.0 + 40.0 * t : 0.0; };
-    v.formants = vowel();
-    v.band = 3000.0;
-    v.level = 0.03;
-    v.breath = 0.002;
-    reals x = speak(v, n);
-    const reals hiss = whitenoise(n, 0.0003, 9);
-    for (std::size_t i = 0; i < n; ++i) x[i] += hiss[i];
-
-    const auto analyse = [&](const reals &wave) {
-        tracks t{reals(nframes), reals(nframes * width), reals(nframes), width - 1};
-        getpitch(wave.data(), n, 80, 0, nframes, t.f0.data(), testfs, 60, 500);
-        getfvoicing(wave.data(), n, 80, 0, nframes, t.f0.data(), t.fv.data(), testfs);
-        waveform2cc(wave.data(), n, 80, 0, nframes, t.f0.data(), width - 1, t.cc.data(), 1, testfs,
-                    0.42);
-        return t;
-    };
-    const tracks first = analyse(x);
-    const tracks second = analyse(speech(first));
-    std::size_t voicing = 0, voiced = 0, noises = 0;
-    double cents = 0, level = 0, noise = 0, border = 0;
-    for (std::size_t k = 0; k < nframes; ++k) {
-        const double difference = second.cc[k * width] - first.cc[k * width];
-        if ((first.f0[k] > 0) != (second.f0[k] > 0)) ++voicing;
-        if (first.f0[k] > 0 && second.f0[k] > 0) {
-            ++voiced;
-            cents += std::pow(1200 * std::log2(second.f0[k] / first.f0[k]), 2);
-            level += difference;
-            border += second.fv[k] - first.fv[k];
-        } else if (first.f0[k] == 0 && second.f0[k] == 0) {
-            ++noises;
-            noise += difference;
-        }
-    }
-    EXPECT_LE(voicing, 4u);
-    ASSERT_GT(voiced, 200u);
-    EXPECT_LT(std::sqrt(cents / static_cast<double>(voiced)), 10.0);
-    EXPECT_NEAR(border / static_cast<double>(voiced), 0.0, 300.0);
-    // 0.3 dB are 0.035 nepers.
-    EXPECT_NEAR(level / static_cast<double>(voiced), 0.0, 0.035);
-    EXPECT_NEAR(noise / static_cast<double>(noises), 0.0, 0.1);
 }
 
 }  // namespace
