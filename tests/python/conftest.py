@@ -11,6 +11,11 @@ import pytest
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
 
+def same(a, b):
+    """Whether tracks are equal to the bit, NaN to NaN."""
+    return all(np.array_equal(x, y, equal_nan=True) for x, y in zip(a, b))
+
+
 def read_wave(path):
     """Samples of a 16-bit recording, as int16."""
     with wave.open(str(path)) as file:

@@ -9,13 +9,10 @@ from hypothesis import HealthCheck, given, settings, strategies
 from hypothesis.extra import numpy as arrays
 
 import nalveo
+from conftest import same
 
 X = 0.1 * np.sin(np.arange(1600) * 0.05)
 NFRAMES = 20
-
-
-def same(a, b):
-    return all(np.array_equal(x, y) for x, y in zip(a, b))
 
 
 @pytest.mark.parametrize("form", [
@@ -50,64 +47,43 @@ def spoilt(place, value):
 
 F0 = np.full(NFRAMES, 120.0)
 REFUSED = [
-    # arguments, settings, what the message must tell
+    # samples and rate, settings, what the message must tell
     ((np.stack([X, X], 1), 16000), {}, r"shape \(1600, 2\).*one channel.*x\[:, 0\]"),
     ((X[None], 16000), {}, r"shape \(1, 1600\).*give x\[0\]"),
     ((np.stack([X, X]), 16000), {}, r"shape \(2, 1600\).*x.mean\(axis=0\) or x\[0\]"),
     ((X[None, None], 16000), {}, "one-dimensional"),
-    ((0.5, 16000), {}, r"shape \(\)"),
     (([], 16000), {}, "empty"),
-    ((np.zeros((0, 1)), 16000), {}, "empty"),
     ((spoilt(7, math.nan), 16000), {}, "nan at sample 7.*finite"),
-    ((spoilt(1599, -math.inf), 16000), {}, "-inf at sample 1599"),
-    ((spoilt(3, 1.5), 16000), {}, "1.5 at sample 3.*divide int16"),
-    ((np.round(X * 32768), 16000), {}, "divide int16 values by 32768"),
+    ((spoilt(3, 1.0000001), 16000), {}, "1.0000001 at sample 3.*divide int16 values by 32768"),
     ((np.zeros(1600, np.int32), 16000), {}, r"int32.*int16.*2\.0\*\*31"),
-    ((spoilt(3, 1.0000001), 16000), {}, "1.0000001 at sample 3"),
-    ((np.zeros(1600, np.uint8), 16000), {}, "uint8"),
-    ((np.zeros(1600, bool), 16000), {}, "bool"),
-    ((np.zeros(1600, complex), 16000), {}, "complex"),
-    ((["a", "b"], 16000), {}, "real numbers"),
-    ((None, 16000), {}, "real numbers"),
+    ((np.zeros(1600, np.uint8), 16000), {}, r"uint8.*\(x - 128\.0\) / 128"),
+    ((np.zeros(1600, complex), 16000), {}, "complex.*real numbers"),
     (([[0.1], [0.1, 0.2]], 16000), {}, "no array of numbers|real numbers"),
     ((X, 16), {}, "16 Hz.*8000 to 96000.*kHz"),
-    ((X, 7999), {}, "8000 to 96000"),
-    ((X, 96001), {}, "8000 to 96000"),
+    ((X, 96000.1), {}, r"96000\.1 Hz.*8000 to 96000"),
     ((X, math.nan), {}, "finite"),
     ((X, "16000 Hz"), {}, "finite"),
     ((X, None), {}, "finite"),
     ((X, 22050), {}, r"110\.25 samples.*hop_length=110"),
     ((X, 16000), {"frame_period": 0}, "0 samples.*hop_length=1 "),
-    ((X, 16000), {"frame_period": -5}, "whole number of samples"),
-    ((X, 16000), {"frame_period": math.inf}, "finite"),
-    ((X, 16000), {"frame_period": 1e300}, "hop_length"),
-    ((X, 16000), {"frame_period": 0.03}, r"0\.48 samples"),
+    ((X, 16000), {"frame_period": 1e300}, "hop_length=1000000000 "),
     ((X, 16000), {"hop_length": 0}, "hop_length is 0.*from 1"),
     ((X, 16000), {"hop_length": 80.0}, "hop_length is 80.0.*whole"),
-    ((X, 16000), {"f0_floor": 14}, "at least 15 Hz"),
+    ((X, 16000), {"f0_floor": 14}, "f0_floor is 14.*at least 15 Hz"),
     ((X, 16000), {"f0_floor": 500}, "in this order"),
     ((X, 16000), {"f0_ceil": 8001}, "fs / 2 = 8000"),
-    ((X, 16000), {"f0_ceil": math.nan}, "finite"),
-    ((X, 16000), {"order": -1}, "order is -1.*0 to 511"),
-    ((X, 16000), {"order": 512}, "0 to 511"),
-    ((X, 16000), {"order": 3.5}, "whole number"),
+    ((X, 16000), {"order": 512}, "order is 512.*0 to 511"),
     ((X, 16000), {"alpha": 1}, "below 1, or None"),
-    ((X, 16000), {"alpha": 2}, "below 1, or None"),
-    ((X, 16000), {"alpha": math.nan}, "finite"),
     ((X, 16000), {"method": 5}, "0 or 'harmonic'.*4 or 'seevoc'"),
-    ((X, 16000), {"method": -1}, "harmonic"),
     ((X, 16000), {"method": "RDC?"}, "1 or 'rdc'"),
     ((X, 16000), {"method": 1.0}, "'rdc'"),
-    ((X, 16000), {"refine": 6}, "0 to 5"),
+    ((X, 16000), {"refine": 6}, "refine is 6.*0 to 5"),
     ((X, 16000), {"zfill": -1}, "zfill"),
     ((X, 16000), {"scale": "HTK"}, "'hts' or 'plain'"),
     ((X, 16000), {"f0": F0[:-1]}, r"shape \(19,\).*one value per frame, \(20,\)"),
-    ((X, 16000), {"f0": F0[:, None]}, "one value per frame"),
     ((X, 16000), {"f0": np.where(np.arange(20) == 9, math.nan, F0)}, "nan for frame 9.*never NaN"),
-    ((X, 16000), {"f0": F0 * 0 + 14}, "14 for frame 0.*from 15"),
-    ((X, 16000), {"f0": np.log(F0)}, "not a logarithm"),
-    ((X, 16000), {"f0": -F0}, "0 where unvoiced"),
-    ((X, 16000), {"f0": F0 + 8000}, "below fs / 2"),
+    ((X, 16000), {"f0": F0 * 0 + 14}, "14 for frame 0.*from 15.*not a logarithm"),
+    ((X, 16000), {"f0": F0 + 7880}, "8000 for frame 0.*below fs / 2"),
 ]
 
 
@@ -125,9 +101,7 @@ def test_refusals(arguments, options, told):
     (lambda: nalveo.refine_f0(X, 16000, F0 + 9000), "f0 holds 9120"),
     (lambda: nalveo.refine_f0(X, 16000, F0, iterations=9), "iterations"),
     (lambda: nalveo.mvf(X, 16000, F0[:3]), "one value per frame"),
-    (lambda: nalveo.mvf(X, 16000, F0 * np.nan), "nan for frame 0"),
     (lambda: nalveo.mcep(X, 16000, F0[:3]), "one value per frame"),
-    (lambda: nalveo.mcep(X * 100, 16000, F0), "divide int16"),
     (lambda: nalveo.f0(X, 16000, f0_floor=1), "at least 15"),
     (lambda: nalveo.log_f0(np.zeros((2, 2))), r"shape \(2, 2\)"),
     (lambda: nalveo.envelope(np.zeros((2, 513)), 16000), r"shape \(2, 513\).*0 to 511"),
@@ -163,15 +137,3 @@ def test_whatever_comes_is_analysed_or_refused(x, fs, hop, method, order, refine
     assert analysis.mcep.shape == (nframes, order + 1)
     assert all(np.isfinite(track).all() for track in analysis)
     assert analysis.f0.shape == analysis.mvf.shape == (nframes,)
-
-
-@settings(max_examples=30, deadline=None)
-@given(x=arrays.arrays(np.float64, strategies.integers(1, 3000),
-                       elements=strategies.floats(-1, 1)),
-       f0=strategies.floats(40, 7999), method=strategies.integers(0, 4),
-       refine=strategies.integers(0, 5))
-def test_any_signal_and_f0_give_numbers(x, f0, method, refine):
-    nframes = (x.size - 1) // 800 + 1
-    analysis = nalveo.analyze(x, 16000, hop_length=800, f0=np.full(nframes, f0), method=method,
-                              refine=refine)
-    assert all(np.isfinite(track).all() for track in analysis)
