@@ -137,6 +137,7 @@ def test_damaged_recordings_are_told_and_the_folder_goes_on(tmp_path, signal):
     for line, name in zip(lines, damaged):
         assert line.startswith("Error: ") and f"test/{name}.wav" in line, line
         assert not line.endswith((": .", "..")), line
+        assert ("sox converts" in line) == (name != "cut"), line
 
 
 def test_defaults_follow_the_rate_of_recordings(tmp_path, signal):

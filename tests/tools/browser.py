@@ -68,22 +68,21 @@ class Browser:
                       f"(async (...values) => {{{script}}})(...arguments).then(done, "
                       "(error) => done('error: ' + error));", "args": list(arguments)})
 
+    def act(self, device, x, y, *steps):
+        """Steps of the pointer or the wheel, (type, settings), from a place of the window."""
+        self.post("/actions", {"actions": [{"type": device, "id": device, "actions": [
+            {"type": step, "duration": 0, "x": round(x), "y": round(y), **more}
+            for step, more in steps]}]})
+
     def point(self, x, y):
-        """Moves the pointer to a place of the window."""
-        self.post("/actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": [
-            {"type": "pointerMove", "duration": 0, "x": round(x), "y": round(y)}]}]})
+        self.act("pointer", x, y, ("pointerMove", {}))
 
     def drag(self, x, y, by):
-        self.post("/actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": [
-            {"type": "pointerMove", "duration": 0, "x": round(x), "y": round(y)},
-            {"type": "pointerDown", "button": 0},
-            {"type": "pointerMove", "duration": 0, "x": round(x + by), "y": round(y)},
-            {"type": "pointerUp", "button": 0}]}]})
+        self.act("pointer", x, y, ("pointerMove", {}), ("pointerDown", {"button": 0}),
+                 ("pointerMove", {"x": round(x + by)}), ("pointerUp", {"button": 0}))
 
     def wheel(self, x, y, by):
-        self.post("/actions", {"actions": [{"type": "wheel", "id": "wheel", "actions": [
-            {"type": "scroll", "x": round(x), "y": round(y), "deltaX": 0, "deltaY": by,
-             "duration": 0, "origin": "viewport"}]}]})
+        self.act("wheel", x, y, ("scroll", {"deltaX": 0, "deltaY": by}))
 
     def click(self, selector):
         (found,) = self.post("/element", {"using": "css selector", "value": selector}).values()

@@ -18,6 +18,7 @@ from browser import Browser  # noqa: E402
 
 SAMPLE = os.path.join(os.path.dirname(os.path.realpath(__file__)), "../../examples/sample.wav")
 TIME = 0.9  # s, in a vowel
+NAME = "a<b>&amp; @data@.wav"
 
 
 def level(samples, hz):
@@ -35,11 +36,12 @@ class PageTest(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="nalveo16 page ")
         os.chdir(cls.folder)
-        shutil.copy(SAMPLE, "a<b>&amp; @data@.wav")
-        subprocess.run(["nalveo16", "a<b>&amp; @data@.wav", "f", "c", "v"], check=True)
+        shutil.copy(SAMPLE, NAME)
+        cls.samples = np.fromfile(SAMPLE, "<i2")[22:] / 32768
+        subprocess.run(["nalveo16", NAME, "f", "c", "v"], check=True)
         shutil.copy("f", "<!--<script>")
-        subprocess.run(["nalveo16-plot", "a<b>&amp; @data@.wav", "--html", "page.html", "--lf0",
-                        "f", "--lf0", "<!--<script>", "--mcc", "c", "--mvf", "v"], check=True)
+        subprocess.run(["nalveo16-plot", NAME, "--html", "page.html", "--lf0", "f", "--lf0",
+                        "<!--<script>", "--mcc", "c", "--mvf", "v"], check=True)
         cls.browser = Browser()
 
     @classmethod
@@ -56,16 +58,19 @@ class PageTest(unittest.TestCase):
         self.assertEqual([entry for entry in self.browser.log() if entry["source"] != "rendering"],
                          [])
 
-    def wait(self, script, seconds=20):
+    def wait(self, script):
         """Until a script returns something true."""
-        until = time.monotonic() + seconds
+        until = time.monotonic() + 20
         while not (found := self.browser.run(script)):
             self.assertLess(time.monotonic(), until, script)
             time.sleep(0.1)
         return found
 
+    def get(self, expression):
+        return self.browser.run(f"return {expression}")
+
     def view(self):
-        return self.browser.run("return [view.start, view.end]")
+        return self.get("[view.start, view.end]")
 
     def lane(self, name):
         """Left, top, width and height of the frame of a lane, in the window."""
@@ -78,12 +83,11 @@ class PageTest(unittest.TestCase):
 
     def test_loads_whole(self):
         """All of it is there, and nothing was fetched."""
-        title = self.browser.run("return document.title")
-        self.assertRegex(title, r"^a<b>&amp; @data@\.wav: 2\.79 s, \d+ % of frames voiced")
+        self.assertRegex(self.get("document.title"),
+                         rf"^{re.escape(NAME)}: 2\.79 s, \d+ % of frames voiced")
         np.testing.assert_allclose(self.view(), [0, 44580 / 16000])
-        self.assertEqual(self.browser.run("return performance.getEntriesByType('resource')"
-                                          ".filter((entry) => !entry.name.startsWith('data:'))"
-                                          ".map((entry) => entry.name)"), [])
+        fetched = self.get("performance.getEntriesByType('resource').map((entry) => entry.name)")
+        self.assertEqual([name for name in fetched if not name.startswith("data:")], [])
         # Every lane has something in it, the spectrogram many colours.
         counts = self.wait("""
             const counts = lanes.map((lane) => {
@@ -96,10 +100,7 @@ class PageTest(unittest.TestCase):
 
     def test_values_under_the_pointer(self):
         """The tracks' own values, and the level that the samples have there."""
-        samples = np.fromfile(SAMPLE, "<i2")[22:] / 32768
         frame = round(TIME * 200)
-        f0 = np.exp(np.fromfile("f", "<f4")[frame])
-        mvf = np.fromfile("v", "<f4")[frame]
         left, top, width, height = self.lane("spectrogram")
         end = self.view()[1]
         self.browser.point(left + TIME / end * width, top + 0.8 * height)
@@ -111,13 +112,13 @@ class PageTest(unittest.TestCase):
                          r"maximum voiced frequency ([\d.]+) Hz", said)
         when, hz, found_level, _, found_f0, found_mvf = map(float, found.groups())
         self.assertAlmostEqual(when, TIME, delta=0.003)
-        self.assertAlmostEqual(found_f0, f0, delta=2)
-        self.assertAlmostEqual(found_mvf, mvf, delta=200)
-        self.assertAlmostEqual(found_level, level(samples, hz), delta=4)
+        self.assertAlmostEqual(found_f0, np.exp(np.fromfile("f", "<f4")[frame]), delta=2)
+        self.assertAlmostEqual(found_mvf, np.fromfile("v", "<f4")[frame], delta=200)
+        self.assertAlmostEqual(found_level, level(self.samples, hz), delta=4)
         # In an unvoiced stretch there is no f0.
         left, top, width, height = self.lane("f0")
         self.browser.point(left + 0.05 * width, top + height / 2)
-        self.assertIn("f0 (f) - ", self.browser.run("return element('values').textContent"))
+        self.assertIn("f0 (f) - ", self.get("element('values').textContent"))
 
     def test_zooms_and_pans(self):
         """All lanes show the same stretch; what is under the pointer stays there."""
@@ -151,7 +152,6 @@ class PageTest(unittest.TestCase):
 
     def test_plays(self):
         """The original, from the start of what is shown; again the button, and it stops."""
-        samples = np.fromfile(SAMPLE, "<i2")[22:] / 32768
         self.browser.run("""
             show(0.5, 2);
             const start = AudioBufferSourceNode.prototype.start;
@@ -164,28 +164,23 @@ class PageTest(unittest.TestCase):
             new MutationObserver(() => {
                 if (!element("playing").hidden) places.push(element("playing").offsetLeft);
             }).observe(element("playing"), {attributes: true});""")
-        self.assertEqual(self.browser.run(
-            "return data.sounds.map((sound) => sound.button.textContent)"),
-            ["▶ original", "▶ resynthesis"])
+        buttons = "data.sounds.map((sound) => sound.button.textContent)"
+        heard = "Array.from(player.source.buffer.getChannelData(0))"
+        self.assertEqual(self.get(buttons), ["▶ original", "▶ resynthesis"])
         self.browser.click("#sounds button")
         self.wait("return places.length > 5 && places[places.length - 1] > places[0]")
-        self.assertEqual(self.browser.run("return started"), [0, 0.5, 1.5])
-        self.assertEqual(self.browser.run("return player.source.buffer.sampleRate"), 16000)
-        played = self.browser.run("return Array.from(player.source.buffer.getChannelData(0))")
-        np.testing.assert_allclose(played, samples, atol=1e-7)
+        self.assertEqual(self.get("started"), [0, 0.5, 1.5])
+        self.assertEqual(self.get("player.source.buffer.sampleRate"), 16000)
+        np.testing.assert_allclose(self.get(heard), self.samples, atol=1e-7)
         self.browser.click("#sounds button")
-        self.assertTrue(self.browser.run("return player.source === null"
-                                         " && element('playing').hidden"))
+        self.assertTrue(self.get("player.source === null && element('playing').hidden"))
         # The resynthesis is what the package makes of the tracks.
-        lf0 = np.fromfile("f", "<f4").astype(float)
-        made = nalveo.synthesize(np.where(lf0 > 0, np.exp(lf0), 0),
-                                 np.fromfile("c", "<f4").reshape(-1, 40), np.fromfile("v", "<f4"),
-                                 length=len(samples))
+        f, c, v = (np.fromfile(name, "<f4") for name in "fcv")
+        made = nalveo.synthesize(nalveo.f0_from_log(f), c.reshape(-1, 40), v,
+                                 length=len(self.samples))
         self.browser.click("#sounds button:nth-of-type(2)")
-        played = self.browser.run("return Array.from(player.source.buffer.getChannelData(0))")
-        np.testing.assert_allclose(played, made, atol=2 / 32768)
-        self.assertTrue(self.browser.run("return data.sounds[1].button.textContent[0] === '■'"
-                                         " && data.sounds[0].button.textContent[0] === '▶'"))
+        np.testing.assert_allclose(self.get(heard), made, atol=2 / 32768)
+        self.assertEqual(self.get(buttons), ["▶ original", "■ resynthesis"])
         self.browser.run("stop()")
 
 

@@ -5,12 +5,12 @@ import contextlib
 import filecmp
 import io
 import os
+import pathlib
 import re
 import shutil
 import subprocess
 import sys
 import tempfile
-import types
 import unittest
 import wave
 
@@ -61,8 +61,11 @@ def colours(path):
 
 def texts(path):
     """Texts of an .svg, which stay texts."""
-    with open(path, encoding="utf-8") as file:
-        return re.findall(r"<text[^>]*>([^<]*)</text>", file.read())
+    return re.findall(r"<text[^>]*>([^<]*)</text>", pathlib.Path(path).read_text("utf-8"))
+
+
+def pages_in(path):
+    return len(re.findall(rb"/Type /Page\b", pathlib.Path(path).read_bytes()))
 
 
 def box_of(axes, image):
@@ -73,13 +76,16 @@ def box_of(axes, image):
             slice(round(width * box.x0) + 2, round(width * box.x1) - 6))
 
 
-def first_page(*arguments):
-    """The first page of a recording's picture, and what it was drawn from."""
+def analysed(*arguments):
+    """What a recording's picture is drawn from: options, samples and tracks."""
     args = parse([*arguments, "-o", "x.png"])
     samples = recording.read_recording(args.wave[0])
-    tracks = recording.analyse(args, args.wave[0], samples)
-    pages = overview.pages(lambda size: Figure(figsize=size), args, samples, tracks, 100)
-    return next(pages)[0], tracks, (args, samples)
+    return args, samples, recording.analyse(args, args.wave[0], samples)
+
+
+def first_page(args, samples, tracks, *again):
+    pages = overview.pages(lambda size: Figure(figsize=size), args, samples, tracks, 100, *again)
+    return next(pages)[0]
 
 
 class PlotTest(unittest.TestCase):
@@ -90,47 +96,29 @@ class PlotTest(unittest.TestCase):
         os.chdir(folder.name)
         shutil.copy(SAMPLE, "sample.wav")
 
-    @staticmethod
-    def run_plot(*arguments, output="out.png"):
-        """The program within this one, which spares the start of matplotlib each time."""
+    def plot(self, *arguments, output="out.png", status=0):
+        """What the program says, run within this one, which spares the start of matplotlib."""
         said = io.StringIO()
-        with contextlib.redirect_stderr(said), contextlib.redirect_stdout(said):
-            try:
-                commandline.main([*arguments, *(("-o", output) if output else ())])
-            except SystemExit as end:
-                return types.SimpleNamespace(returncode=end.code, stdout=said.getvalue())
-        return None
+        with contextlib.redirect_stderr(said), contextlib.redirect_stdout(said), \
+                self.assertRaises(SystemExit) as end:
+            commandline.main([*arguments, "-o", output])
+        self.assertEqual(end.exception.code, status, (arguments, said.getvalue()))
+        return said.getvalue()
 
-    def test_envelope_is_that_of_the_signal(self):
-        """Harmonics count with half their amplitude over root f0, noise with its density."""
+    def test_levels_are_those_of_the_signal(self):
+        """Harmonics count with half their amplitude over root f0, however cepstra are made."""
         harmonics = F0 * np.arange(2, 58)
         expected = 20 * np.log10(amplitude(harmonics) / 2 / np.sqrt(F0))
         write("voice.wav", voice())
-        write("noise.wav", noise())
         for options in ((), ("--htsscale=0",), ("--alpha=0.2", "--ccord=50"), ("--ccmeth=4",)):
-            args = parse(["x", "-o", "x.png", *options])
-            for name in ("voice", "noise"):
-                samples = recording.read_recording(name + ".wav")
-                tracks = recording.analyse(args, name + ".wav", samples)
-                f0, cepstra = tracks.f0[0], tracks.cc[0]
-                if name == "voice":
-                    np.testing.assert_allclose(f0[20:-20], F0, rtol=1e-3)
-                    levels = spectra.at(harmonics, spectra.envelope(cepstra[[100]], tracks, 8192))
-                    self.assertLess(np.abs(levels[0] - expected).max(), 0.5, options)
-                else:
-                    # The logarithm of a periodogram is 2.5 dB below its mean, on average.
-                    levels = spectra.at(harmonics,
-                                        spectra.envelope(cepstra[np.isnan(f0)], tracks, 1024))
-                    density = 20 * np.log10(0.05 / np.sqrt(16000)) - 2.5
-                    self.assertAlmostEqual(levels.mean(), density, delta=1, msg=options)
-
-    def test_spectrum_meets_the_envelope(self):
-        """In the picture of a frame, the peaks of harmonics have the level of the density."""
+            *_, tracks = analysed("voice.wav", *options)
+            np.testing.assert_allclose(tracks.f0[0][20:-20], F0, rtol=1e-3)
+            levels = spectra.at(harmonics, spectra.envelope(tracks.cc[0][[100]], tracks, 8192))
+            self.assertLess(np.abs(levels[0] - expected).max(), 0.5, options)
+        # The peaks of a frame's spectrum meet its envelope.
         freqs, levels = spectra.frame_spectrum(voice(), 8000, F0)
-        for h in (3, 20, 50):
-            peak = levels[np.abs(freqs - h * F0) < 20].max()
-            self.assertAlmostEqual(peak, 20 * np.log10(amplitude(h * F0) / 2 / np.sqrt(F0)),
-                                   delta=0.3)
+        for hz, level in zip(harmonics, expected):
+            self.assertAlmostEqual(levels[np.abs(freqs - hz) < 20].max(), level, delta=0.3)
 
     def test_pictures(self):
         """Each shows the lines that it should, in their colours, and no others."""
@@ -140,11 +128,10 @@ class PlotTest(unittest.TestCase):
         shutil.copy("sample.wav", "grüße.wav")
         subprocess.run(["nalveo16", "sample.wav", "f", "c", "v", "--lframe=160", "--ccord=24"],
                        check=True)
-        with open("sample.wav", "rb") as file:
-            content = file.read()
-        with open("odd.wav", "wb") as file:  # no RIFF size, and three bytes more of format
-            file.write(content[:4] + bytes(4) + content[8:16] + b"\x13\0\0\0" + content[20:36]
-                       + b"abc" + content[36:])
+        content = pathlib.Path("sample.wav").read_bytes()
+        pathlib.Path("odd.wav").write_bytes(  # no RIFF size, and three bytes more of format
+            content[:4] + bytes(4) + content[8:16] + b"\x13\0\0\0" + content[20:36] + b"abc"
+            + content[36:])
         line = {style.BLUE, style.GREEN}
         for arguments, present, absent in (
                 (("sample.wav",), {*line, style.UNVOICED_GREY}, set()),
@@ -162,8 +149,7 @@ class PlotTest(unittest.TestCase):
                 (("sample.wav", "--frame", "0.9", "--compare"),
                  {style.VERMILION, style.BLUE, style.PINK}, set()),
                 (("sample.wav", "--frame", "0.01"), {style.VERMILION}, line)):
-            run = self.run_plot(*arguments)
-            self.assertEqual(run.returncode, 0, (arguments, run.stdout))
+            self.plot(*arguments)
             found = colours("out.png")
             self.assertLessEqual(present, found, arguments)
             self.assertFalse(absent & found, arguments)
@@ -175,8 +161,7 @@ class PlotTest(unittest.TestCase):
                             name + ".pdf", "-o", name + ".svg"], check=True)
         for ending in "png", "pdf", "svg":
             self.assertTrue(filecmp.cmp("a." + ending, "b." + ending, shallow=False), ending)
-        with open("a.pdf", "rb") as file:
-            content = file.read()
+        content = pathlib.Path("a.pdf").read_bytes()
         self.assertIn(b"/FontFile2", content)  # TrueType, embedded
         self.assertNotIn(b"/Type3", content)
 
@@ -184,17 +169,13 @@ class PlotTest(unittest.TestCase):
         """What lies over the spectrogram covers next to nothing of it, however long a row is."""
         subprocess.run(["sox", *["sample.wav"] * 20, "minute.wav"], check=True)
         for options in ((), ("--row", "60"), ("--span", "0.7", "1.1")):
+            args, samples, tracks = analysed("minute.wav", *options)
             images = []
-            for drawn in True, False:
-                figure, tracks, (args, samples) = first_page("minute.wav", *options)
-                if not drawn:
-                    nothing = [np.full(tracks.nframes, np.nan)]
-                    tracks.mvf = tracks.f0 = nothing
-                    pages = overview.pages(lambda size: Figure(figsize=size), args, samples, tracks,
-                                           100)
-                    figure = next(pages)[0]
+            for _ in "with", "without":
+                figure = first_page(args, samples, tracks)
                 figure.savefig("x.png", dpi=100)
                 images.append(pixels("x.png"))
+                tracks.mvf = tracks.f0 = [np.full(tracks.nframes, np.nan)]
             rows, columns = box_of(figure.axes[1], images[0])
             changed = (images[0] != images[1])[rows, columns]
             self.assertGreater(changed.mean(), 0.005, options)
@@ -221,10 +202,9 @@ class PlotTest(unittest.TestCase):
 
     def test_silence_is_pale(self):
         write("silence.wav", np.zeros(16000))
-        self.assertEqual(self.run_plot("silence.wav").returncode, 0)
+        self.plot("silence.wav")
         image = pixels("out.png")
-        figure, *_ = first_page("silence.wav")
-        for axes in figure.axes[1:3]:
+        for axes in first_page(*analysed("silence.wav")).axes[1:3]:
             rows, columns = box_of(axes, image)
             shown = image[rows, columns].ravel()[:, None] >> np.array([16, 8, 0]) & 255
             self.assertLess(np.abs(shown - PALE).max(), 3)
@@ -235,22 +215,18 @@ class PlotTest(unittest.TestCase):
         lf0 = np.fromfile("f", "<f4")[200:401]
         f0 = np.exp(lf0[lf0 > 0])
         for tracks in (), ("--lf0", "f"):
-            run = self.run_plot("sample.wav", "--span", "1", "2", *tracks, output="x.svg")
-            self.assertEqual(run.returncode, 0, run.stdout)
+            self.plot("sample.wav", "--span", "1", "2", *tracks, output="x.svg")
             self.assertIn("sample.wav: 1.00 to 2.00 s of 2.79 s, "
                           f"{100 * len(f0) / 201:.0f} % of frames voiced, "
                           f"median f0 {np.median(f0):.0f} Hz", texts("x.svg"))
         # All methods treat an unvoiced frame alike: one line, with five names.
         for time, names in (("0.01", 1), ("0.9", 5)):
-            run = self.run_plot("sample.wav", "--frame", time, "--compare", output="x.svg")
-            self.assertEqual(run.returncode, 0, run.stdout)
+            self.plot("sample.wav", "--frame", time, "--compare", output="x.svg")
             found = texts("x.svg")
             self.assertEqual(sum("SEEVOC" in text for text in found), 1, found)
             self.assertEqual(sum(bool(re.match(r"\d: ", text)) for text in found), names, found)
         figure = Figure(figsize=(10, 5.5))
-        args = parse(["sample.wav", "-o", "x.png", "--frame", "0.9"])
-        samples = recording.read_recording("sample.wav")
-        tracks = recording.analyse(args, "sample.wav", samples)
+        args, samples, tracks = analysed("sample.wav", "--frame", "0.9")
         frame.draw(figure, args, samples, tracks,
                    [(f"{n}\n" * 3, recording.analyse(args, "x", samples, n), 0) for n in range(5)])
         figure.savefig("x.png")
@@ -260,43 +236,35 @@ class PlotTest(unittest.TestCase):
     def test_pages_and_sizes(self):
         """Long recordings go over several rows and pages, several recordings to their own files."""
         for output, pages in (("out.png", 3), ("out.svg", 3), ("out.pdf", 1)):
-            run = self.run_plot("sample.wav", "--row", "0.4", "--dpi", "50", "--size", "6", "13",
-                                output=output)
-            self.assertEqual(run.returncode, 0, run.stdout)
+            said = self.plot("sample.wav", "--row", "0.4", "--dpi", "50", "--size", "6", "13",
+                             output=output)
             names = sorted(name for name in os.listdir() if name.endswith(output[-4:]))
             stem, ending = os.path.splitext(output)
             self.assertEqual(names, [output] if pages == 1 else
                              [f"{stem}-{page + 1}{ending}" for page in range(pages)])
-            self.assertEqual("out-1" in run.stdout, pages > 1)
+            self.assertEqual("out-1" in said, pages > 1)
         self.assertEqual(pixels("out-2.png").shape, (650, 300))
-        with open("out.pdf", "rb") as file:
-            self.assertEqual(len(re.findall(rb"/Type /Page\b", file.read())), 3)
+        self.assertEqual(pages_in("out.pdf"), 3)
 
         os.mkdir("pictures")
         os.mkdir("other")
         shutil.copy("sample.wav", "other/sample.wav")
         shutil.copy("sample.wav", "second.wav")
-        write("broken.wav", np.zeros(100))
-        os.truncate("broken.wav", 100)
-        run = self.run_plot("broken.wav", "sample.wav", "second.wav", "--span", "0", "1",
-                            "-o", "all.pdf", output="pictures")
-        self.assertEqual(run.returncode, 1)
-        self.assertIn("Error: could not open broken.wav", run.stdout)
+        pathlib.Path("broken.wav").write_text("no sound at all")
+        said = self.plot("broken.wav", "sample.wav", "second.wav", "--span", "0", "1",
+                         "-o", "all.pdf", output="pictures", status=1)
+        self.assertIn("Error: could not open broken.wav", said)
         self.assertEqual(sorted(os.listdir("pictures")), ["sample.png", "second.png"])
-        with open("all.pdf", "rb") as file:
-            self.assertEqual(len(re.findall(rb"/Type /Page\b", file.read())), 2)
-        run = self.run_plot("sample.wav", "other/sample.wav", output="pictures")
-        self.assertEqual(run.returncode, 1)
-        self.assertIn("would both be drawn in pictures/sample.png", run.stdout)
+        self.assertEqual(pages_in("all.pdf"), 2)
+        self.assertIn("would both be drawn in pictures/sample.png", self.plot(
+            "sample.wav", "other/sample.wav", output="pictures", status=1))
         run = subprocess.run([PLOT, "sample.wav", "--show"], check=False, text=True,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                              env={name: value for name, value in os.environ.items()
                                   if name not in ("DISPLAY", "WAYLAND_DISPLAY")})
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stdout, "^Error: --show finds no display")
-        run = self.run_plot("sample.wav", output="none/x.png")
-        self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stdout,
+        self.assertEqual(self.plot("sample.wav", output="none/x.png", status=1),
                          "Error: could not create none/x.png: there is no folder none.\n")
         self.assertFalse([name for name in os.listdir() if name.startswith(".")])
 
@@ -308,26 +276,21 @@ class PlotTest(unittest.TestCase):
         for waves in ("a-1.wav", "sample.wav"), ("sample.wav", "a-1.wav"):
             shutil.copy("sample.wav", "a.wav")
             waves = [name.replace("sample", "a") for name in waves]
-            run = self.run_plot(*waves, "--row", "0.5", "--dpi", "50", output="o")
-            self.assertEqual(run.returncode, 1)
-            self.assertIn("would both be drawn in o/a-1.png", run.stdout)
+            said = self.plot(*waves, "--row", "0.5", "--dpi", "50", output="o", status=1)
+            self.assertIn("would both be drawn in o/a-1.png", said)
             self.assertEqual(os.listdir("o"), ["a-1.png"])
-            self.assertEqual(self.run_plot("a-1.wav", "--row", "0.5", "--dpi", "50",
-                                           output="o2").returncode, 0)
+            self.plot("a-1.wav", "--row", "0.5", "--dpi", "50", output="o2")
             self.assertTrue(filecmp.cmp("o/a-1.png", "o2/a-1.png", shallow=False))
             os.remove("o/a-1.png")
-        with open("o/real.png", "wb"):
-            pass
-        os.chmod("o/real.png", 0o640)
+        pathlib.Path("o/real.png").touch(0o640)
         os.symlink("o/real.png", "link.png")
-        self.assertEqual(self.run_plot("a-1.wav", output="link.png").returncode, 0)
+        self.plot("a-1.wav", output="link.png")
         self.assertTrue(os.path.islink("link.png"))
         self.assertEqual(os.stat("o/real.png").st_mode & 0o777, 0o640)
         self.assertEqual(pixels("o/real.png").ndim, 2)
         os.symlink("a-1.wav", "in.png")
-        run = self.run_plot("in.png", output="in.png")
-        self.assertEqual(run.returncode, 1)
-        self.assertIn("in.png is what is to be drawn", run.stdout)
+        self.assertIn("in.png is what is to be drawn",
+                      self.plot("in.png", output="in.png", status=1))
         self.assertTrue(filecmp.cmp("in.png", "a-1.wav", shallow=False))
 
     def test_tracks_of_one_name(self):
@@ -335,9 +298,8 @@ class PlotTest(unittest.TestCase):
         for folder in "one", "two":
             os.mkdir(folder)
             subprocess.run(["nalveo16", "sample.wav", folder + "/f", folder + "/c"], check=True)
-        run = self.run_plot("sample.wav", *("--lf0", "one/f", "--lf0", "two/f", "--mcc", "one/c",
-                                            "--mcc", "two/c"), output="x.svg")
-        self.assertEqual(run.returncode, 0, run.stdout)
+        self.plot("sample.wav", "--lf0", "one/f", "--lf0", "two/f", "--mcc", "one/c", "--mcc",
+                  "two/c", output="x.svg")
         found = " ".join(texts("x.svg"))
         for name in "f0: one/f", "f0: two/f", "envelope one/c", "envelope two/c":
             self.assertIn(name, found)
@@ -349,39 +311,28 @@ class PlotTest(unittest.TestCase):
         """What sox reads is converted, and a line says from what; the rest is refused."""
         subprocess.run(["sox", "sample.wav", "-r", "44100", "-c", "2", "-b", "24", "music.flac"],
                        check=True)
-        with open("sample.wav", "rb") as file:
-            content = file.read()
-        with open("chunk.wav", "wb") as file:
-            file.write(content[:36] + b"LIST\4\0\0\0abcd" + content[36:])
+        content = pathlib.Path("sample.wav").read_bytes()
+        pathlib.Path("chunk.wav").write_bytes(content[:36] + b"LIST\4\0\0\0abcd" + content[36:])
         for name, what in (("music.flac", "44100 Hz, 2 channels, 24 bits"),
                            ("chunk.wav", "another kind of file")):
-            run = self.run_plot(name, "--title", "T")
-            self.assertEqual(run.returncode, 0, run.stdout)
             self.assertIn(f"Note: {name} was converted by sox from {what} to mono, 16000 Hz, 16",
-                          run.stdout)
+                          self.plot(name, "--title", "T"))
         np.testing.assert_array_equal(recording.read_recording("chunk.wav"),
                                       recording.read_recording("sample.wav"))
         music = recording.read_recording("music.flac")
         self.assertLess(np.abs(music[1000:40000]
                                - recording.read_recording("sample.wav")[1000:40000]).max(), 0.02)
         os.remove("out.png")
-        with open("text.wav", "w", encoding="utf-8") as file:
-            file.write("no sound at all")
+        pathlib.Path("text.wav").write_text("no sound at all")
         os.truncate("music.flac", 30000)
         for name in "text.wav", "music.flac":
-            run = self.run_plot(name)
-            self.assertEqual(run.returncode, 1)
-            self.assertIn(f"could not open {name}", run.stdout)
+            self.assertIn(f"could not open {name}", self.plot(name, status=1))
             self.assertFalse(os.path.exists("out.png"))
 
     def test_resynthesis(self):
         """It stands below the original, and has its levels where there is sound."""
-        samples = recording.read_recording("sample.wav")
-        args = parse(["sample.wav", "-o", "x.png", "--resynth"])
-        tracks = recording.analyse(args, "sample.wav", samples)
-        pages = overview.pages(lambda size: Figure(figsize=size), args, samples, tracks, 100,
-                               recording.resynthesis(tracks))
-        figure = next(pages)[0]
+        args, samples, tracks = analysed("sample.wav", "--resynth")
+        figure = first_page(args, samples, tracks, recording.resynthesis(tracks))
         self.assertEqual(figure.axes[2].get_ylabel().split()[0], "resynthesis")
         original, again = (axes.images[0].get_array().data for axes in figure.axes[1:3])
         self.assertGreater(np.abs(original - again).max(), 1)  # noise, at least, is different
@@ -393,11 +344,9 @@ class PlotTest(unittest.TestCase):
             peak = page.contents(args, samples, tracks, gain * samples)["peak"]
             self.assertEqual(peak, min(max(gain, 1) * np.abs(samples).max(), 1))
         subprocess.run(["nalveo16", "sample.wav", "f", "c"], check=True)
-        run = self.run_plot("sample.wav", "--lf0", "f", "--resynth")
-        self.assertEqual(run.returncode, 1)
-        self.assertIn("needs f0 and cepstra", run.stdout)
-        run = self.run_plot("sample.wav", "--frame", "0.9", "--resynth", output="x.svg")
-        self.assertEqual(run.returncode, 0, run.stdout)
+        self.assertIn("needs f0 and cepstra",
+                      self.plot("sample.wav", "--lf0", "f", "--resynth", status=1))
+        self.plot("sample.wav", "--frame", "0.9", "--resynth", output="x.svg")
         self.assertIn("resynthesis", texts("x.svg"))
 
     def test_corpus(self):
@@ -418,11 +367,9 @@ class PlotTest(unittest.TestCase):
                  ["(all)", "10800", *[""] * 4, "3000 analysed, 1 failed"]]
 
         def store(name, changed):
-            with open(name, "w", encoding="utf-8") as file:
-                file.writelines("\t".join(line) + "\n" for line in changed)
+            pathlib.Path(name).write_text("".join("\t".join(line) + "\n" for line in changed))
         store("table.tsv", lines)
-        run = self.run_plot("--corpus", "table.tsv", output="x.svg")
-        self.assertEqual((run.returncode, run.stdout), (0, ""))
+        self.assertEqual(self.plot("--corpus", "table.tsv", output="x.svg"), "")
         found = texts("x.svg")
         self.assertIn("table.tsv: 3001 files, 3.00 h, 1 failed, 1 clipped", found)
         self.assertEqual([text for text in found if ".wav" in text], [
@@ -433,9 +380,7 @@ class PlotTest(unittest.TestCase):
                               "line 2: voiced is 55, but must be a number from 0 to 1"),
                              ([columns], "tells of no files")):
             store("wrong.tsv", changed)
-            run = self.run_plot("--corpus", "wrong.tsv", output="wrong.png")
-            self.assertEqual(run.returncode, 1, run.stdout)
-            self.assertIn(why, run.stdout)
+            self.assertIn(why, self.plot("--corpus", "wrong.tsv", output="wrong.png", status=1))
             self.assertFalse(os.path.exists("wrong.png"))
 
     def test_refusals(self):
@@ -444,20 +389,15 @@ class PlotTest(unittest.TestCase):
                        check=True)
         np.fromfile("f", "<f4")[:200].tofile("short")
         np.fromfile("f", "<f4")[:-1].tofile("shorter")
-        np.fromfile("c", "<f4")[:-25].tofile("shortcc")
         np.exp(np.fromfile("f", "<f4")).tofile("hertz")
-        shutil.copy("c", "odd")
-        with open("odd", "ab") as file:
-            file.write(b"x")
+        np.zeros(5, np.int8).tofile("odd")
         fits = ("--lframe=160", "--ccord=24")
         for arguments, status, why in (
                 (("--lf0", "f"), 1, "It would fit --lframe=160."),
                 (("--mcc", "c", "--lframe=160"), 1, "It would fit --ccord=24."),
                 (("--lf0", "shorter", *fits), 1, "say --partial"),
-                (("--mcc", "shortcc", *fits), 1, "say --partial"),
                 (("--lf0", "shorter", "--mvf", "v", "--partial", *fits), 1, "the tracks before it"),
                 (("--lf0", "hertz", *fits), 1, "is no track of log f0"),
-                (("--lf0", "v", *fits), 1, "is no track of log f0"),
                 (("--mvf", "f", *fits), 1, "is no track of maximum voiced frequency"),
                 (("--mcc", "odd", *fits), 1, "not a whole number of floats"),
                 (("--mcc", "none", *fits), 1, "could not read none"),
@@ -468,8 +408,7 @@ class PlotTest(unittest.TestCase):
                 (("--frame", "1", *("--mcc", "c") * 6), 2, "6 times --mcc"),
                 (("--ccmeth=7",), 1, "ccmeth is 7; it must be from 0 to 4."),
                 (("--size", "6", "4"), 1, "need at least 4.7 inches of height"),
-                (("--span", "0", "inf"), 2, "finite times"),
-                (("--frame", "nan"), 2, "finite times"),
+                (("--span", "0", "nan"), 2, "finite times"),
                 (("--frame", "1e305"), 2, "finite times"),
                 (("--frame", "1", "--span", "0", "1"), 2, "--span has no effect"),
                 (("--span", "2.8", "3"), 1, "there is nothing to draw from 2.8 s on"),
@@ -483,22 +422,19 @@ class PlotTest(unittest.TestCase):
                 (("other.wav", "--lf0", "f"), 2, "are of one recording"),
                 (("--corpus", "f"), 2, "draws the table alone"),
                 (("other.wav",), 2, "out.png cannot hold several recordings")):
-            run = self.run_plot("sample.wav", *arguments)
-            self.assertEqual(run.returncode, status, (arguments, run.stdout))
-            self.assertIn(why, " ".join(run.stdout.split()))
+            said = self.plot("sample.wav", *arguments, status=status)
+            self.assertIn(why, " ".join(said.split()))
             self.assertFalse(os.path.exists("out.png"))
-        self.assertIn("must end in .png", self.run_plot("sample.wav", output="picture").stdout)
-        with open("matplotlib.py", "w", encoding="utf-8") as file:
-            file.write("raise ImportError('No module named matplotlib')")
+        self.assertIn("must end in .png", self.plot("sample.wav", output="picture", status=2))
+        pathlib.Path("matplotlib.py").write_text("raise ImportError('No module named matplotlib')")
         run = subprocess.run([PLOT, "sample.wav", "-o", "out.png"], check=False, text=True,
                              stderr=subprocess.PIPE, env={**os.environ, "PYTHONPATH": "."})
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stderr, "^Error: No module named matplotlib.*python3-matplotlib.\n$")
         os.truncate("sample.wav", 3001)
-        self.assertIn("could not open sample.wav", self.run_plot("sample.wav").stdout)
+        self.assertIn("could not open sample.wav", self.plot("sample.wav", status=1))
         shutil.copy(SAMPLE, "sample.wav")
-        run = self.run_plot("sample.wav", "--lf0", "short", "--lframe=160", "--partial")
-        self.assertEqual(run.returncode, 0, run.stdout)
+        self.plot("sample.wav", "--lf0", "short", "--lframe=160", "--partial")
 
 
 if __name__ == "__main__":
