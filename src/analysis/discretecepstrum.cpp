@@ -14,16 +14,8 @@ namespace nalveo {
 
 namespace {
 
-// The arrays of the scratch, for k frequencies w on the warped axis and order p.
-struct rdcarrays {
-    static constexpr std::size_t powerslength = 2 * vectorlength + 2;
-
-    double *powers;
-    double *cosines;
-    double *projection;
-    double *normal;
-    std::size_t stride;
-};
+// Of each frequency in rdcscratch::powers.
+constexpr std::size_t powerslength = 2 * vectorlength + 2;
 
 // e^(i fwarp(omega)) from e^(i omega), but for the sign of its sine, which is of no use here and is
 // all that tells alpha from 1 / alpha. The one below 1 is taken: its square cannot overflow.
@@ -36,14 +28,13 @@ phasor warpedphasor(const phasor &z, double alpha) {
 }
 
 // Phasors of the warped frequencies: those in Hz, or the multiples of f0 when freqs is null.
-void fillpowers(const rdcarrays &mem, std::uint32_t k, const double *freqs, double f0, double fs,
+void fillpowers(double *powers, std::uint32_t k, const double *freqs, double f0, double fs,
                 double alpha) {
     const phasor fundamental = unitphasor(twopi * f0 / fs);
     phasor harmonic = fundamental;
-    for (std::size_t i = 0; i < k; ++i, harmonic.rotate(fundamental)) {
+    for (std::size_t i = 0; i < k; ++i, harmonic.rotate(fundamental), powers += powerslength) {
         const phasor z = freqs != nullptr ? unitphasor(freqs[i] * (twopi / fs)) : harmonic;
         const phasor step = warpedphasor(z, alpha);
-        double *const powers = mem.powers + i * rdcarrays::powerslength;
         phasor power{1.0, 0.0};
         for (std::size_t m = 0; m < vectorlength; ++m, power.rotate(step)) {
             powers[m] = power.re;
@@ -56,22 +47,23 @@ void fillpowers(const rdcarrays &mem, std::uint32_t k, const double *freqs, doub
 
 // Adds `count` frequencies to the sums; eight multiples m of each run side by side.
 template <std::size_t count, class Real8>
-[[gnu::always_inline]] inline void addfrequencies(const rdcarrays &mem, const double *powers,
-                                                  const double *levels, std::size_t p) {
+[[gnu::always_inline]] inline void addfrequencies(const double *powers, const double *levels,
+                                                  std::size_t p, double *cosines,
+                                                  double *projection) {
     complexof<Real8> z[count];
     complexof<Real8> step[count];
-    for (std::size_t i = 0; i < count; ++i, powers += rdcarrays::powerslength) {
+    for (std::size_t i = 0; i < count; ++i, powers += powerslength) {
         z[i] = {Real8::load(powers), Real8::load(powers + vectorlength)};
         step[i] = samephasors<Real8>({powers[2 * vectorlength], powers[2 * vectorlength + 1]});
     }
     for (std::size_t m = 0; m <= 2 * p; m += vectorlength) {
-        Real8 sum = Real8::load(mem.cosines + m);
+        Real8 sum = Real8::load(cosines + m);
         for (std::size_t i = 0; i < count; ++i) sum += z[i].re;
-        sum.store(mem.cosines + m);
+        sum.store(cosines + m);
         if (m <= p) {
-            Real8 weighted = Real8::load(mem.projection + m);
+            Real8 weighted = Real8::load(projection + m);
             for (std::size_t i = 0; i < count; ++i) weighted += levels[i] * z[i].re;
-            weighted.store(mem.projection + m);
+            weighted.store(projection + m);
         }
         for (std::size_t i = 0; i < count; ++i) z[i].rotate(step[i]);
     }
@@ -80,33 +72,33 @@ template <std::size_t count, class Real8>
 // Sums over all frequencies.
 struct sumskernel {
     template <class Real8>
-    [[gnu::always_inline]] static void run(const rdcarrays *arrays, std::size_t k,
-                                           const double *levels, std::size_t p) {
-        const rdcarrays &mem = *arrays;
-        for (std::size_t m = 0; m < wholevectors(2 * p + 1); ++m) mem.cosines[m] = 0.0;
-        for (std::size_t m = 0; m < wholevectors(p + 1); ++m) mem.projection[m] = 0.0;
+    [[gnu::always_inline]] static void run(const double *powers, const double *levels,
+                                           std::size_t k, std::size_t p, double *cosines,
+                                           double *projection) {
+        for (std::size_t m = 0; m < wholevectors(2 * p + 1); ++m) cosines[m] = 0.0;
+        for (std::size_t m = 0; m < wholevectors(p + 1); ++m) projection[m] = 0.0;
         std::size_t i = 0;
         for (; i + 4 <= k; i += 4)
-            addfrequencies<4, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+            addfrequencies<4, Real8>(powers + i * powerslength, levels + i, p, cosines, projection);
         for (; i < k; ++i)
-            addfrequencies<1, Real8>(mem, mem.powers + i * rdcarrays::powerslength, levels + i, p);
+            addfrequencies<1, Real8>(powers + i * powerslength, levels + i, p, cosines, projection);
     }
 };
 
 // Normal equations of the basis 1, 2 cos(w), .. 2 cos(p w) at the frequencies: with C(m) the sum of
 // cos(m w), element (i, j) is 2 (C(i + j) + C(i - j)), half of that where i or j is 0. Only the
-// upper triangle is filled; to its left there are zeros.
-void fillequations(const rdcarrays &mem, std::size_t p) {
-    std::fill_n(mem.normal, (p + 1) * mem.stride, 0.0);
-    const double *const c = mem.cosines;
-    for (std::size_t j = 0; j <= p; ++j) mem.normal[j] = 2.0 * c[j];
-    mem.normal[0] = c[0];
-    mem.normal[p + 1] = mem.projection[0];
+// upper triangle is filled; to its left there are zeros. The right-hand side is in column p + 1.
+void fillequations(const rdcscratch &scratch, std::size_t p, std::size_t stride, double *normal) {
+    std::fill_n(normal, (p + 1) * stride, 0.0);
+    const double *const c = scratch.cosines.data();
+    for (std::size_t j = 0; j <= p; ++j) normal[j] = 2.0 * c[j];
+    normal[0] = c[0];
+    normal[p + 1] = scratch.projection[0];
     for (std::size_t i = 1; i <= p; ++i) {
-        double *const row = mem.normal + i * mem.stride;
+        double *const row = normal + i * stride;
         for (std::size_t j = i; j <= p; ++j) row[j] = 2.0 * (c[j + i] + c[j - i]);
         row[i] += smoothnesspenalty * static_cast<double>(i * i);
-        row[p + 1] = 2.0 * mem.projection[i];
+        row[p + 1] = 2.0 * scratch.projection[i];
     }
 }
 
@@ -135,28 +127,25 @@ struct eightequationskernel {
 };
 
 // Room for the sums, and the sums.
-rdcarrays makesums(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
-                   std::size_t p, double fs, double f0, double alpha) {
-    growto(scratch.powers, k * rdcarrays::powerslength);
+void makesums(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
+              std::size_t p, double fs, double f0, double alpha) {
+    growto(scratch.powers, k * powerslength);
     growto(scratch.cosines, wholevectors(2 * p + 1));
     growto(scratch.projection, wholevectors(p + 1));
-    const rdcarrays mem{scratch.powers.data(), scratch.cosines.data(), scratch.projection.data(),
-                        nullptr, 0};
-    fillpowers(mem, k, freqs, f0, fs, alpha);
-    runwidest<sumskernel>(&mem, std::size_t{k}, levels, p);
-    return mem;
+    fillpowers(scratch.powers.data(), k, freqs, f0, fs, alpha);
+    runwidest<sumskernel>(scratch.powers.data(), levels, std::size_t{k}, p, scratch.cosines.data(),
+                          scratch.projection.data());
 }
 
 }  // namespace
 
 int fitcepstrum(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
                 std::uint32_t p, double *out, double fs, double f0, double alpha) {
-    rdcarrays mem = makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
-    mem.stride = wholevectors(std::size_t{p} + 2);
-    growto(scratch.normal, (std::size_t{p} + 1) * mem.stride);
-    mem.normal = scratch.normal.data();
-    fillequations(mem, p);
-    return choleskysolve(p + 1, mem.normal, mem.stride, out) != 0.0 ? 0 : -1;
+    makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
+    const std::size_t stride = wholevectors(std::size_t{p} + 2);
+    growto(scratch.normal, (std::size_t{p} + 1) * stride);
+    fillequations(scratch, p, stride, scratch.normal.data());
+    return choleskysolve(p + 1, scratch.normal.data(), stride, out) != 0.0 ? 0 : -1;
 }
 
 void rdcbatch::add(rdcscratch &scratch, const double *levels, std::uint32_t k, const double *freqs,
@@ -164,9 +153,9 @@ void rdcbatch::add(rdcscratch &scratch, const double *levels, std::uint32_t k, c
     const std::size_t order = std::size_t{p} + 1;
     growto(cosines, (2 * order - 1) * size);
     growto(projection, order * size);
-    const rdcarrays mem = makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
-    for (std::size_t m = 0; m < 2 * order - 1; ++m) cosines[m * size + count] = mem.cosines[m];
-    for (std::size_t m = 0; m < order; ++m) projection[m * size + count] = mem.projection[m];
+    makesums(scratch, levels, k, freqs, p, fs, f0, alpha);
+    for (std::size_t m = 0; m < 2 * order - 1; ++m) cosines[m * size + count] = scratch.cosines[m];
+    for (std::size_t m = 0; m < order; ++m) projection[m * size + count] = scratch.projection[m];
     ++count;
 }
 

@@ -14,11 +14,8 @@ namespace nalveo {
 /// \return false when one has none that is finite: of an amplitude of exactly 0, or of a NaN
 [[nodiscard]] bool loglevels(double *levels, std::size_t n);
 
-/// Interpolates the log levels of harmonics on a grid of frequencies.
-///
-/// The interpolating kernel is a sinc with zeros at the harmonic spacing under a raised cosine that
-/// ends four spacings away. Below 0 Hz the levels are mirrored; from the last harmonic on, four
-/// more carry the lowest level up to and past half the sample rate.
+/// Interpolates the log levels of harmonics on a grid of frequencies as getlogspectrumfromharms of
+/// analysis/harmonicanalysis.h tells.
 ///
 /// \param[in]  levels   [k + 1] levels at 0, f0, .. k f0
 /// \param[in]  k        number of harmonics, at least 1
