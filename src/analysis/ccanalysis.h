@@ -120,8 +120,7 @@ using ccmethod = int(const double *x, std::uint32_t nsamples, std::uint32_t cent
 nalveo::ccmethod getharmmcep;
 
 /// Method 1, harmonics + mel-rdc: regularised discrete cepstrum fitted to the harmonic log
-/// amplitudes on the warped axis. Cappé & Moulines, "Regularization techniques for discrete
-/// cepstrum estimation", IEEE SPL 3(4), 1996.
+/// amplitudes on the warped axis; see analysis/discretecepstrum.h.
 nalveo::ccmethod getharmrdc;
 
 /// Method 2, quasi-harmonics + mel-rdc: the same at the frequencies that the quasi-harmonic model

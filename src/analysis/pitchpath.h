@@ -1,9 +1,7 @@
 /// Candidates of the pitch tracker and the cheapest path through them. Needs numeric/elementary and
 /// numeric/polynom.
 ///
-/// The strengths and costs are those of P. Boersma, "Accurate short-term analysis of the
-/// fundamental frequency and the harmonics-to-noise ratio of a sampled sound", Proc. Inst. Phonetic
-/// Sciences (Amsterdam) 17, 97-110, 1993.
+/// The strengths and costs are those of Boersma (1993); see getpitch in analysis/pitchanalysis.h.
 
 #pragma once
 

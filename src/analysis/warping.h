@@ -67,9 +67,7 @@ void warpcepstra(warpmatrix &warp, const double *c, std::size_t count, std::uint
 /// \return warped angular frequency; 0 and pi stay where they are
 double fwarp(double omega, double alpha);
 
-/// Warps a cepstrum by the frequency transformation recursion.
-///
-/// Oppenheim & Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972.
+/// Warps a cepstrum by the frequency transformation recursion of Oppenheim & Johnson.
 ///
 /// \param[in]  c        [m + 1] cepstrum on the linear frequency axis
 /// \param[in]  m        its order

@@ -2,11 +2,10 @@
 ///
 /// A plain cepstrum c(0) .. c(P) stands for the amplitude A and the minimum phase p
 ///     ln A = c(0) + 2 sum over j of c(j) cos(j w),  p = -2 sum over j of c(j) sin(j w),
-/// at the warped frequency w. That the same coefficients give both is what a causal and stable
-/// all-pass leaves of the real cepstrum of a minimum-phase sequence: A. V. Oppenheim and R. W.
-/// Schafer, Discrete-Time Signal Processing (Prentice Hall, 1989), on cepstra; A. V. Oppenheim and
-/// D. H. Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972, on the
-/// all-pass.
+/// at the warped frequency w. The same coefficients give both since they are the real cepstrum of a
+/// minimum-phase sequence (A. V. Oppenheim and R. W. Schafer, Discrete-Time Signal Processing,
+/// Prentice Hall, 1989), which a causal and stable all-pass keeps minimum-phase (Oppenheim and
+/// Johnson, 1972; see analysis/warping.h).
 ///
 /// The sums run by Clenshaw's recursion, b(j) = c(j) + 2 cos w b(j + 1) - b(j + 2): C. W. Clenshaw,
 /// "A note on the summation of Chebyshev series", Math. Comp. 9, 118-120, 1955.
