@@ -20,18 +20,7 @@ SCRIPT = os.path.join(EXAMPLES, "dask/corpus.py")
 OPTIONS = ["--", "--f0acc=5"]
 SLICES = 8  # of two workers of one thread
 FILES = 6  # in each of them
-LIMIT = 40  # seconds
-
-
-def results(folder):
-    """Contents of all result files by name."""
-    found = {}
-    for place, _, files in os.walk(folder):
-        for name in files:
-            if name.endswith((".lf0", ".mcc", ".mvf")):
-                with open(os.path.join(place, name), "rb") as file:
-                    found[name] = file.read()
-    return found
+LIMIT = 300  # seconds, of which a busy machine may need most
 
 
 def slice_of(worker):
@@ -132,9 +121,8 @@ class DaskTest(unittest.TestCase):
 
         subprocess.run(["nalveo16-corpus", "corpus", "plain", *OPTIONS], cwd=self.folder,
                        check=True, stdout=subprocess.PIPE, timeout=LIMIT)
-        plain = results(os.path.join(self.folder, "plain"))
-        self.assertEqual(len(plain), 3 * FILES * SLICES)
-        self.assertEqual(results(os.path.join(self.folder, "features")), plain)
+        subprocess.run(["diff", "-r", "--exclude=.nalveo16-corpus", "features", "plain"],
+                       cwd=self.folder, check=True)
 
         # What fails on all workers fails the run.
         run = self.start(sys.executable, SCRIPT, file, "nothing", "features")
