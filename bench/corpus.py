@@ -160,7 +160,7 @@ def main():
             print(f"{int(part) + 1} of {args.r} rounds", file=sys.stderr, flush=True)
     print(f"files of {args.s} s, load {os.getloadavg()[0]:.1f}\n"
           "         files  user s   sys s   CPU s  wall s  ms/file   bare/     MB")
-    each = sum(table["bare"][:2]) / args.n
+    each = sum(table["bare"][:2]) / table["bare"][4]
     for name, (user, system, wall, memory, files) in table.items():
         took = (user + system) / files
         print(f"{name:6}{files:8.0f}{user:8.2f}{system:8.2f}{user + system:8.2f}{wall:8.2f}"

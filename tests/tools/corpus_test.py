@@ -373,7 +373,7 @@ recordings.read_plain = touched
             warned = analyse(self.input + "/" + name, name[:-4], self.folder)
             self.assertEqual(b"zeros" in warned, number > 160)
         said = self.run_corpus("--convert")[1]
-        self.assertRegex(said, r"\A(warned 16[1-5].wav\n    Zeros have been filled with noise.\n){5}"
+        self.assertRegex(said, r"\A(warned 16[1-5].wav\n    Zeros have been filled with .*\n){5}"
                          r"warned 1 more, which the table lists\n    Zeros .*\n.*\n7 analysed")
         # One channel as it is: the samples of the recording itself.
         for name in "wide.ogg", "rate.wav", "loud.wav", *(f"{n}.wav" for n in range(160, 167)):
