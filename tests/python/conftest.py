@@ -22,10 +22,10 @@ def read_wave(path):
         return np.frombuffer(file.readframes(file.getnframes()), "<i2")
 
 
-def write_wave(path, samples):
+def write_wave(path, samples, rate=16000):
     """Writes int16 samples as the program takes them."""
     with wave.open(str(path), "wb") as file:
-        file.setparams((1, 2, 16000, 0, "NONE", ""))
+        file.setparams((1, 2, rate, 0, "NONE", ""))
         file.writeframes(np.asarray(samples, "<i2").tobytes())
 
 

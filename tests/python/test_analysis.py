@@ -2,7 +2,6 @@
 
 import copy
 import multiprocessing
-import pickle
 import subprocess
 import sys
 import threading
@@ -75,8 +74,7 @@ def test_result_tells_its_settings(speech):
     assert (analysis.fs, analysis.hop_length, analysis.frame_period) == (16000, 100, 6.25)
     assert (analysis.alpha, analysis.order, analysis.scale) == (0.42, 20, "hts")
     assert analysis.settings["method"] == 4 and analysis.settings["f0_given"] is False
-    for copied in (pickle.loads(pickle.dumps(analysis)), copy.deepcopy(analysis),
-                   analysis._replace(scale="plain")._replace(scale="hts")):
+    for copied in (copy.deepcopy(analysis), analysis._replace(scale="plain")._replace(scale="hts")):
         assert same(copied, analysis)
         assert vars(copied) == vars(analysis)
 
@@ -102,14 +100,11 @@ def test_interpreter_goes_on_during_the_work(speech):
     assert turns > 20  # with the lock held, one or two
 
 
-def _analyze_median(samples):
-    return float(np.median(nalveo.analyze(samples, 16000, hop_length=800).mcep))
-
-
 def test_use_after_fork(speech):
-    here = _analyze_median(speech)
+    here = nalveo.analyze(speech, 16000)
     with multiprocessing.get_context("fork").Pool(2) as pool:
-        assert pool.map(_analyze_median, [speech] * 4) == [here] * 4
+        for there in pool.starmap(nalveo.analyze, [(speech, 16000)] * 4):
+            assert same(there, here) and vars(there) == vars(here)
 
 
 def test_nothing_is_printed_and_nothing_but_numpy_imported():

@@ -142,11 +142,8 @@ def test_damaged_recordings_are_told_and_the_folder_goes_on(tmp_path, signal):
 
 def test_defaults_follow_the_rate_of_recordings(tmp_path, signal):
     samples = np.round(signal * 32768).astype("<i2")
-    write_wave(tmp_path / "a.wav", samples)
-    content = bytearray((tmp_path / "a.wav").read_bytes())
-    content[24:32] = (44100).to_bytes(4, "little") + (88200).to_bytes(4, "little")
-    (tmp_path / "a.wav").write_bytes(content)
-    nalveo.write(str(tmp_path / "a.npz"), nalveo.analyze(samples, 44100, hop_length=220))
+    write_wave(tmp_path / "a.wav", samples, 44100)
+    nalveo.write(tmp_path / "a.npz", nalveo.analyze(samples, 44100, hop_length=220))
     result = run(tmp_path, "a.npz", "a.wav")  # refused where the shift or alpha differ
     assert result.returncode == 0, result.stderr
     assert rows(result)["TOTAL"]["frames"] == 7999 // 220 + 1
