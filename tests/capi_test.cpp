@@ -23,8 +23,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 nalveo_options defaults() {

@@ -15,8 +15,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 double series(const reals &c, double w) {
     double sum = 0.0;
     for (std::size_t m = 0; m < c.size(); ++m) sum += c[m] * std::cos(static_cast<double>(m) * w);

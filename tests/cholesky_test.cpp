@@ -10,8 +10,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 // Positive definite: the inner products of more random columns than rows, and b behind each row.
 struct linearsystem {
     std::size_t n;

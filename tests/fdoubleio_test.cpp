@@ -17,14 +17,7 @@ namespace {
 
 using doubles = std::vector<double>;
 
-// Reads a track file. A failure must leave the result pointer as it was.
-doubles readtrack(const std::string &path) {
-    double untouched = 0.0, *read = &untouched;
-    const std::uint32_t count = fdoubleread(path.c_str(), &read);
-    EXPECT_EQ(count == 0, read == &untouched);
-    const readerarray values(count == 0 ? nullptr : read);
-    return {values.get(), values.get() + count};
-}
+doubles readtrack(const std::string &path) { return readby(fdoubleread, path); }
 
 }  // namespace
 

@@ -14,7 +14,6 @@
 namespace {
 
 using namespace nalveo;
-using reals = std::vector<double>;
 using record = hamemhandle;
 
 record makeharecord(double f0min = 60) { return record(hameminitialize(testfs, testfs, f0min)); }

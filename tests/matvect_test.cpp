@@ -11,7 +11,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 // C = A B, A n x m, B m x c.

@@ -10,7 +10,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
 constexpr std::size_t count = 88;  // whole vectors, and no whole tiles of them
 
 struct curves {

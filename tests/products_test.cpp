@@ -8,8 +8,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 // Sum of x(i) y(i) over n elements that are apart by strides, in ascending order.
 double inorder(const double *x, std::size_t xstride, const double *y, std::size_t ystride,
                std::size_t n) {

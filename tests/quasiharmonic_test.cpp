@@ -16,8 +16,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 // A frame of harmonics with noise, and the fit of the quasi-harmonic model to it in three ways:
 // amplitudes of the harmonics 1 .. K, then their slopes.
 struct quasiframe {

@@ -13,7 +13,6 @@ using namespace nalveo;
 
 namespace {
 
-using reals = std::vector<double>;
 using spectrum = int(const double *, std::uint32_t, std::uint32_t, std::uint32_t, double *, namem *,
                      double, double);
 constexpr std::uint32_t nfft = 1024;

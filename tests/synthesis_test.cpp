@@ -16,8 +16,6 @@ namespace {
 using nalveo::badvalue;
 using nalveo::speechtracks;
 using nalveo::synthesissettings;
-using reals = std::vector<double>;
-
 // Tracks with plain cepstra, held by the test.
 struct tracks {
     reals f0, cc, fv;  // fv may be empty

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "io/binaryfile.h"
+
 namespace {
 
 template <class Value>
@@ -34,6 +36,15 @@ std::optional<std::string> readfile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) return std::nullopt;
     return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::vector<double> readby(std::uint32_t (*reader)(const char *, double **),
+                           const std::string &path) {
+    double untouched = 0.0, *read = &untouched;
+    const std::uint32_t count = reader(path.c_str(), &read);
+    if ((count == 0) != (read == &untouched)) throw std::runtime_error("result of " + path);
+    const nalveo::readerarray values(count == 0 ? nullptr : read);
+    return {values.get(), values.get() + count};
 }
 
 void writefile(const std::string &path, const std::string &bytes) {

@@ -24,6 +24,11 @@ class tempfolder {
 /// Contents of a file; nothing when it cannot be opened.
 std::optional<std::string> readfile(const std::string &path);
 
+/// What a reader of the library's returns for a file, whose result pointer a failure must leave as
+/// it was.
+std::vector<double> readby(std::uint32_t (*reader)(const char *, double **),
+                           const std::string &path);
+
 /// Creates or replaces a file. Throws when that fails: a test without its input tests nothing.
 void writefile(const std::string &path, const std::string &bytes);
 

@@ -16,6 +16,7 @@
 constexpr double testfs = 16000.0;  // Hz
 constexpr double testpi = 3.141592653589793;
 
+using reals = std::vector<double>;
 using complexes = std::vector<std::complex<double>>;
 
 /// Pseudo-random numbers (SplitMix64).

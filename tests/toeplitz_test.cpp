@@ -9,8 +9,6 @@
 
 namespace {
 
-using reals = std::vector<double>;
-
 class toeplitz : public testing::TestWithParam<std::uint32_t> {};
 
 TEST_P(toeplitz, agreeswiththedensesolve) {

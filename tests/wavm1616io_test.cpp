@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "io/binaryfile.h"
 #include "testfiles.h"
 
 using namespace nalveo;
@@ -11,15 +10,10 @@ namespace {
 
 using doubles = std::vector<double>;
 
-// Reads a file of these bytes. A failure must leave the result pointer as it was.
 doubles readwav(const std::string &bytes) {
     const tempfolder folder;
     writefile(folder / "in.wav", bytes);
-    double untouched = 0.0, *read = &untouched;
-    const std::uint32_t count = wavreadm1616((folder / "in.wav").c_str(), &read);
-    EXPECT_EQ(count == 0, read == &untouched);
-    const readerarray samples(count == 0 ? nullptr : read);
-    return {samples.get(), samples.get() + count};
+    return readby(wavreadm1616, folder / "in.wav");
 }
 
 }  // namespace
