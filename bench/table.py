@@ -1,16 +1,25 @@
 #!/usr/bin/python3
-"""Times whole runs of the program over a recording, files in and out included, and prints a table.
+"""Times whole runs of programs over a recording, files in and out included, and prints a table.
 
-    bench/table.py RECORDING.wav PROGRAM [OTHER] [-n ROUNDS] [-w WORDS]
+    bench/table.py RECORDING.wav PROGRAM [OTHER ...] [-n ROUNDS] [-w WORDS] [-l]
 
-The columns are CPU seconds (user and system) per second of audio, the least of the rounds; the
-aim on one core of a server processor of 2026, for real speech of which about half is voiced; and
-the peak memory. A second program runs in turn with the first, round by round, since the speed of
-a machine drifts: `faster` is the median over the rounds of its time divided by the first one's.
-The last rows are a recording of one second and the start alone (the help text), in milliseconds
-of elapsed time.
+The columns are CPU seconds (user and system) per second of audio of every program, the least of
+the rounds; the aim on one core of a server processor of 2026, for real speech of which about half
+is voiced; and the peak memory. The programs run in turn, round by round, since the speed of a
+machine drifts: `B/A` is the median over the rounds of B's time divided by A's. The last rows are a
+recording of one second and the start alone (the help text), in milliseconds of elapsed time.
 
 -n sets the rounds (default 3); -w picks the rows whose names contain a text, such as "method 2".
+-l times recordings of one second to an hour instead, made of the one that is named, by method 1
+with four files.
+
+The widest instructions, AVX2 and the baseline side by side are three builds:
+
+    for widest in avx512 avx2 baseline; do
+        cmake --preset package -B build/$widest -DNALVEO_WIDEST=$widest
+        cmake --build build/$widest --target nalveo16 nalveo16-synth
+    done
+    bench/table.py SPEECH.wav build/{avx512,avx2,baseline}/nalveo16
 
 Peak memory is what the system reports and holds at least that of this script, some 12 MB.
 Outputs go to a temporary directory. Takes nothing but Python.
@@ -19,6 +28,7 @@ Outputs go to a temporary directory. Takes nothing but Python.
 import argparse
 import os
 import statistics
+import string
 import sys
 import tempfile
 import time
@@ -37,6 +47,7 @@ ROWS = (
 SYNTHESIS_AIM = 0.003  # CPU seconds per second of audio
 MEMORY_AIM = 64  # MB for a minute of speech
 START_AIM = 5  # ms for one second of speech
+LENGTHS = (1, 10, 60, 600, 3600)  # seconds
 TRACKS = ("f0", "cc", "fv")
 
 
@@ -68,17 +79,54 @@ def row(name, runs, which, scale, aim):
     """Prints a row of figure `which` of the runs, times `scale`."""
     times = [[taken[which] * scale for taken in program] for program in runs]
     print(f"{name:30s}", *(f"{min(taken):9.5f}" for taken in times), end="")
-    if len(times) == 2:
-        ratio = statistics.median(other / first for first, other in zip(*times))
-        print(f" {ratio:7.2f}x", end="")
+    for others in times[1:]:
+        ratio = statistics.median(other / first for first, other in zip(times[0], others))
+        print(f" {ratio:6.2f}", end="")
     print(f" {aim:9.4f}" if aim else " " * 10, end="")
     print("".join(f" {max(taken[2] for taken in program):7.1f}" for program in runs), flush=True)
 
 
-def firstsecond(recording, path):
+def cut(recording, seconds, path):
+    """Writes a recording of that many seconds, one that is shorter again and again."""
     with wave.open(recording) as whole, wave.open(path, "wb") as part:
         part.setparams(whole.getparams())
-        part.writeframes(whole.readframes(whole.getframerate()))
+        samples = whole.readframes(whole.getnframes())
+        wanted = seconds * whole.getframerate() * whole.getsampwidth() * whole.getnchannels()
+        while wanted > 0:
+            part.writeframes(samples[:wanted])
+            wanted -= len(samples)
+
+
+def lengthrows(recording, programs, folder, args):
+    """Prints a row per length; the shorter it is, the more rounds."""
+    made = os.path.join(folder, "cut.wav")
+    for seconds in LENGTHS:
+        name = f"{seconds} s, method 1, four files"
+        if args.words in name:
+            cut(recording, seconds, made)
+            count = args.rounds * min(10, max(1, 60 // seconds))
+            row(name, rounds(programs, [made, *TRACKS], folder, count), 0, 1 / seconds, 0)
+
+
+def workrows(recording, seconds, programs, folder, args):
+    """Prints a row per kind of work."""
+    for name, files, options, aim in ROWS:
+        if args.words in name:
+            arguments = [recording, *TRACKS[:files], *options]
+            runs = rounds(programs, arguments, folder, args.rounds)
+            row(name, runs, 0, 1 / seconds, aim)
+    # The synthesiser of each build stands beside its analyser; a build may be older than it.
+    synthesisers = [os.path.join(os.path.dirname(path), "nalveo16-synth") for path in programs]
+    if args.words in "synthesis, four files" and all(map(os.path.exists, synthesisers)):
+        run(programs[0], [recording, *TRACKS], folder)
+        runs = rounds(synthesisers, [*TRACKS, "out.wav"], folder, args.rounds)
+        row("synthesis, four files", runs, 0, 1 / seconds, SYNTHESIS_AIM)
+    short = os.path.join(folder, "second.wav")
+    cut(recording, 1, short)
+    for name, arguments in (("one second, ms", [short, *TRACKS]), ("start alone, ms", [])):
+        if args.words in name:
+            runs = rounds(programs, arguments, folder, 10 * args.rounds)
+            row(name, runs, 1, 1000, START_AIM if arguments else 0)
 
 
 def main():
@@ -86,43 +134,30 @@ def main():
         description=__doc__, formatter_class=argparse.RawTextHelpFormatter
     )
     parser.add_argument("recording", metavar="RECORDING.wav")
-    parser.add_argument("programs", metavar="PROGRAM", nargs="+", help="one or two programs")
+    parser.add_argument("programs", metavar="PROGRAM", nargs="+")
     parser.add_argument("-n", dest="rounds", type=int, default=3)
     parser.add_argument("-w", dest="words", default="")
+    parser.add_argument("-l", dest="lengths", action="store_true")
     args = parser.parse_args()
-    if len(args.programs) > 2 or args.rounds < 1:
-        parser.error("one or two programs, and at least one round")
+    if args.rounds < 1:
+        parser.error("at least one round")
     recording = os.path.abspath(args.recording)
     programs = [os.path.abspath(program) for program in args.programs]
     with wave.open(recording) as whole:
         seconds = whole.getnframes() / whole.getframerate()
 
-    letters = "AB"[: len(programs)]
+    letters = string.ascii_uppercase[: len(programs)]
     print(f"{seconds:.1f} s of audio, least of {args.rounds} rounds")
     for letter, program in zip(letters, programs):
         print(f"{letter}: {program}")
     head = [f"{'CPU seconds per second':30s}", *(f"{letter:>9s}" for letter in letters)]
-    head += ["  faster"] * (len(letters) - 1) + [f"{'aim':>9s}", "peak MB"]
+    head += [f"{letter + '/A':>6s}" for letter in letters[1:]] + [f"{'aim':>9s}", "peak MB"]
     print(*head)
     with tempfile.TemporaryDirectory(prefix="table") as folder:
-        for name, files, options, aim in ROWS:
-            if args.words in name:
-                arguments = [recording, *TRACKS[:files], *options]
-                runs = rounds(programs, arguments, folder, args.rounds)
-                row(name, runs, 0, 1 / seconds, aim)
-        # The synthesiser of each build stands beside its analyser; a build may be older than it.
-        synthesisers = [os.path.join(os.path.dirname(path), "nalveo16-synth") for path in programs]
-        synthesisers = [path for path in synthesisers if os.path.exists(path)]
-        if args.words in "synthesis, four files" and synthesisers:
-            run(programs[0], [recording, *TRACKS], folder)
-            runs = rounds(synthesisers, [*TRACKS, "out.wav"], folder, args.rounds)
-            row("synthesis, four files", runs, 0, 1 / seconds, SYNTHESIS_AIM)
-        short = os.path.join(folder, "second.wav")
-        firstsecond(recording, short)
-        for name, arguments in (("one second, ms", [short, *TRACKS]), ("start alone, ms", [])):
-            if args.words in name:
-                runs = rounds(programs, arguments, folder, 10 * args.rounds)
-                row(name, runs, 1, 1000, START_AIM if arguments else 0)
+        if args.lengths:
+            lengthrows(recording, programs, folder, args)
+        else:
+            workrows(recording, seconds, programs, folder, args)
 
 
 if __name__ == "__main__":
