@@ -18,9 +18,7 @@ constexpr double lowest = -std::numeric_limits<double>::infinity();
 template <class Real8, class Index>
 [[gnu::always_inline]] inline Real8 gathered(const double *x, const Index *first,
                                              std::size_t offset) {
-    Real8 v{};
-    for (std::size_t lane = 0; lane < vectorlength; ++lane) v.set(lane, x[first[lane] + offset]);
-    return v;
+    return Real8::filled([=](std::size_t lane) { return x[first[lane] + offset]; });
 }
 
 // Powers that differ by more than this part of them and this much have logarithms in one order with
@@ -167,9 +165,8 @@ template <bool quick, class Real8>
                                             const linebatch &lines, std::size_t line) {
     const double unit = static_cast<double>(grid.lwin) / grid.nfft;  // from bin to bin
     const std::size_t *const first = lines.first.data() + line;
-    Real8 start{};
-    for (std::size_t lane = 0; lane < vectorlength; ++lane)
-        start.set(lane, static_cast<double>(first[lane]) * unit);
+    const auto start =
+        Real8::filled([=](std::size_t lane) { return static_cast<double>(first[lane]) * unit; });
     const Real8 start1 = start - Real8::load(lines.position.data() + line);
     const Real8 start2 = start - Real8::load(lines.mirror.data() + line);
     complexof<Real8> turning = {sineof(start2 + 0.5), sineof(start2)};

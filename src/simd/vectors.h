@@ -173,6 +173,24 @@ template <class Storage>
     }
 }
 
+// Elements of(first), of(first + 1), ..
+template <class Part, class Function, std::size_t... i>
+[[gnu::always_inline]] inline Part filled(Function of, std::size_t first,
+                                          std::index_sequence<i...>) {
+    return Part{of(first + i)...};
+}
+
+template <class Storage, class Function>
+[[gnu::always_inline]] inline Storage filled(Function of, std::size_t first) {
+    if constexpr (paired<Storage>) {
+        using half = decltype(Storage::low);
+        return {filled<half>(of, first), filled<half>(of, first + sizeof(half) / sizeof(double))};
+    } else {
+        return filled<Storage>(of, first,
+                               std::make_index_sequence<sizeof(Storage) / sizeof(double)>());
+    }
+}
+
 template <class Mask, class Storage>
 [[gnu::always_inline]] inline Storage select(const Mask &mask, const Storage &a, const Storage &b) {
     if constexpr (paired<Storage>)
@@ -288,6 +306,12 @@ struct real8 {
 
     /// The same number in all elements; 0 where it is -0.
     [[gnu::always_inline]] static real8 all(double a) { return real8{} + a; }
+
+    /// The numbers of(0), of(1), .. of(7).
+    template <class Function>
+    [[gnu::always_inline]] static real8 filled(Function of) {
+        return {vectordetail::filled<storage>(of, 0)};
+    }
 
     /// The numbers 0, 1, .. 7.
     [[gnu::always_inline]] static real8 count() {
