@@ -9,8 +9,8 @@ outputs, without and with f0 refinement (f0acc 0 and 3). Options of the analyser
 refinement, then the files beyond the limits, each with its worst frame.
 
 Limits: the same voicing and the same messages; log f0 to 1e-6; maximum voiced frequency to
-1e-4 Hz; cepstra to 1e-6, which in method 2 two frames in a hundred of all files may exceed,
-since its ill-conditioned frames magnify rounding.
+1e-4 Hz; cepstra to 1e-6, which of the frames of all files 3 % may exceed in method 2 and 0.6 %
+in the others after refinement, since both rest on fits that magnify rounding.
 
 Exit status: 0 within the limits, 1 beyond them, 2 when there is nothing to compare.
 Needs numpy (Debian: python3-numpy).
@@ -33,8 +33,15 @@ REFINEMENTS = (0, 3)
 LIMIT_LOGF0 = 1e-6
 LIMIT_VOICED = 1e-4  # Hz
 LIMIT_CEPSTRA = 1e-6
-ILL_CONDITIONED = 2  # the method whose cepstra are judged by their share of frames
-SHARE = 0.02
+# Share of the frames of all files whose cepstra may be beyond the limit. Programs that solve the
+# quasi-harmonic model in one form give the same bytes. One that solves it in complex numbers rounds
+# otherwise than one that does so in real ones, and where harmonic K all but reaches half the sample
+# rate the fit magnifies that to any size: in 2.3 % of the frames of a collection of speech and
+# generated signals, by method 2. Refined f0 differs in its last bits alone, but those decide
+# lengths of windows and numbers of harmonics where f0 divides the sample rate: 0.4 % of the frames.
+ILL_CONDITIONED = 2
+SHARE_ILL_CONDITIONED = 0.03
+SHARE_REFINED = 0.006
 TRACKS = ("f0", "cc", "fv")
 UNVOICED = -1e9  # log f0 below this marks an unvoiced frame
 
@@ -52,7 +59,7 @@ class Result:
     cepstra: float = 0.0
     frames_off: int = 0  # frames with cepstra beyond the limit
     faults: list = dataclasses.field(default_factory=list)  # always count
-    cepstral_fault: str = ""  # counts unless the method allows such frames
+    cepstral_fault: str = ""  # counts where there are more such frames than allowed
 
 
 def run(program, wave, options, folder):
@@ -185,6 +192,12 @@ def main():
             pool.shutdown(cancel_futures=True)
 
 
+def allowedshare(method, rounds):
+    if method == ILL_CONDITIONED:
+        return SHARE_ILL_CONDITIONED
+    return SHARE_REFINED if rounds > 0 else 0.0
+
+
 def report(args, waves, cases, pool, scratch):
     """Runs all cases, prints the table and the faults, and returns the exit status."""
     runs = {}
@@ -215,7 +228,7 @@ def report(args, waves, cases, pool, scratch):
             f"{total['frames_off']:11d} {total['unequal']:8d} of {total['values']}",
             flush=True,
         )
-        allowed = SHARE * total["frames"] if method == ILL_CONDITIONED else 0
+        allowed = allowedshare(method, rounds) * total["frames"]
         for wave, result in found:
             lines = list(result.faults)
             if result.cepstral_fault and total["frames_off"] > allowed:
