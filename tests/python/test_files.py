@@ -63,7 +63,7 @@ def test_writing_is_whole_or_not_at_all(analysis, tmp_path, monkeypatch):
     huge = np.full_like(analysis.f0, 1e39)
     for spoilt, told in (
             (analysis._replace(mcep=analysis.mcep * [math.nan, *[1] * 24]), "mcep of frame 0"),
-            (analysis._replace(mvf=-analysis.mvf - 1), "mvf of frame 0"),
+            (analysis._replace(mvf=np.r_[-1, huge[1:] * math.nan]), "mvf of frame 0 holds -1"),
             (shorter._replace(mvf=huge * math.nan), "a.mvf is there"),
             (shorter._replace(mcep=np.stack([huge, huge], 1)),
              "mcep of frame 0 holds 1e.39, which is beyond float32"),
