@@ -5,6 +5,7 @@ README and docs are taken at their word in a fresh clone, with nothing else in i
 """
 
 import os
+import pathlib
 import re
 import shutil
 import subprocess
@@ -13,55 +14,48 @@ import tempfile
 import unittest
 import wave
 
-SOURCE = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
 # Where a command is run that would be out of place here, such as one that installs or builds.
 ELSEWHERE = re.compile(r"<!-- run by (\S+) -->\s*\Z")
 INTERPRETERS = {"sh": ["bash", "-euc"], "python": [sys.executable, "-c"],
                 "octave": ["octave-cli", "--quiet", "--eval"]}
 
 
-def text(*path):
-    with open(os.path.join(SOURCE, *path), encoding="utf-8") as file:
-        return file.read()
+def text(path):
+    return (SOURCE / path).read_text("utf-8")
 
 
 def blocks(document):
-    """(language, content, what follows it) of every fenced block, None for those run elsewhere."""
-    fences = list(re.finditer(r"^```(\w+)\n(.*?)^```$", document, re.M | re.S))
-    for number, fence in enumerate(fences):
+    """(language, content, what it prints, where it is run) of every fenced block."""
+    for fence in re.finditer(r"^```(\w+)\n(.*?)^```$", document, re.M | re.S):
+        output = re.match(r"\n```text\n(.*?)^```$", document[fence.end():], re.M | re.S)
         elsewhere = ELSEWHERE.search(document[:fence.start()])
-        following = fences[number + 1] if number + 1 < len(fences) else None
-        output = None
-        if following and following[1] == "text" and following.start() == fence.end() + 1:
-            output = following[2]
-        yield fence[1], fence[2], output, elsewhere and elsewhere[1]
+        yield fence[1], fence[2], output and output[1], elsewhere and elsewhere[1]
 
 
 def clone(folder):
     """The files of a fresh clone, in an empty folder."""
     listed = subprocess.run(["git", "-C", SOURCE, "ls-files", "-z"], stdout=subprocess.PIPE,
                             stderr=subprocess.DEVNULL, check=False)
-    names = [name for name in os.fsdecode(listed.stdout).split("\0") if name]
     if listed.returncode != 0:  # unpacked from an archive
-        names = [os.path.relpath(os.path.join(place, name), SOURCE)
-                 for place, _, files in os.walk(SOURCE) for name in files
-                 if not os.path.relpath(place, SOURCE).startswith(("build", ".git/"))]
-    for name in names:
-        path = os.path.join(folder, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        if os.path.exists(os.path.join(SOURCE, name)):
-            shutil.copy2(os.path.join(SOURCE, name), path)
+        shutil.copytree(SOURCE, folder, dirs_exist_ok=True,
+                        ignore=shutil.ignore_patterns("build", ".git"))
+    for name in filter(None, os.fsdecode(listed.stdout).split("\0")):
+        path = pathlib.Path(folder, name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        if (SOURCE / name).exists():
+            shutil.copy2(SOURCE / name, path)
 
 
 def prepare(folder):
     """What the examples of manual pages name: recordings, a numbered series, two collections."""
-    with wave.open(os.path.join(SOURCE, "examples/sample.wav")) as file:
+    with wave.open(str(SOURCE / "examples/sample.wav")) as file:
         samples = file.readframes(file.getnframes())
 
     def write(name, start, length, rate=16000):
-        path = os.path.join(folder, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with wave.open(path, "wb") as file:
+        path = pathlib.Path(folder, name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        with wave.open(str(path), "wb") as file:
             file.setparams((1, 2, rate, 0, "NONE", ""))
             file.writeframes(samples[2 * start:2 * (start + length)])
     write("speech.wav", 0, len(samples) // 2)
@@ -91,9 +85,8 @@ class DocsTest(unittest.TestCase):
                         self.assertIn(re.sub(r"\s+#.*", "", line), text(elsewhere), name)
                     continue
                 if language == "c":
-                    path = os.path.join(folder, re.match(r"/\* (\w+\.c)", content)[1])
-                    with open(path, "w", encoding="utf-8") as file:
-                        file.write(content)
+                    source = re.match(r"/\* (\w+\.c)", content)[1]
+                    pathlib.Path(folder, source).write_text(content, "utf-8")
                 if language not in INTERPRETERS:
                     self.assertIn(language, ("c", "text", "bibtex"), name)
                     continue
@@ -104,27 +97,24 @@ class DocsTest(unittest.TestCase):
                     self.assertEqual(run.stdout.strip(), expected.strip(), f"{name}:\n{content}")
 
     def test_documents(self):
-        names = ["README.md", "CONTRIBUTING.md"]
-        names += ["docs/" + name for name in os.listdir(os.path.join(SOURCE, "docs"))
-                  if name.endswith(".md")]
-        for name in sorted(names):
+        for name in "README.md", "CONTRIBUTING.md", *sorted(
+                str(path.relative_to(SOURCE)) for path in SOURCE.glob("docs/*.md")):
             with self.subTest(name):
                 self.run_document(name, text(name), clone)
                 for target in re.findall(r"\]\((?!\w+:)([^)]+)\)", text(name)):
                     path, _, anchor = target.partition("#")
-                    path = os.path.normpath(os.path.join(os.path.dirname(name), path)) if path \
-                        else name
-                    self.assertTrue(os.path.exists(os.path.join(SOURCE, path)), f"{name}: {target}")
+                    path = (SOURCE / name).parent / path if path else SOURCE / name
+                    self.assertTrue(path.exists(), f"{name}: {target}")
                     if anchor:
                         self.assertIn(anchor, anchors(text(path)), f"{name}: {target}")
 
     def test_manual_pages(self):
         for name in ("nalveo16", "nalveo16-synth", "nalveo16-compare", "nalveo16-plot",
                      "nalveo16-corpus"):
-            page = subprocess.run(["man", "-l", os.path.join(SOURCE, "man", name + ".1")],
+            page = subprocess.run(["man", "-l", SOURCE / f"man/{name}.1"],
                                   env={**os.environ, "MANWIDTH": "200", "LC_ALL": "C"}, check=True,
                                   stdout=subprocess.PIPE, text=True).stdout
-            examples = re.findall(r"^\.EX\n(.*?)^\.EE$", text("man", name + ".1"), re.M | re.S)
+            examples = re.findall(r"^\.EX\n(.*?)^\.EE$", text(f"man/{name}.1"), re.M | re.S)
             code = "\n".join(examples).replace(r"\-", "-").replace(r"\e", "\\").replace(
                 r"\(aq", "'")
             with self.subTest(name):
@@ -156,8 +146,8 @@ class DocsTest(unittest.TestCase):
             run = subprocess.run(["nalveo16", "none", "x", "y", f"--{option}={value}"], text=True,
                                  stdout=subprocess.PIPE, check=False)
             self.assertEqual((run.returncode, run.stdout), (0, "Error: could not open none.\n"))
-        with open(shutil.which("nalveo16"), "rb") as file:
-            messages = re.findall(rb"(?:Error|Warning): [^\n\0]+", file.read())
+        program = pathlib.Path(shutil.which("nalveo16")).read_bytes()
+        messages = re.findall(rb"(?:Error|Warning): [^\n\0]+", program)
         self.assertGreater(len(messages), 8)
         plain = re.sub(r"^\.\w+ |[\"\\]", "", page, flags=re.M)
         for message in messages:
