@@ -117,6 +117,8 @@ TEST_F(synth, obeysitsoptions) {
     ASSERT_EQ(quiet.size(), 1000U);
     for (std::size_t n = 0; n < quiet.size(); ++n) EXPECT_NEAR(quiet[n], 0.1 * usual[n], 0.6);
 
+    ASSERT_EQ(run({"lf0", "mcc", "mvf", "out.wav", "--length=1"}).status, 0);
+    EXPECT_EQ(samples().size(), 1U);
     ASSERT_EQ(run({"lf0", "mcc", "mvf", "out.wav", "--lframe=40"}).status, 0);
     EXPECT_EQ(samples().size(), nframes * 40);
     // Without the scaling for HTS, the same c(0) is 43 dB louder: beyond full scale.
