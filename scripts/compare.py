@@ -37,8 +37,8 @@ LIMIT_CEPSTRA = 1e-6
 # quasi-harmonic model in one form give the same bytes. One that solves it in complex numbers rounds
 # otherwise than one that does so in real ones, and where harmonic K all but reaches half the sample
 # rate the fit magnifies that to any size: in 2.3 % of the frames of a collection of speech and
-# generated signals, by method 2. Refined f0 differs in its last bits alone, but those decide
-# lengths of windows and numbers of harmonics where f0 divides the sample rate: 0.4 % of the frames.
+# generated signals, by method 2. Refined f0 agrees as float32, but the cepstra follow its last bits:
+# beyond the limit in 0.4 % of the frames.
 ILL_CONDITIONED = 2
 SHARE_ILL_CONDITIONED = 0.03
 SHARE_REFINED = 0.006

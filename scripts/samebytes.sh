@@ -3,13 +3,14 @@
 # builds it with gcc and clang at -O0, -O2 and -O3 and with the sanitizers, for SSE2 alone, for AVX2
 # and for aarch64; runs each, and one of them under valgrind, on emulated processors with and without
 # AVX2 and FMA, and with the C library told to leave these alone; then compares all outputs of all
-# methods, and the speech that nalveo16-synth makes of them.
+# methods, and the speech that nalveo16-synth makes of them. The builds for SSE2, AVX2 and aarch64
+# also run the tests of the kernels, whose lengths no recording has.
 #
 #   scripts/samebytes.sh                the sample recording
 #   scripts/samebytes.sh FILE.wav ...   other recordings; the emulators take minutes for each
 #   scripts/samebytes.sh presets        the sample recording, by the builds of the presets release,
 #                                       clang and asan, which .ci/run has made, and those for SSE2,
-#                                       AVX2 and aarch64
+#                                       AVX2 and aarch64; then a table of times by width
 #
 # Needs what "scripts/setup.sh full" installs. Exit status 1 when any byte differs.
 set -euo pipefail
@@ -76,6 +77,15 @@ build() {
         >>"$top/$name.log"
 }
 
+# testkernels NAME [EMULATOR ...]: of a build that has tests.
+testkernels() {
+    local name=$1 verdict=passed
+    shift
+    cmake --build "$top/$name" --parallel "$(nproc)" --target kernel_tests >>"$top/$name.log"
+    "$@" "$top/$name/tests/kernel_tests" --gtest_brief=1 || { verdict=FAILED differing=1; }
+    printf '%-48s %s\n' "kernels: $name" "$verdict"
+}
+
 if [[ $presets ]]; then
     program=build/release/nalveo16
     for preset in release clang asan; do check "preset $preset" "$PWD/build/$preset/nalveo16"; done
@@ -93,11 +103,23 @@ else
 fi
 
 for width in baseline avx2; do
-    build "$width" g++ -O3 -DNALVEO_WIDEST="$width"
+    build "$width" g++ -O3 -DNALVEO_WIDEST="$width" -DNALVEO_TESTS=ON
     check "widest: $width" "$top/$width/nalveo16"
+    testkernels "$width"
 done
-build aarch64 aarch64-linux-gnu-g++ -O3 -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=aarch64
-check 'emulated: aarch64' qemu-aarch64 -L /usr/aarch64-linux-gnu "$top/aarch64/nalveo16"
+
+# Debian has GoogleTest's source, but no library of it for other processors.
+cross=(-DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=aarch64)
+emulator=(qemu-aarch64 -L /usr/aarch64-linux-gnu)
+cmake -G Ninja -S /usr/src/googletest -B "$top/gtest" -DCMAKE_BUILD_TYPE=Release "${cross[@]}" \
+    -DCMAKE_CXX_COMPILER=aarch64-linux-gnu-g++ -DCMAKE_C_COMPILER=aarch64-linux-gnu-gcc \
+    -DBUILD_GMOCK=OFF -DCMAKE_INSTALL_PREFIX="$top/gtest/installed" >"$top/gtest.log"
+cmake --build "$top/gtest" --parallel "$(nproc)" --target install >>"$top/gtest.log"
+build aarch64 aarch64-linux-gnu-g++ -O3 "${cross[@]}" -DNALVEO_TESTS=ON -DNALVEO_WERROR=ON \
+    -DCMAKE_CROSSCOMPILING_EMULATOR="$(IFS=';' && echo "${emulator[*]}")" \
+    -DGTest_ROOT="$top/gtest/installed"
+check 'emulated: aarch64' "${emulator[@]}" "$top/aarch64/nalveo16"
+testkernels aarch64 "${emulator[@]}"
 
 program=$PWD/$program
 hwcaps=glibc.cpu.hwcaps
@@ -107,6 +129,10 @@ check 'emulated: no AVX, no FMA' qemu-x86_64 -cpu qemu64 "$program"
 if [[ ! $presets ]]; then
     check 'valgrind: AVX2, no AVX-512' valgrind --quiet "$program"
     check 'emulated: AVX2 and FMA, no AVX-512' qemu-x86_64 -cpu max "$program"
+fi
+# One round on a machine that does other things: to be looked at, not to be judged.
+if [[ $presets ]]; then
+    bench/table.py examples/sample.wav "$program" "$top"/{avx2,baseline}/nalveo16 -n 1
 fi
 if grep -qw avx512_vbmi2 /proc/cpuinfo; then
     echo 'This processor has AVX-512, which the builds above have used.'
