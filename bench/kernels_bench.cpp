@@ -16,6 +16,7 @@
 #include "analysis/pitchanalysis.h"
 #include "analysis/spectralanalysis.h"
 #include "analysis/spectrallines.h"
+#include "analysis/warping.h"
 #include "numeric/aligned.h"
 #include "numeric/cholesky.h"
 #include "numeric/dft.h"
@@ -71,8 +72,7 @@ void fft(benchmark::State &state) {
     const reals x = noise(static_cast<std::size_t>(n));
     reals re(x.size()), im(x.size());
     for (auto _ : state) {
-        re = x;
-        fftr(n, re.data(), im.data());
+        fftreal(n, x.data(), re.data(), im.data());
         keep(re.data());
     }
 }
@@ -181,15 +181,16 @@ void logarithmsofaspectrum(benchmark::State &state) {
 }
 BENCHMARK(logarithmsofaspectrum);
 
-void warp(benchmark::State &state) {
-    const reals c = noise(513);
-    reals out(40), scratch(40);
+void warpingsofeightframes(benchmark::State &state) {
+    const reals c = noise(8 * 513);
+    reals out(8 * 40);
+    warpmatrix warp;
     for (auto _ : state) {
-        ccwarp(c.data(), 512, out.data(), 39, scratch.data(), 0.42);
+        warpcepstra(warp, c.data(), 8, 512, out.data(), 39, 0.42);
         keep(out.data());
     }
 }
-BENCHMARK(warp);
+BENCHMARK(warpingsofeightframes);
 
 // All lines of a frame of 120 Hz.
 void linematch(benchmark::State &state) {

@@ -1,7 +1,7 @@
 /** Speech analysis of sample buffers: f0, mel-warped cepstra and maximum voiced frequency.
  *
  * The same analysis as that of the program nalveo16, to the byte, for any sample rate from 8000 to
- * 96000 Hz. Plain C99. Nothing is printed, nothing is kept between calls, and no call disturbs
+ * 96000 Hz. Plain C99. Nothing is printed, nothing of a call is kept, and no call disturbs
  * another: any number of threads may call at a time, without a lock, as long as they do not write
  * to the same arrays. The same input gives the same bytes.
  *
@@ -20,8 +20,8 @@
  *             harmonics-plus-noise vocoder has harmonics below it and noise above
  *   cc        mel-warped cepstra, a row of order + 1 values per frame; see nalveo_envelope
  *   result    NALVEO_OK, or the code of an error, and then what the output arrays hold is not
- *             defined. All arguments are checked before the work begins. NALVEO_NO_MEMORY can come
- *             from every function that computes
+ *             defined. All arguments are checked before the analysis begins. NALVEO_NO_MEMORY can
+ *             come from every function that computes
  */
 
 #ifndef NALVEO_H

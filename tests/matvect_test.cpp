@@ -176,7 +176,8 @@ TEST(copies, fillscaleandtranspose) {
 
 TEST(inverses, failwheretheyshould) {
     double out[9];
-    reals none = {0}, negative = {1, 2, 2, 1}, zero = {1, 1, 1, 1}, minus = {1, -1, -1, 1},
+    reals none = {0}, negative = {1, 2, 2, 1}, zero = {1, 1, 1, 1}, hidden = {0, 0, 0, 1},
+          minus = {1, -1, -1, 1},
           column = {1, 2, 3, 2, 4,
                     6, 3, 6, 5};  // after one step column 1 is 0 from the diagonal on
     EXPECT_EQ(choleskyinvdet(0, none.data(), out, 1), 0.0);
@@ -184,6 +185,7 @@ TEST(inverses, failwheretheyshould) {
     EXPECT_EQ(choleskyinvdet(2, negative.data(), out, 1), 0.0);
     EXPECT_EQ(choleskyinvdet(2, zero.data(), out, 0), 0.0);
     EXPECT_EQ(zero, reals(4, 1.0));
+    EXPECT_EQ(choleskyinvdet(2, hidden.data(), out, 1), 0.0);
     EXPECT_EQ(toeplitzsiminv(0, none.data(), out), -1);
     EXPECT_EQ(toeplitzsiminv(1, none.data(), out), -1);
     EXPECT_EQ(toeplitzsiminv(2, zero.data(), out), -1);

@@ -1,5 +1,5 @@
 /// Circular autocorrelation of real frames, as the pitch tracker runs it. Needs numeric/aligned and
-/// numeric/dft. What throws here throws std::bad_alloc.
+/// numeric/dft. Throws std::bad_alloc when memory runs out.
 
 #pragma once
 

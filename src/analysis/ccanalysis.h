@@ -65,8 +65,9 @@ struct ccmem {
 ///                          2 quasi-harmonics + mel-rdc, 3 complementary windows + liftering +
 ///                          mcep, 4 seevoc + mcep; any other value as 0, on a quasi-harmonic record
 /// \param[in]     fs        sample rate in Hz
-/// \param[in]     alpha     warping parameter, between -1 and 1. Otherwise, those same frames keep
-///                          their rows of the matrix, of which coefficient 0 is doubled
+/// \param[in]     alpha     warping parameter, between -1 and 1. With any other, frames that go by
+///                          way of a log spectrum are not warped: their rows of the matrix stay,
+///                          but coefficient 0 is doubled
 /// \return 0 always
 int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, std::uint32_t ccord, double *cc,
@@ -83,7 +84,7 @@ int waveform2cc(const double *x, std::uint32_t nsamples, std::uint32_t lframe, s
 ccmem *ccmeminitialize(std::uint32_t lwin, std::uint32_t nfft, std::uint8_t ccmeth, double fs,
                        double f0min);
 
-/// Releases a record and the two it owns; null is allowed. Returns 0.
+/// Releases a record and all that it owns; null is allowed. Returns 0.
 int ccmemdestroy(ccmem *record);
 
 namespace nalveo {
@@ -101,8 +102,9 @@ using ccmemhandle = std::unique_ptr<ccmem, ccmemrelease>;
 /// \param[in]     nsamples  number of samples
 /// \param[in]     centre    centre sample of the frame, below nsamples
 /// \param[in]     nfft      transform size, a power of two, at least three periods of any f0
-/// \param[in,out] buffer    [nfft + max(nfft, ccord + 1)] scratch: spectrum and cepstrum, then the
-///                          imaginary part and the warping's scratch
+/// \param[in,out] buffer    [nfft + max(nfft, ccord + 1)] scratch: spectrum and cepstrum; behind
+///                          them frequencies of harmonics, powers through the complementary window
+///                          or the warping's scratch
 /// \param[in]     ccord     cepstral order P
 /// \param[out]    out       [P + 1] the row
 /// \param[in,out] memory    scratch, made by ccmeminitialize for the number of this method

@@ -14,7 +14,7 @@ constexpr int defaultlframe = 80;       // samples, 5 ms at 16 kHz
 constexpr int defaultccord = 39;
 constexpr int defaultzfill = 160;  // samples
 
-constexpr std::uint32_t highestorder = 511;  // envelopes have 513 points: a cepstrum says no more
+constexpr std::uint32_t highestorder = 511;  // at 16 kHz envelopes have 513 points
 constexpr std::uint32_t mostrefinements = 5;
 
 }  // namespace nalveo

@@ -18,7 +18,8 @@ namespace {
 constexpr std::size_t powerslength = 2 * vectorlength + 2;
 
 // e^(i fwarp(omega)) from e^(i omega), but for the sign of its sine, which is of no use here and is
-// all that tells alpha from 1 / alpha. The one below 1 is taken: its square cannot overflow.
+// all that tells alpha from 1 / alpha. Of the two, the one within -1 .. 1 is used: its square
+// cannot overflow.
 phasor warpedphasor(const phasor &z, double alpha) {
     const double a = std::abs(alpha) > 1.0 ? 1.0 / alpha : alpha;
     const double re = (1.0 + a * a) * z.re - 2.0 * a;

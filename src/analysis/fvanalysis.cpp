@@ -6,6 +6,7 @@
 #include <limits>
 #include <vector>
 
+#include "analysis/defaults.h"
 #include "analysis/harmonicanalysis.h"
 #include "analysis/spectrallines.h"
 #include "numeric/aligned.h"
@@ -25,7 +26,6 @@ namespace {
 constexpr double peakdrop = 3.4538776394910693;  // 15 dB in natural-log power, 1.5 ln 10
 constexpr double sharpening = 8.31295041412083;  // ln 0.5 / ln 0.92: a match of 0.92 is even odds
 constexpr double lowestboundary = 1000.0;        // Hz
-constexpr double sizingf0 = 60.0;                // Hz; scratch is sized for this or the lowest f0
 constexpr std::uint32_t medianlength = 5;        // frames
 
 // Sizes that follow from a frame's f0.
@@ -108,8 +108,9 @@ struct spectralpeak {
     double frequency;
 };
 
-// Harmonics are the highest peaks of the log spectrum. They are those of the powers, too, but where
-// powers differ by so little that logarithms are to decide: those of the spectrum of a click do.
+// Harmonics are the highest peaks of the log spectrum. The powers have the same peaks, unless two
+// differ by so little that their logarithms may be equal or in another order, as in the flat
+// spectrum of a click. Then the logarithms decide.
 void findharmonicpeaks(std::size_t half, fvscratch &scratch) {
     if (findpeaks(scratch.power.data(), half, scratch.bands)) return;
     double *const logpower = scratch.logpower.data();
@@ -216,7 +217,7 @@ double findboundary(fvscratch &scratch) {
 
 int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,
                 std::uint32_t nframes, const double *f0, double *fv, double fs) {
-    fvscratch scratch(bandframe(lowestvoiced(f0, nframes, sizingf0), fs));
+    fvscratch scratch(bandframe(lowestvoiced(f0, nframes, defaultf0min), fs));
 
     for (std::uint32_t k = 0; k < nframes; ++k) {
         fv[k] = 0.0;

@@ -2,7 +2,7 @@
 /// vocoder synthesises noise. Needs analysis/spectrallines for peaks and line matches, numeric/dft,
 /// elementary, matvect, polynom and windowing.
 ///
-/// What these routines cannot get memory for they report by throwing std::bad_alloc.
+/// Throws std::bad_alloc when memory runs out.
 
 #pragma once
 
@@ -23,8 +23,8 @@
 /// \param[in]  f0        [nframes] f0 in Hz, 0 where unvoiced; below lowestmodelled counts as that
 /// \param[out] fv        [nframes] maximum voiced frequency in Hz: 0 where unvoiced, else 1000 or
 ///                       the frequency of a harmonic peak not below it. A frame of zeros that is
-///                       marked voiced matches no sinusoid; it gets 1000, or its second harmonic if
-///                       nothing lies below that
+///                       marked voiced matches no sinusoid; it gets 1000, or its second harmonic
+///                       where that is at or above 1000 Hz
 /// \param[in]  fs        sample rate in Hz
 /// \return 0 always
 int getfvoicing(const double *waveform, std::uint32_t n, std::uint32_t lframe, std::uint32_t first,

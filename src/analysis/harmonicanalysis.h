@@ -52,10 +52,9 @@ double lowestvoiced(const double *f0, std::size_t nframes, double most);
 
 }  // namespace nalveo
 
-/// Scratch of the estimators, made for the lowest f0 of a run. The first frame that a model meets
-/// makes room for the largest; a frame larger than that gets more. Nothing in it survives from one
-/// frame to the next, except that after a successful estimator call the solution stays until the
-/// next call.
+/// Scratch of the estimators, made for the lowest f0 of a run. A model's first frame allocates for
+/// that f0; only a longer frame allocates again. Nothing in it survives from one frame to the next,
+/// except that after a successful estimator call the solution stays until the next call.
 struct hamem {
     std::size_t longest = 0;  // frame length N for the lowest f0
     std::size_t most = 0;     // number of harmonics K at the lowest f0

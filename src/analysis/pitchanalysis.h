@@ -3,11 +3,11 @@
 ///
 /// A track holds one f0 per frame in Hz; exactly 0 marks an unvoiced frame. Frame k is centred on
 /// sample first + k lframe. The sources behind this header are prefilter, pitchtracker (with
-/// autocorrelation), pitchrefinement and, for finished tracks, pitchanalysis; they need numeric
-/// and, to refine, analysis/harmonicanalysis.
+/// autocorrelation and pitchpath), pitchrefinement and, for finished tracks, pitchanalysis; they
+/// need numeric and, to refine, analysis/harmonicanalysis.
 ///
-/// What these routines cannot get memory for they report by throwing std::bad_alloc; elimislands
-/// and the conversions between Hz and logarithms allocate nothing.
+/// Throws std::bad_alloc when memory runs out; elimislands and the conversions between Hz and
+/// logarithms allocate nothing.
 
 #pragma once
 

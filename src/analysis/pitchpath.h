@@ -12,7 +12,7 @@
 
 namespace nalveo {
 
-constexpr std::size_t unvoicedslot = 5;  // slots 0 .. 4 are for voiced candidates
+constexpr std::size_t unvoicedslot = 5;  // the last; voiced candidates are before it
 constexpr std::size_t nslots = 6;
 
 /// A number for every slot of a frame.

@@ -23,7 +23,7 @@ namespace {
 // Amplitude responses of a gain curve on bins 0 .. nt / 2.
 void samplegaincurve(const double *freqs, const double *gains, double fs, std::size_t nt,
                      double *response) {
-    constexpr double decibel = 0.1151292546497023;  // ln 10 / 20
+    constexpr double decibel = 0.1151292546497023;  // ln 10 / 20, deliberately to 16 digits
     const double spacing = fs / static_cast<double>(nt);
     std::size_t segment = 0;
     for (std::size_t k = 0; k <= nt / 2; ++k) {

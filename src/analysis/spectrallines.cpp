@@ -21,8 +21,9 @@ template <class Real8, class Index>
     return Real8::filled([=](std::size_t lane) { return x[first[lane] + offset]; });
 }
 
-// Powers that differ by more than this part of them and this much have logarithms in one order with
-// them: those of logarithms() are right to a unit in the last place, some 1e-13 here at most.
+// Two powers further apart than relativemargin times one of them plus absolutemargin have
+// logarithms in the same order: those of logarithms() are right to a unit in the last place, here
+// some 1e-13.
 constexpr double relativemargin = 1e-12;
 constexpr double absolutemargin = 1e-290;
 
@@ -240,11 +241,11 @@ bool findpeaks(const double *power, std::size_t last, peakbands &bands) {
 void linebatch::add(const linegrid &grid, std::uint32_t bin, double f) {
     if (count == first.size()) {
         const std::size_t size = count + vectorlength;
-        first.resize(size);
         position.resize(size);
         mirror.resize(size);
         regular.resize(size);
         match2.resize(size);
+        first.resize(size);  // the last, since it tells how much room there is
     }
     // The mirror image is at -f or, seen from the top of the band, at fs - f.
     const double unit = static_cast<double>(grid.lwin) / grid.nfft;

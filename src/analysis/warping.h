@@ -13,7 +13,7 @@
 namespace nalveo {
 
 /// The warping of cepstra of order m to order p, a fixed linear map, as a matrix: row i is the
-/// warped image of quefrency i. Made at first use; it follows when orders or alpha change.
+/// warped image of quefrency i. Made at first use; made anew when orders or alpha change.
 struct warpmatrix {
     std::uint32_t m = 0;
     std::uint32_t p = 0;

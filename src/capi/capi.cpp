@@ -124,7 +124,7 @@ class call {
 constexpr std::size_t mostfrequencies = 1024;
 
 // Fills in the basis by which a plain cepstrum gives the levels at frequencies: row j is that of
-// c(j), one value per frequency; columns, a multiple of the vectors' length, parts the rows.
+// c(j), one value per frequency. Rows are `columns` doubles apart, a multiple of vectorlength.
 void envelopebasis(const callsettings &settings, const double *frequencies,
                    std::size_t nfrequencies, std::size_t columns, double *basis) {
     std::vector<double> column(std::size_t{settings.ccord} + 1);

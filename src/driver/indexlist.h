@@ -9,8 +9,7 @@
 
 namespace nalveo {
 
-/// Smallest number that an index list may not hold. Up to here indices fit an int as well as the
-/// running powers of ten by which digits are counted.
+/// Smallest number that an index list may not hold. Up to here indices fit an int.
 constexpr std::uint32_t indexlimit = 1410065408;
 
 }  // namespace nalveo

@@ -1,6 +1,6 @@
 /// The analyser as a program: its arguments, the chain that makes a recording's three tracks, the
-/// batch over a series of files. Uses settings, help, filenames, indexlist and conditioning beside
-/// it, and the readers, writers and analyses below.
+/// batch over a series of files. Uses program, settings, ranges, help, filenames and indexlist
+/// beside it, and the readers, writers and analyses below.
 
 #pragma once
 

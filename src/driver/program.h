@@ -20,8 +20,8 @@ int runprogram(int argc, char **argv, int (*program)(int, char **));
 /// Arguments taken apart: names of files come first, options after them.
 struct arguments {
     std::int64_t nnames;     // the program's own, too
-    std::uint32_t noptions;  // of what follows the names, which may be no option
-    char **options;          // [noptions]
+    std::uint32_t noptions;  // arguments from the first option on
+    char **options;          // [noptions]; some may turn out to be none
 };
 
 /// Takes arguments apart at the first option.

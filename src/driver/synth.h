@@ -1,5 +1,6 @@
 /// The synthesiser as a program: command line, reading of the tracks, level of the waveform, and
-/// all messages. Uses paramread, filenames, logf0range, io and src/synthesis.
+/// all messages. Uses program, paramread, ranges, help, indexlist and filenames beside it,
+/// io and synthesis.
 
 #pragma once
 

@@ -22,8 +22,8 @@ static_assert(std::endian::native == std::endian::little && sizeof(float) == 4,
 
 namespace {
 
-// Narrows to floats, nearest value. Float k lies inside double k / 2, which going up has been read
-// by then, so the floats may go over the doubles themselves.
+// Narrows to floats, nearest value. Float k overwrites half of double k / 2, which has been
+// read already, so floats may replace the doubles in place.
 void narrow(const double *values, std::size_t count, unsigned char *floats) {
     for (std::size_t k = 0; k < count; ++k) {
         double value;

@@ -1,5 +1,5 @@
 /// Which file a name stands for: behind symbolic links, and whether two names stand for the same.
-/// All of it throws std::bad_alloc.
+/// Throws std::bad_alloc when memory runs out.
 
 #pragma once
 

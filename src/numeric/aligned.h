@@ -32,7 +32,7 @@ struct alignedallocator {
 /// An array of doubles on a cache line.
 using alignedreals = std::vector<double, alignedallocator<double>>;
 
-/// Lengthens an array that is shorter than that; it throws std::bad_alloc.
+/// Lengthens an array to at least `size`; throws std::bad_alloc when memory runs out.
 inline void growto(alignedreals &array, std::size_t size) {
     if (array.size() < size) array.resize(size);
 }

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <limits>
 
-#include "numeric/phasor.h"
 #include "simd/dispatch.h"
 #include "simd/vectors.h"
 
@@ -150,8 +149,8 @@ struct logarithmof {
         const Real rest = z * series(c, z);
         const Real half = 0.5 * f * f;
         const Real value = k * ln2high - ((half - (s * (half + rest) + k * ln2low)) - f);
-        // No value serves two blends: GCC would join their conditions, and joined ones it takes
-        // element by element.
+        // Each blend has values of its own. If two shared one, GCC would join their conditions and
+        // take the vector element by element.
         const Real toolarge = x == zero + infinite ? zero + infinite : zero + notanumber;
         const Real toosmall = x == zero ? zero - infinite : zero + notanumber;
         const Real belowinfinity = x < zero + infinite ? value : toolarge;

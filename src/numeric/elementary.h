@@ -4,7 +4,7 @@
 /// Each is a power series on a short interval, to which its argument is reduced. The result is
 /// within one unit in the last place of the exact value, that of the arc tangent within one and a
 /// half. What is exact stays exact: the logarithm of 1, the exponential, sine and arc tangent of 0.
-/// Needs numeric/phasor for complexof, and simd.
+/// Needs simd.
 
 #pragma once
 

@@ -29,7 +29,7 @@ int invertnumber(const double *a, double *inverse) {
 
 // Upper Cholesky factor U of A = U^T U, in place in the upper triangle of u, row by row:
 //   U(i, j) = (A(i, j) - sum over k < i of U(k, j) U(k, i)) / U(i, i),  j > i.
-// Returns the determinant of A, or 0 for a negative pivot.
+// Returns the determinant of A, or 0 for a pivot that is not above 0.
 double choleskyfactor(std::size_t n, const double *a, double *u) {
     double determinant = 1.0;
     for (std::size_t i = 0; i < n; ++i) {
@@ -38,7 +38,7 @@ double choleskyfactor(std::size_t n, const double *a, double *u) {
         for (std::size_t k = 0; k < i; ++k)
             subtractscaled(row + i, u + k * n + i, n - i, u[k * n + i]);
         const double pivot = row[i];
-        if (pivot < 0.0) return 0.0;
+        if (pivot <= 0.0) return 0.0;
         determinant *= pivot;
         row[i] = std::sqrt(pivot);
         for (std::size_t j = i + 1; j < n; ++j) row[j] /= row[i];

@@ -103,9 +103,9 @@ double medianelem(double *a, std::uint32_t n);
 ///                           the upper Cholesky factor (for n = 1 it is left alone)
 /// \param[out]    inverse    [n x n]; must not overlap a
 /// \param[in]     keepinput  1 leaves a intact, at the price of an allocation
-/// \return the determinant, or 0 when n is 0, a pivot is negative or the determinant is exactly 0;
-///         then a is intact and the inverse is unusable. A NaN that meets no negative pivot before
-///         it gives a NaN.
+/// \return the determinant, or 0 when n is 0, a pivot is 0 or negative, or the determinant is
+///         exactly 0; then a is intact and the inverse is unusable. A NaN that meets no such pivot
+///         before it gives a NaN.
 [[nodiscard]] double choleskyinvdet(std::uint32_t n, double *a, double *inverse,
                                     std::int16_t keepinput);
 

@@ -19,7 +19,8 @@ namespace nalveo {
 void vecbymat(const double *x, const double *a, std::size_t m, std::size_t n, double *out);
 
 /// The same for several row vectors at a time, out(f, j) = sum over i of x(f, i) a(i, j), each
-/// exactly as vecbymat gives it. The matrix is read once for every four of them.
+/// exactly as vecbymat gives it. The matrix is read once for every four of them, where
+/// registers are few once for every two.
 ///
 /// \param[in]  x      [count x m] row vectors
 /// \param[in]  count  number of row vectors

@@ -8,7 +8,7 @@ namespace nalveo {
 namespace {
 
 // Scratch of toeplitzsolve. Vectors run over the end of what they are to cover, so there is room
-// for one more behind each array. What they find there is 0 or is multiplied by one, and adds
+// for one more behind the first four. What they find there is 0 or is multiplied by one, and adds
 // nothing.
 struct levinsonarrays {
     double *t;         // first row of T

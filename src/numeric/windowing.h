@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "numeric/aligned.h"
@@ -80,10 +81,11 @@ namespace nalveo {
 
 /// Hann windows whose cosines are each made by themselves. The recurrence behind winhanning is off
 /// by up to 34 units in the last place, which serves a smooth spectrum but not where a decision
-/// hangs on the last bit. The pitch tracker's is one: f0 of an exactly periodic signal is an exact
-/// number of samples to rounding, and so are later window lengths and numbers of harmonics. Voicing
-/// is another: the spectrum of a lone click is flat, and rounding decides where its local maxima
-/// are. The two forms differ in their last bits, so neither can stand in for the other.
+/// hangs on the last bit. The pitch tracker's is one: the period of an exactly periodic signal is a
+/// whole number of samples but for rounding, and its last bit decides how later window lengths and
+/// numbers of harmonics are rounded. Voicing is another: the spectrum of a lone click is flat, and
+/// rounding decides where its local maxima are. The two forms differ in their last bits, so neither
+/// can stand in for the other.
 ///
 /// \param[out] window  [length] the window; 0.5 - 0.5 cos(2 pi n / (L - 1)), of one sample 1
 /// \param[in]  length  L, at least 1
@@ -108,8 +110,9 @@ class windowcache {
         if (windows_.size() <= place) windows_.resize(place + 1);
         alignedreals &window = windows_[place];
         if (window.empty()) {
-            window.resize(length);
-            make_(window.data(), length);
+            alignedreals made(length);
+            make_(made.data(), length);  // may throw: a window is whole or not there
+            window = std::move(made);
         }
         return window.data();
     }

@@ -54,8 +54,8 @@ struct bitsof<part64> {
 
 namespace vectordetail {
 
-// A number meets a vector only as an operand, here and in real8: GCC would build a vector of it
-// element by element where functions that are inlined later return one by itself.
+// Operators take a double directly, here and in real8. Were it made a vector first, by a function
+// that is inlined later, GCC would fill that element by element.
 
 // Two parts, or two pairs of parts, side by side; also of truth values, as comparisons give them.
 template <class Half>

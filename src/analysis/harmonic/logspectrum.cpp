@@ -111,8 +111,8 @@ struct kernelrowskernel {
     }
 };
 
-// Adds the shares of up to eight harmonics to the bins, one harmonic after the other. Only spans
-// longer than any voice has come in more than one piece.
+// Adds the shares of up to eight harmonics to the bins, one harmonic after the other. Spans of
+// more bins than there is room for, as those of high voices, come in pieces.
 void addharmonics(harmonickernels &kernels, const harmonicspan *spans, std::size_t count,
                   std::int64_t nyquist, double *out) {
     constexpr std::int64_t rowsatonce = 256;
