@@ -15,7 +15,8 @@ import time
 
 from distributed import Client, as_completed
 
-SLICES_PER_THREAD = 4  # so that fast workers take more of them
+SLICES_PER_THREAD = 4  # of the workers that are there, so that fast ones take more of them
+WAIT = 600  # seconds for the first worker
 
 
 def analyse(part, arguments):
@@ -40,7 +41,10 @@ def main():
     arguments = [os.path.abspath(indir), os.path.abspath(outdir), *options]
     kind = "scheduler_file" if os.path.isfile(scheduler) else "address"
     with Client(**{kind: scheduler}) as client:
-        client.wait_for_workers(1)
+        try:
+            client.wait_for_workers(1, timeout=WAIT)
+        except TimeoutError:
+            sys.exit(f"No worker has come within {WAIT} s. Start some, as with dask-worker.")
         count = SLICES_PER_THREAD * sum(client.nthreads().values())
         parts = {client.submit(analyse, f"{part}/{count}", arguments, pure=False): part
                  for part in range(1, count + 1)}

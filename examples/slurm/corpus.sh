@@ -8,13 +8,16 @@
 #
 #   sbatch corpus.sh IN_DIR OUT_DIR [options of nalveo16-corpus] [-- options of nalveo16]
 #
-# The array must count from 1; its length is free: sbatch --array=1-100 corpus.sh ...
-# Both folders must be seen by all nodes. The same command goes on after failures and time limits;
-# single tasks may be sent again, as in --array=3,17, and know the length of the first array.
+# Both folders must be seen by all nodes. The length of the first array, which must count from 1, is
+# free, as in sbatch --array=1-100 corpus.sh ...: it is the number of slices. It is kept in OUT_DIR:
+# the same command goes on after failures and time limits, and single tasks may be sent again, as in
+# --array=3,17. To cut otherwise: SLICES=50 sbatch --array=1-50 corpus.sh ...
 
 slice=$SLURM_ARRAY_TASK_ID
-if [[ $SLURM_ARRAY_TASK_MIN -eq 1 && $SLURM_ARRAY_TASK_MAX -eq $SLURM_ARRAY_TASK_COUNT ]] &&
-    [[ $SLURM_ARRAY_TASK_COUNT -gt 1 || ! -s $2/.nalveo16-corpus/slices ]]; then
+if [[ -n ${SLICES-} ]]; then
+    slice+=/$SLICES
+elif [[ ! -s $2/.nalveo16-corpus/slices && $SLURM_ARRAY_TASK_MIN -eq 1 &&
+    $SLURM_ARRAY_TASK_MAX -eq $SLURM_ARRAY_TASK_COUNT ]]; then
     slice+=/$SLURM_ARRAY_TASK_COUNT
 fi
 exec nalveo16-corpus "$1" "$2" --slice "$slice" --jobs "${SLURM_CPUS_PER_TASK:-1}" "${@:3}"

@@ -2,7 +2,6 @@
 """nalveo16-corpus: whole results and nothing else, through failures, kills and resumption."""
 
 import concurrent.futures
-import csv
 import json
 import os
 import re
@@ -14,138 +13,12 @@ import subprocess
 import tempfile
 import time
 import unittest
-import wave
 
-EXAMPLES = os.path.join(os.path.dirname(__file__), "../../examples")
-KINDS = ("lf0", "mcc", "mvf")
-WORK = ".nalveo16-corpus"
-with wave.open(os.path.join(EXAMPLES, "sample.wav")) as sample:
-    SPEECH = sample.readframes(sample.getnframes())
-
-STRANGE = ("with space/a b.wav", "line\nbreak.wav", "ünï/cødé.wav", "-dash.wav", "{}.wav",
-           "quote'\"$(x)`.wav", "%d*?.wav", "CAPS.WAV", "two.dots.wav", ".hidden.wav", "a\\nb.wav",
-           os.fsdecode(b"latin\xe9.wav"))
-# What is wrong with a file, and what the list of failures says about it. To a program that expands
-# wildcards, two of the names mean other files, too.
-BAD = {
-    "bad/rat[e].wav": "It has 2 channels.",
-    "bad/rate.wav": "It has 44100 Hz.",
-    "bad/b*.wav": "It has 8000 Hz, 2 channels.",
-    "bad/bits.wav": "It has 24 bits.",
-    "bad/chunk.wav": "It has a header with more in it than the plain one.",
-    "bad/cut.wav": "It ends before the samples that its header promises.",
-    "bad/text\nfile.wav": "sox cannot read it either: RIFF header not found",
-    "bad/empty.wav": "The file is empty.",
-}
-MENDED = [name for name in BAD if not re.search("cut|text|empty", name)]
+from corpora import (BAD, EXAMPLES, KINDS, MENDED, SPEECH, WORK, Corpora, analyse, makebad,
+                     makegood, results, text, write)
 
 
-def write(path, nsamples, start=0, channels=1, rate=16000, width=2, hush=0):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    data = SPEECH[2 * start:2 * (start + nsamples)]
-    data = data[:2002] + bytes(2 * hush) + data[2002 + 2 * hush:]
-    if width == 3:
-        data = b"".join(b"\0" + data[i:i + 2] for i in range(0, len(data), 2))
-    with wave.open(path, "wb") as file:
-        file.setparams((channels, width, rate, 0, "NONE", ""))
-        file.writeframes(data)
-
-
-def makegood(folder, count):
-    names = list(STRANGE) + [f"voice{i % 7}/utt{i:03}.wav" for i in range(count - len(STRANGE))]
-    for number, name in enumerate(names):
-        write(os.path.join(folder, name), 1500 + 13 * number, 150 * number % 30000)
-    return names
-
-
-def makebad(folder):
-    bad = os.path.join(folder, "bad")
-    write(bad + "/rat[e].wav", 4000, 20000, channels=2)
-    write(bad + "/rate.wav", 4000, 20000, rate=44100)
-    write(bad + "/b*.wav", 4000, 20000, channels=2, rate=8000)
-    write(bad + "/bits.wav", 4000, 20000, width=3)
-    for name, change in (("chunk", lambda b: b[:36] + b"LIST\4\0\0\0note" + b[36:]),
-                         ("cut", lambda b: b[:3000])):
-        path = f"{bad}/{name}.wav"
-        write(path, 4000, 20000)
-        with open(path, "rb") as file:
-            content = change(file.read())
-        with open(path, "wb") as file:
-            file.write(content)
-    with open(bad + "/text\nfile.wav", "w", encoding="ascii") as file:
-        file.write("no recording at all")
-    open(bad + "/empty.wav", "wb").close()
-
-
-def results(folder):
-    """Contents of all result files by name; unfinished ones would be among them."""
-    found = {}
-    for place, folders, files in os.walk(folder):
-        if WORK in folders:
-            folders.remove(WORK)
-        for name in files:
-            path = os.path.join(place, name)
-            if name not in ("nalveo16-corpus.tsv", "nalveo16-corpus.json"):
-                try:
-                    with open(path, "rb") as file:
-                        found[os.path.relpath(path, folder)] = file.read()
-                except FileNotFoundError:
-                    pass  # an unfinished one, which has got its name meanwhile
-    return found
-
-
-def analyse(wav, stem, folder, *options):
-    os.makedirs(os.path.dirname(os.path.join(folder, stem)), exist_ok=True)
-    names = [os.path.join(folder, f"{stem}.{kind}") for kind in KINDS]
-    return subprocess.run(["nalveo16", wav, *names, "--ccord=20", *options], check=True,
-                          stdout=subprocess.PIPE).stdout
-
-
-class CorpusTest(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="nalveo16 corpus ")
-        self.addCleanup(shutil.rmtree, self.folder)
-        self.input = os.path.join(self.folder, "in")
-        self.output = os.path.join(self.folder, "out")
-
-    def command(self, *options):
-        return ["nalveo16-corpus", self.input, self.output, *options, "--", "--ccord=20"]
-
-    def run_corpus(self, *options, **more):
-        run = subprocess.run(self.command(*options), stdout=subprocess.PIPE,
-                             stderr=subprocess.STDOUT, check=False, **more)
-        return run.returncode, run.stdout.decode(errors="surrogateescape")
-
-    def run_patched(self, code):
-        """The same with a part of the program replaced."""
-        code = f"""
-import importlib.machinery, os, sys
-importlib.machinery.SourceFileLoader("tool", {shutil.which("nalveo16-corpus")!r}).load_module()
-from nalveocorpus import commandline, recordings, state
-{code}
-sys.argv[1:] = {self.command()[1:]!r}
-sys.exit(commandline.main(""))
-"""
-        run = subprocess.run(["/usr/bin/python3", "-W", "ignore", "-c", code], text=True,
-                             stdout=subprocess.PIPE, check=False)
-        return run.returncode, run.stdout
-
-    def table(self):
-        with open(self.output + "/nalveo16-corpus.tsv", encoding="utf-8",
-                  errors="surrogateescape", newline="") as file:
-            rows = list(csv.DictReader(file, delimiter="\t", quoting=csv.QUOTE_NONE))
-        return {row["file"]: row for row in rows}
-
-    def interrupt(self, kill):
-        """Starts a run, waits for a third of its results and kills it."""
-        with subprocess.Popen(self.command("-j", "2"), start_new_session=True,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
-            while process.poll() is None and len(results(self.output)) < 100:
-                time.sleep(0.002)
-            self.assertIsNone(process.poll(), "the run was over before it could be killed")
-            kill(process.pid)
-        return process.returncode
-
+class CorpusTest(Corpora):
     def test_killed_resumed_and_mended(self):
         good = makegood(self.input, 400)
         makebad(self.input)
@@ -273,7 +146,7 @@ recordings.read_plain = touched
 
     def test_power_failure(self):
         """What may not have reached the disk before the machine started anew is done again."""
-        restarted = "state.start_mark = lambda: 'start {}'"
+        restarted = "state.start_mark = lambda: 'start {}'\n"
         write(self.input + "/a.wav", 4000)
         self.assertEqual(self.run_corpus()[0], 0)
         write(self.input + "/b.wav", 4000, 8000)
@@ -284,9 +157,27 @@ recordings.read_plain = touched
         with open(self.output + "/b.mcc", "wb") as file:
             file.write(bytes(stat.st_size))
         os.utime(self.output + "/b.mcc", ns=(stat.st_atime_ns, stat.st_mtime_ns))
-        for number, counts in enumerate(("1 analysed, 1 finished", "0 analysed, 2 finished")):
-            self.assertIn(counts, self.run_patched(restarted.format(number))[1])
-            self.assertEqual(results(self.output), whole)
+        # A run that does not look at the recording makes nothing of it safe.
+        write(self.input + "/c.wav", 4000, 16000)
+        os.rename(self.input + "/b.wav", self.folder + "/b.wav")
+        self.assertIn("1 analysed, 1 finished", self.run_patched(restarted.format(0))[1])
+        os.rename(self.folder + "/b.wav", self.input + "/b.wav")
+        os.remove(self.input + "/c.wav")
+        # Nor does it matter that the old results cannot be removed.
+        stay = "results.Results.remove = lambda *_: ['It stays.']\n"
+        for number, counts in (1, "1 analysed, 1 finished"), (2, "0 analysed, 2 finished"):
+            self.assertIn(counts, self.run_patched(restarted.format(number) + stay)[1])
+            self.assertEqual({**results(self.output), **whole}, results(self.output))
+        # Whoever waits for the disk at the end may be interrupted, too.
+        shutil.rmtree(self.output)
+        self.assertEqual(self.run_patched("""
+save = state.State.save
+def killed(self, systems):
+    save(self, systems)
+    os.kill(os.getpid(), 15)
+state.State.save = killed
+""")[0], 130)
+        self.assertEqual(list(self.table()), ["a.wav", "b.wav", "(all)"])
 
     def test_replaced(self):
         """The table has the newest line of all journals; what fails has no results left."""
@@ -302,13 +193,21 @@ recordings.read_plain = touched
         rows = self.table()
         for name, nsamples in lengths.items():
             self.assertEqual(float(rows[name + ".wav"]["seconds"]), nsamples / 16000)
-        with open(self.input + "/a.wav", "w", encoding="ascii") as file:
-            file.write("no recording at all")
+        text(self.input + "/a.wav", "no recording at all")
         self.assertEqual(self.run_corpus()[0], 1)
         self.assertEqual(sorted(results(self.output)), ["b.lf0", "b.mcc", "b.mvf"])
+        # What no run has made is neither replaced nor removed.
+        write(self.input + "/own.wav", 4000)
+        for name in "own.lf0", "new.lf0":
+            text(f"{self.output}/{name}", "mine")
+        os.rename(self.input + "/a.wav", self.input + "/new.wav")
+        status, said = self.run_corpus()
+        self.assertEqual(status, 1)
+        self.assertRegex(said, "FAILED own.wav\n    .*/own.lf0 is there already, and no run")
+        self.assertEqual([results(self.output)[name] for name in ("own.lf0", "new.lf0")],
+                         2 * [b"mine"])
         # A journal that somebody has been at.
-        with open(self.output + f"/{WORK}/journal/whole.jsonl", "w", encoding="ascii") as file:
-            file.write("[]\n")
+        text(self.output + f"/{WORK}/journal/whole.jsonl", "[]\n")
         status, said = self.run_corpus()
         self.assertEqual(status, 2)
         self.assertRegex(said, r"^nalveo16-corpus: .*/whole.jsonl is damaged at byte 0; remove it")
@@ -334,7 +233,7 @@ recordings.read_plain = touched
         # Where a folder of results cannot be made.
         shutil.rmtree(self.output)
         os.mkdir(self.output)
-        open(self.output + "/there", "wb").close()
+        text(self.output + "/there", "")
         status, said = self.run_corpus()
         self.assertEqual(status, 1)
         self.assertIn("FAILED there/a.wav\n", said)
@@ -350,8 +249,7 @@ recordings.read_plain = touched
         sox("-D", sample, "rate.wav", "rate", "24000")
         sox("-n", "-r", "44100", "-b", "16", "loud.wav", "synth", "1", "square", "441",
             "gain", "-n")
-        with open(self.input + "/notes.txt", "w", encoding="ascii") as file:
-            file.write("none")
+        text(self.input + "/notes.txt", "none")
         status, said = self.run_corpus()
         self.assertEqual(status, 1)
         self.assertIn("Passed over: 1 .ogg, 1 .txt. --convert would take 1 of them.", said)
@@ -416,15 +314,12 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         # have no say.
         remote = tempfile.mkdtemp(prefix="nalveo16-corpus-")
         self.addCleanup(shutil.rmtree, remote)
-        with open(remote + "/ssh", "w", encoding="ascii") as file:
-            # Before the first slice begins, nobody else may start.
-            again = shlex.join(self.command())
-            file.write(f'#!/bin/bash\n{again} 2>>"${{0%/*}}/refused"\n'
-                       'shift\n[[ $1 != -- ]] || shift\nexec bash -c "$*"\n')
+        # Before the first slice begins, nobody else may start.
+        text(remote + "/ssh", f'#!/bin/bash\n{shlex.join(self.command())} 2>>"${{0%/*}}/refused"\n'
+             'shift\n[[ $1 != -- ]] || shift\nexec bash -c "$*"\n')
         os.chmod(remote + "/ssh", 0o755)
         os.mkdir(remote + "/.parallel")
-        with open(remote + "/.parallel/config", "w", encoding="ascii") as file:
-            file.write("--dry-run\n")
+        text(remote + "/.parallel/config", "--dry-run\n")
         environment = {**os.environ, "HOME": remote, "PARALLEL": "--dry-run"}
         # What another machine, out of reach, was to do is done by the one that is there.
         status, said = self.run_corpus("--hosts", f"2/{remote}/ssh there,{remote}/none there",
@@ -437,12 +332,19 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         self.assertEqual(len(whole), 120)
         rows = self.table()
         shutil.rmtree(self.output)
-        with concurrent.futures.ThreadPoolExecutor() as pool:  # they start at the same time
-            runs = list(pool.map(lambda part: self.run_corpus("--slice", part + "/3"), "123"))
-        for status, said in runs:
-            self.assertEqual(status, 0, said)
-            analysed = int(re.search(r"^(\d+) analysed", said, re.M)[1])
-            self.assertLess(analysed, len(whole) / 3 / 2)
+        # They start at the same time, in containers where they have the same number.
+        code = """
+import time
+save, os.getpid = results._save, lambda: 1
+results._save = lambda *arguments: (save(*arguments), time.sleep(0.01))
+"""
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            runs = list(pool.map(lambda part: self.run_patched(code, "--slice", part + "/3"),
+                                 "123"))
+        analysed = [int(re.search(r"^(\d+) analysed, 0 finished before, 0 failed", said, re.M)[1])
+                    for _, said in runs]
+        self.assertEqual(sum(analysed), 40)
+        self.assertTrue(all(analysed), "a slice is empty")
         self.assertEqual(results(self.output), whole)
         self.assertEqual(self.table(), rows)
 
@@ -472,6 +374,7 @@ assert 110 < np.median(f0[f0 > 0]) < 120
                 time.sleep(0.002)
             os.kill(first.pid, signal.SIGSTOP)
             try:
+                write(self.input + "/! new.wav", 2000)
                 self.assertEqual(self.run_corpus("--slice", "2/2")[0], 0)
                 for options in ("--slice", "1/1"), ("--slice", "3/3"), ():
                     status, said = self.run_corpus(*options)
@@ -480,6 +383,7 @@ assert 110 < np.median(f0[f0 > 0]) < 120
             finally:
                 os.kill(first.pid, signal.SIGCONT)
         self.assertEqual(first.returncode, 0)
+        self.assertEqual(sum(name[0] != "!" for name in results(self.output)), 300)
 
     def test_what_cannot_be_found(self):
         """A link to nothing or to itself is a failure; a date in the future is none."""
@@ -491,9 +395,10 @@ assert 110 < np.median(f0[f0 > 0]) < 120
         for counts in "1 analysed, 0 finished before", "0 analysed, 1 finished before":
             status, said = self.run_corpus()
             self.assertEqual(status, 1)
-            self.assertRegex(said, "FAILED to read .*loop.wav: Too many levels of symbolic links")
-            self.assertRegex(said, "FAILED to read .*circle: it leads back")
+            self.assertRegex(said, "FAILED loop.wav\n.*: Too many levels of symbolic links")
+            self.assertRegex(said, "FAILED circle/\n.*: it leads back")
             self.assertIn("FAILED lost.wav\n    The link leads nowhere.", said)
+            self.assertEqual(self.table()["(all)"]["status"], "1 analysed, 3 failed")
             self.assertIn(counts + ", 3 failed", said)
 
     def test_refusals(self):

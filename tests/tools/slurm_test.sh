@@ -94,8 +94,9 @@ nalveo16-corpus corpus plain -- --ccord=20 >/dev/null
 diff -r --exclude=.nalveo16-corpus features plain
 [[ $(find features -name '*.mcc' | wc -l) -eq 7 ]]
 
-# A single task again: it still is the third of three.
-rm "features/utt 2.mcc"
+# Some tasks again: they still are those of three.
+rm "features/utt 1.mcc" "features/utt 2.mcc"
+send 1,2
 send 3
 grep -q '^1 analysed, 1 finished before, 0 failed' nalveo16-"${job}"_3.log ||
     complain "task 3 did not do its slice again"

@@ -1,7 +1,7 @@
-"""The command line of nalveo16-corpus, and the report at the end."""
+"""The command line of nalveo16-corpus."""
 
 import argparse
-import collections
+import hashlib
 import os
 import re
 import shutil
@@ -10,10 +10,11 @@ import sys
 
 import nalveo
 
-from . import hosts, results, settings, state, table
+from . import hosts, results, settings, state
 from .recordings import PLAIN_RATE, Found, Reader
-from .run import SIGNALS, Interrupted, Run, Stopped
+from .run import SIGNALS
 from .settings import NATIVE, Unfit, reason, shown
+from .work import Work, interrupted, silence
 
 DESCRIPTION = """\
 Analyses every recording below IN_DIR into OUT_DIR/.../NAME.{lf0,mcc,mvf}. What is finished already
@@ -22,8 +23,6 @@ END = """\
 Options of nalveo16 stand behind --. Files that failed are listed at the end with the reason;
 OUT_DIR/nalveo16-corpus.tsv and .json have a row for each file. Exit status: 0 when all went well, 1
 when files failed, 2 when the run could not start, 130 when it was interrupted."""
-
-SHOWN = 5  # recordings that are named for the same warning
 
 
 def slice_of(text):
@@ -93,8 +92,7 @@ def main(program):
     except KeyboardInterrupt:
         return interrupted()
     except BrokenPipeError:
-        # Who reads has seen enough; the rest, and what is flushed at the end, goes nowhere.
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        silence()  # who reads has seen enough
         return 1
     except OSError as error:
         print(f"nalveo16-corpus: {reason(error)}.", file=sys.stderr)
@@ -128,7 +126,7 @@ def corpus(program):
     found = Found(folder, convert)
     layout = "npz" if args.npz else args.layout
     if not found.files:
-        for name, why in found.lost:
+        for name, why in found.lost.items():
             print(f"FAILED {shown(name)}\n    {why}", file=sys.stderr)
         raise Unfit(f"there is no recording below {folder}. {found.passed_over()}".rstrip())
     try:
@@ -136,10 +134,8 @@ def corpus(program):
     except OSError as error:
         raise Unfit(f"could not create {args.folders[1]}: {error.strerror}.") from error
     output = os.path.realpath(args.folders[1])
-    target = results.Results(output, layout)
     manifest = {"version": nalveo.__version__, "layout": layout, "rate": args.rate,
                 "channel": args.channel or "downmix", "settings": arguments}
-    work = Work(found, folder, target, manifest)
     if args.hosts:
         if args.part:
             raise Unfit("--hosts and --slice do not go together.")
@@ -148,114 +144,29 @@ def corpus(program):
         here.enter(manifest)
         if machines.run(program, again(folder, output, args, options)):
             return interrupted()
-        return work.report(here, found.files, None)
+        return Work(found, folder, here, results.Results(here, layout), manifest).report(
+            found.files, None)
 
-    part, parts = args.part or (1, 1)
     here = state.State(output, "whole")
+    names = found.files
     if args.part:
+        part, parts = args.part
         parts = parts or here.slices(None)
         if parts is None or part > parts:
             raise Unfit(f"--slice {part}: the number of slices is not known; say --slice {part}/N.")
         here.name = f"{part}-of-{parts}"
+        names = [name for name in names if number(name) % parts == part - 1]
     here.enter(manifest)
     if args.part:
         here.slices(parts)
-    reader = Reader(convert, args.channel, rate)
-    return work.do(here, found.files[part - 1::parts], reader,
-                   args.jobs or len(os.sched_getaffinity(0)))
+    return Work(found, folder, here, results.Results(here, layout), manifest).do(
+        names, Reader(convert, args.channel, rate), args.jobs or len(os.sched_getaffinity(0)))
 
 
-class Work:
-    """The recordings that were found, and where their results go."""
-
-    def __init__(self, found, folder, target, manifest):
-        self._found, self._folder = found, folder
-        self._target, self._manifest = target, manifest
-
-    def do(self, here, names, reader, jobs):
-        """Does what is not finished of some recordings; the exit status."""
-        places = self._target.folders(names) | {here.output, here.folder}
-        results.remove_remains(places, everything=here.name == "whole")
-        known = table.Known(here, names)
-        for name in known.doubtful:
-            self._target.remove(name)
-        todo = [name for name in names if not self._finished(name, known.line(name))]
-        known.close()
-        del known
-        try:
-            if todo:
-                Run(self._folder, todo, jobs, reader, self._target, here,
-                    self._manifest["settings"]).go()
-            return self.report(here, todo, len(names) - len(todo))
-        except (Interrupted, Stopped) as stop:
-            self._table(here)
-            results.remove_remains(places, mine=True)
-            sys.stdout.flush()
-            if isinstance(stop, Stopped):
-                print(f"nalveo16-corpus: {reason(stop.__cause__)}.", file=sys.stderr)
-                return 1
-            interrupted()
-            os._exit(130)  # threads at work in the library end with the process
-
-    def _finished(self, name, line):
-        """Whether a recording is as it was when its results were made, and these are there."""
-        if line is None or line["status"] != "analysed":
-            return False
-        try:
-            source = os.stat(os.path.join(self._folder, name))
-        except OSError:
-            return False
-        return (source.st_mtime_ns, source.st_size) == (
-            line["mtime"], line["size"]) and self._target.finished(name, line)
-
-    def _table(self, here):
-        """Writes the table; whether that went well."""
-        try:
-            table.write(here, self._found.files, self._manifest)
-            return True
-        except OSError as error:
-            print(f"nalveo16-corpus: the table could not be written: {reason(error)}.",
-                  file=sys.stderr)
-            return False
-
-    def report(self, here, names, before):
-        """Writes the table and says how some recordings went, what was passed over, and the
-        counts; the exit status."""
-        written = self._table(here)
-        known = table.Known(here, names)
-        done = failed = converted = 0
-        warned = collections.Counter()
-        for name in names:
-            line = known.line(name)
-            texts = line["warnings"] if line else []
-            if self._finished(name, line):
-                done += 1
-                converted += line["converted"]
-                warned.update(texts)
-                texts = [text for text in texts if warned[text] <= SHOWN]
-                word = "warned"
-            else:
-                failed += 1
-                word = "FAILED"
-                texts = texts or ["It ended without a word, or its host was out of reach."]
-            if texts:
-                print(f"{word} {shown(name)}")
-                for text in "\n".join(texts).splitlines():
-                    print(f"    {text}")
-        known.close()
-        for text, count in warned.items():
-            if count > SHOWN:
-                print(f"warned {count - SHOWN} more, which the table lists\n    {text}")
-        for name, why in self._found.lost:
-            print(f"FAILED {shown(name)}" + (f"\n    {why}" if why.endswith(".") else f": {why}"))
-        if self._found.passed_over():
-            print(self._found.passed_over())
-        if converted:
-            print(f"Converted by sox: {converted}")
-        failed += len(self._found.lost)
-        counted = f"{before} finished before, " if before is not None else ""
-        print(f"{done} {'analysed' if counted else 'finished'}, {counted}{failed} failed")
-        return 1 if failed or not written else 0
+def number(name):
+    """A number of a recording for its slice. It hangs on the name alone, so that a file that comes
+    while slices begin is in one of them all the same."""
+    return int.from_bytes(hashlib.blake2b(os.fsencode(name), digest_size=8).digest(), "big")
 
 
 def again(folder, output, args, options):
@@ -267,9 +178,3 @@ def again(folder, output, args, options):
     if args.jobs:
         line += ["--jobs", str(args.jobs)]
     return [*line, "--", *options]
-
-
-def interrupted():
-    """Says so."""
-    print("nalveo16-corpus: interrupted; the same command goes on from here.", file=sys.stderr)
-    return 130

@@ -53,7 +53,8 @@ class Machines:
             f"{shlex.join([program, *arguments[:2]])} --under $PPID --slice {part}/{self.slices} "
             f"$jobs {shlex.join(arguments[2:])} >/dev/null || [ $? -eq 1 ]"
             for part in range(1, self.slices + 1)]
-        environment = {name: value for name, value in os.environ.items() if name != "PARALLEL"}
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.startswith("PARALLEL")}
         environment["PARALLEL_SHELL"] = "/bin/sh"
         stopped = []
         with subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL,

@@ -18,9 +18,12 @@ from .state import FOLDER
 PLAIN_RATE = 16000  # Hz
 SOX = ("sox", "-R", "-G", "--no-glob")  # the same dither each time; no clipping by the filter
 # Endings that sox reads by header; its headerless and textual kinds say too little of themselves.
-AUDIO = set("8svx aif aifc aiff amb amr-nb amr-wb au avr awb caf cvsd fap flac fssd gsm hcom htk "
-            "ima ircam la lpc10 maud mat mp2 mp3 nist oga ogg opus paf prc pvf rf64 sd2 sds sf smp "
-            "snd sndr sndt sou sox sph spx tta voc vox w64 wavpcm wv wve xa".split())
+AUDIO = set("8svx aif aifc aiff aiffc amb amr-nb amr-wb anb au avr awb caf cvsd fap flac fssd gsm "
+            "hcom htk ima ircam la lpc10 maud mat mat4 mat5 mp2 mp3 nist oga ogg opus paf prc pvf "
+            "rf64 sd2 sds sf smp snd sndr sndt sou sox sph spx tta txw voc vorbis vox w64 wavpcm "
+            "wv wve xa xi".split())
+# Ends a child even where its parent is killed (Debian: util-linux, which is always there).
+TIED = ("setpriv", "--pdeathsig", "TERM") if shutil.which("setpriv") else ()
 
 
 # Finding ------------------------------------------------------------------------------------------
@@ -30,12 +33,12 @@ class Found:
     """What lies below a folder.
 
     files   names of recordings, relative to it, in order
-    lost    (name, reason) of what could not be looked into
+    lost    what could not be looked into, by name, with the reason
     passed  number of files passed over, by ending
     """
 
     def __init__(self, folder, convert):
-        self.files, self.lost, self.passed = [], [], collections.Counter()
+        self.files, self.lost, self.passed = [], {}, collections.Counter()
         self._convert = convert
         self._waiting = [(folder, "", ())]  # folders with the marks of those above them
         while self._waiting:
@@ -50,7 +53,7 @@ class Found:
                 raise OSError(None, "it leads back to a folder above it")
             entries = list(os.scandir(path))
         except OSError as error:
-            self.lost.append((f"to read {path}", error.strerror))
+            self.lost[relative or path] = f"It could not be read: {error.strerror}."
             return
         owners = {}
         for entry in entries:
@@ -64,9 +67,9 @@ class Found:
                 elif entry.is_symlink():
                     os.stat(entry.path)  # not of a kind that is analysed, or:
             except FileNotFoundError:
-                self.lost.append((name, "The link leads nowhere."))
+                self.lost[name] = "The link leads nowhere."
             except OSError as error:
-                self.lost.append((f"to read {entry.path}", error.strerror))
+                self.lost[name] = f"It could not be read: {error.strerror}."
 
     def _file(self, name, owners):
         stem, ending = os.path.splitext(name)
@@ -114,7 +117,7 @@ class Reader:
 
     def __init__(self, convert, channel, rate):
         self._convert, self._channel, self._rate = convert, channel, rate
-        self._running, self._lock = set(), threading.Lock()
+        self._running, self._lock, self._stopped = set(), threading.Lock(), False
 
     def read(self, path):
         """A recording, or `Wrong` with the reason."""
@@ -131,16 +134,20 @@ class Reader:
         return Recording(samples, PLAIN_RATE, (PLAIN_RATE, 1, 16), False, [])
 
     def stop(self):
-        """Ends what runs. No more is begun by threads that end."""
+        """Ends what runs; no more is begun."""
         with self._lock:
+            self._stopped = True
             for process in self._running:
                 process.kill()
 
     def _run(self, *command):
         """Output, errors and status of a program, which is ended when this one is stopped."""
         with self._lock:
-            process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                       stderr=subprocess.PIPE, env={**os.environ, "LC_ALL": "C"})
+            if self._stopped:
+                raise OSError("the run was stopped")
+            process = subprocess.Popen([*TIED, *command], stdin=subprocess.DEVNULL,
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                       env={**os.environ, "LC_ALL": "C"})
             self._running.add(process)
         try:
             output, said = process.communicate()

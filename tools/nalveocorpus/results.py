@@ -5,8 +5,9 @@ import os
 import numpy as np
 
 import nalveo
+from nalveowav import Wrong
 
-from .state import TEMPORARY, own_mark
+from .state import TEMPORARY
 
 # Kinds of result by layout: folder below OUT_DIR, ending, and what is in the file.
 LAYOUTS = {
@@ -17,12 +18,12 @@ LAYOUTS = {
 
 
 class Results:
-    """The results of every recording below one folder."""
+    """The results of every recording below the folder of a `State`."""
 
-    def __init__(self, output, layout):
-        self._kinds = [(os.path.join(output, folder, ""), ending, kind)
+    def __init__(self, state, layout):
+        self._kinds = [(os.path.join(state.output, folder, ""), ending, kind)
                        for folder, ending, kind in LAYOUTS[layout]]
-        self._mark = own_mark()
+        self._state = state
         self.systems = {}  # a folder of each file system that was written to, by its number
 
     def paths(self, name):
@@ -47,12 +48,14 @@ class Results:
         return True
 
     def remove(self, name):
-        """Removes the results of a recording; tells of those that cannot be removed."""
+        """Removes the results that a run has made of a recording; tells of those that cannot be
+        removed."""
         said = []
-        for path in self.paths(name):
+        there = [path for path in self.paths(name) if os.path.lexists(path)]
+        for path in there if there and self._state.made(name) else ():
             try:
                 os.unlink(path)
-            except (FileNotFoundError, NotADirectoryError):
+            except FileNotFoundError:
                 pass
             except OSError as error:
                 said.append(f"An old result could not be removed: {path}: {error.strerror}.")
@@ -63,13 +66,13 @@ class Results:
 
         The results carry the time of the recording `source`. `confirm` is called with their
         times, as their file systems keep them, and sizes once they are whole, before they get their
-        names.
+        names. Raises `Wrong` if a file that no run has made has one of these.
         """
         written = []
         try:
             for path, (_, _, kind) in zip(self.paths(name), self._kinds):
                 folder = os.path.dirname(path)
-                made = os.path.join(folder, f"{TEMPORARY}{self._mark}.{thread}.{kind}")
+                made = os.path.join(folder, f"{TEMPORARY}{self._state.name}.{thread}.{kind}")
                 written.append((made, path))
                 try:
                     _save(made, analysis, kind)
@@ -80,7 +83,10 @@ class Results:
             states = [os.stat(made) for made, _ in written]
             for state, (made, _) in zip(states, written):
                 self.systems.setdefault(state.st_dev, os.path.dirname(made))
+            old = self._old(name, states)
             confirm([state.st_mtime_ns for state in states], [state.st_size for state in states])
+            for path in old:  # first, so that new ones never stand beside them
+                os.unlink(path)
             while written:
                 os.replace(*written[0])
                 del written[0]
@@ -90,6 +96,22 @@ class Results:
                     os.unlink(made)
                 except OSError:
                     pass
+
+    def _old(self, name, states):
+        """Paths of the results of an earlier run.
+
+        Results whose line in the journal a power failure has taken are nobody else's either: they
+        are as the new ones, or empty.
+        """
+        there = [(path, new) for path, new in zip(self.paths(name), states)
+                 if os.path.lexists(path)]
+        if there and not self._state.made(name):
+            for path, new in there:
+                old = os.lstat(path)
+                if old.st_size and (old.st_mtime_ns, old.st_size) != (new.st_mtime_ns, new.st_size):
+                    raise Wrong(f"{path} is there already, and no run has made it; move it away, "
+                                "or take another OUT_DIR.")
+        return [path for path, _ in there]
 
 
 def _save(path, analysis, kind):
@@ -105,31 +127,19 @@ def _save(path, analysis, kind):
             view = view[file.write(view):]
 
 
-def remove_remains(folders, everything=False, mine=False):
-    """Removes unfinished files: those of processes of this machine that are no more; or of this
-    process, too; or of all."""
-    host, own = own_mark().rsplit(".", 1)
+def remove_remains(folders, slice_name):
+    """Removes unfinished files of a slice, and of all that cannot be at work beside it: of a whole
+    run, and of slices of another number."""
+    beside = "-of-" + slice_name.partition("-of-")[2]
     for folder in folders:
         try:
             names = [entry.name for entry in os.scandir(folder) if entry.name.startswith(TEMPORARY)]
         except OSError:
             continue
         for name in names:
-            here = name.startswith(f"{TEMPORARY}{host}.")
-            process = name.removeprefix(f"{TEMPORARY}{host}.").partition(".")[0]
-            over = mine if process == own else not _alive(process)
-            if everything or (here and over):
+            owner = name.removeprefix(TEMPORARY).partition(".")[0]
+            if owner == slice_name or not owner.endswith(beside):
                 try:
                     os.unlink(os.path.join(folder, name))
                 except OSError:
                     pass
-
-
-def _alive(process):
-    try:
-        os.kill(int(process), 0)
-    except ProcessLookupError:
-        return False
-    except (OSError, ValueError):
-        pass
-    return True

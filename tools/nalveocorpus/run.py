@@ -16,11 +16,12 @@ import nalveo
 from nalveowav import Wrong
 
 from . import table
-from .settings import reason
+from .settings import explained, reason
 
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 SAVE = 30  # seconds from one wait for the disk to the next
 TRIES = 3  # for a recording that changes while it is analysed
+WARNINGS, LONGEST = 20, 1000  # kept of a file, and characters of each
 
 
 class Interrupted(Exception):
@@ -50,32 +51,42 @@ class Run:
         # What is ignored, as SIGHUP under nohup, stays so.
         before = {number: signal.signal(number, stop) for number in SIGNALS
                   if signal.getsignal(number) != signal.SIG_IGN}
-        threads = [threading.Thread(target=self._work, args=(number,), daemon=True)
-                   for number in range(self._jobs)]
         over = threading.Event()
-        threading.Thread(target=self._keep_saving, args=(over,), daemon=True).start()
         bar = Bar(self._count)
         try:
-            for thread in threads:
-                thread.start()
-            for thread in threads:
+            for thread in self._start(over):
                 while thread.is_alive():
                     thread.join(0.2)
                     bar.show(self.done)
+            self._save()
         except Interrupted:
             for number in before:
                 signal.signal(number, signal.SIG_IGN)
             self._stopped = True
             self._reader.stop()
+            self._save()
             raise
         finally:
             over.set()
             bar.end()
         for number, handler in before.items():
             signal.signal(number, handler)
-        self._save()
         if self._broken:
             raise Stopped(self._broken) from self._broken
+
+    def _start(self, over):
+        """Starts as many of the threads as the system allows, and returns those that work."""
+        threads = []
+        try:
+            for number in range(self._jobs):
+                thread = threading.Thread(target=self._work, args=(number,), daemon=True)
+                thread.start()
+                threads.append(thread)
+            threading.Thread(target=self._keep_saving, args=(over,), daemon=True).start()
+        except RuntimeError as error:
+            if not threads:
+                self._broken, self._stopped = error, True
+        return threads
 
     def _keep_saving(self, over):
         while not self._stopped and not over.wait(SAVE):
@@ -84,7 +95,7 @@ class Run:
     def _save(self):
         """Has the results so far put on disk."""
         try:
-            self._state.save(list(self._results.systems.values()))
+            self._state.save(self._results.systems)
         except OSError as error:
             self._broken, self._stopped = error, True
 
@@ -103,42 +114,38 @@ class Run:
 
     def _recording(self, name, thread):
         """One recording, from its samples to its line in the journal."""
-        path = os.path.join(self._folder, name)
-        line = {"file": name, "mtime": None, "size": None, "status": "failed", "warnings": []}
-        for _ in range(TRIES):
-            try:
-                source = os.stat(path)
-                line.update(mtime=source.st_mtime_ns, size=source.st_size)
-                recording = self._reader.read(path)
-                analysis = nalveo.analyze(recording.samples, recording.rate, **self._settings)
-                now = os.stat(path)
-                if (now.st_mtime_ns, now.st_size) != (source.st_mtime_ns, source.st_size):
-                    line["warnings"] = ["It changes while it is analysed."]
-                    continue
-                line["warnings"] = recording.warnings + self._zeros(recording.samples)
-                line.update(table.measure(recording, analysis))
+        line = {"file": name, "folder": self._folder, "inode": None, "mtime": None, "size": None,
+                "status": "failed", "warnings": []}
+        try:
+            source, recording, analysis = self._analysed(os.path.join(self._folder, name), line)
+            line["warnings"] = _kept(recording.warnings + self._zeros(recording.samples))
+            line.update(table.measure(recording, analysis))
 
-                def confirm(stamps, sizes):
-                    if self._stopped:
-                        raise OSError("the run was stopped")
-                    self._state.append({**line, "status": "analysed", "stamps": stamps,
-                                        "sizes": sizes})
-                self._results.write(name, analysis, source, thread, confirm)
+            def confirm(stamps, sizes):
+                if self._stopped:
+                    raise OSError("the run was stopped")
+                self._state.append({**line, "status": "analysed", "stamps": stamps, "sizes": sizes})
+            self._results.write(name, analysis, source, thread, confirm)
+        except Exception as error:
+            if self._stopped:
                 return
-            except (Wrong, ValueError) as error:
-                line["warnings"] = [str(error)]
-            except OSError as error:
-                line["warnings"] = [reason(error)]
-            except MemoryError:
-                line["warnings"] = ["Error: not enough memory to analyse it."]
-            except Exception as error:
-                line["warnings"] = [f"Error: {type(error).__name__}: {error}"]
-            break
-        if not self._stopped:
+            line["warnings"] = _kept([_said(error)])
             if line["mtime"] is not None:
                 # Whatever has its names is of another recording, or not whole.
                 line["warnings"] += self._results.remove(name)
             self._state.append(line)
+
+    def _analysed(self, path, line):
+        """State of a recording on disk, its samples and their analysis."""
+        for _ in range(TRIES):
+            source = os.stat(path)
+            line.update(inode=source.st_ino, mtime=source.st_mtime_ns, size=source.st_size)
+            recording = self._reader.read(path)
+            analysis = nalveo.analyze(recording.samples, recording.rate, **self._settings)
+            now = os.stat(path)
+            if (now.st_mtime_ns, now.st_size) == (source.st_mtime_ns, source.st_size):
+                return source, recording, analysis
+        raise Wrong("It changes while it is analysed.")
 
     def _zeros(self, samples):
         """The analyser's warning about runs of equal samples."""
@@ -150,6 +157,26 @@ class Run:
         if _longest_run(samples[::step]) < (longest + 1) // step:
             return []
         return ["Zeros have been filled with noise."] if _longest_run(samples) > longest else []
+
+
+def _said(error):
+    """Why a recording failed, for the user."""
+    if isinstance(error, Wrong):
+        return str(error)
+    if isinstance(error, ValueError):
+        return explained(error)
+    if isinstance(error, OSError):
+        return reason(error)
+    if isinstance(error, MemoryError):
+        return "Error: not enough memory to analyse it."
+    return f"Error: {type(error).__name__}: {error}"
+
+
+def _kept(warnings):
+    """As many warnings, and as much of them, as people read and a cell of a table may hold."""
+    kept = [text if len(text) <= LONGEST else text[:LONGEST] + " ..." for text in warnings]
+    more = len(kept) - WARNINGS
+    return kept[:WARNINGS] + ([f"And {more} more warnings."] if more > 0 else [])
 
 
 def _longest_run(samples):

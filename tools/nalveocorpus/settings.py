@@ -31,9 +31,17 @@ def shown(name):
 
 
 def reason(error):
-    """What an OSError says, for people."""
-    text = error.strerror or str(error)
-    return f"{text}: {shown(os.fsdecode(error.filename))}" if error.filename else text
+    """What an error of the system says, for people."""
+    text = getattr(error, "strerror", None) or str(error)
+    name = getattr(error, "filename", None)
+    return f"{text}: {shown(os.fsdecode(name))}" if name else text
+
+
+def explained(error):
+    """What the library says of its arguments, with the options that they come from."""
+    names = ", ".join(f"--{name} is {argument}" for name, (argument, _, _) in OPTIONS.items()
+                      if argument in str(error))
+    return f"{error}. Here, {names}." if names else f"{error}."
 
 
 def parse(options, rate):
@@ -54,6 +62,8 @@ def parse(options, rate):
         given.add(name)
         argument, kind, _ = OPTIONS[name]
         try:
+            if "_" in value:  # which Python takes between digits
+                raise ValueError
             arguments[argument] = kind(value)
         except ValueError:
             number = "whole number" if kind is int else "number"
@@ -63,7 +73,5 @@ def parse(options, rate):
     try:
         nalveo.analyze([0.0] * 1000, rate or 16000, **arguments)
     except ValueError as error:
-        names = ", ".join(f"--{name} is {argument}" for name, (argument, _, _) in OPTIONS.items()
-                          if argument in str(error))
-        raise Unfit(f"{error}. Here, {names}." if names else f"{error}.") from error
+        raise Unfit(explained(error)) from error
     return arguments

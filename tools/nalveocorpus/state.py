@@ -6,10 +6,14 @@ before its results get their names: what a run knows of those before it is what 
 and the results bear out. Each line has its run's turn, a number above those of all runs before, so
 that of two lines on a recording the newer one is known, whatever journals and clocks they are from.
 
-What is written reaches the disk when the system sees fit. Now and then a run waits for that and
-adds a line {"safe": offset}: the results of all lines before that offset are on disk. Each line has
-a mark of its machine's start, too. Where there was another start since and no such line followed,
-the power may have failed in between, and the results be names without content.
+What is written reaches the disk when the system sees fit. Now and then, and at its end, a run waits
+for that and adds a line {"safe": offset, "from": offset}: the results of its own lines between the
+two are on disk. Each line has a mark of its machine's start, too. Where there was another start
+since and no such line tells of it, the power may have failed in between, and the results be names
+without content.
+
+Names of unfinished files hold the name of the slice. Its lock makes them unique: a number of a
+process would not do, for it may be that of another in a container that bears the same host name.
 """
 
 import ctypes
@@ -38,9 +42,16 @@ def start_mark():
         return None
 
 
-def own_mark():
-    """What tells this process from all others on all machines."""
-    return f"{socket.gethostname()}.{os.getpid()}"
+def lock(file, kind):
+    """Locks an open file. Raises `BlockingIOError` when another run has it and `kind` is not to
+    wait."""
+    try:
+        fcntl.flock(file, kind)
+    except BlockingIOError:
+        raise
+    except OSError as error:
+        raise Refused(f"{file.name} could not be locked: {error.strerror}. Take an OUT_DIR on a "
+                      "file system that knows flock.") from error
 
 
 class State:
@@ -49,12 +60,13 @@ class State:
     def __init__(self, output, slice_name):
         self.folder = os.path.join(output, FOLDER)
         self.output = output
-        self.name = slice_name  # "whole" or "3-of-8"
+        self.name = slice_name  # "whole", "3-of-8" or, where others do these, "hosts-of-8"
         os.makedirs(os.path.join(self.folder, "journal"), exist_ok=True)
         self._locks = []
-        self._turn = 1  # above all that `entries` has met
+        self._turn = 1  # above all that `lines` has met
         self._start = start_mark()
-        self._journal, self._lock = None, threading.Lock()
+        self._journal, self._begin, self._lock = None, 0, threading.Lock()
+        self._made = None  # names without their endings, once they are asked for
 
     # Locks ----------------------------------------------------------------------------------------
 
@@ -62,7 +74,7 @@ class State:
         """Makes sure of the settings, then keeps other runs out: all of them, or all but other
         slices of as many."""
         with self._open("lock-gate") as gate:
-            fcntl.flock(gate, fcntl.LOCK_EX)  # one at a time looks around and takes its own
+            lock(gate, fcntl.LOCK_EX)  # one at a time looks around and takes its own
             self._agree(manifest)
             if self.name == "whole":
                 self._take("lock", fcntl.LOCK_EX)
@@ -81,7 +93,7 @@ class State:
     def _take(self, name, kind):
         file = self._open(name)
         try:
-            fcntl.flock(file, kind | fcntl.LOCK_NB)
+            lock(file, kind | fcntl.LOCK_NB)
         except BlockingIOError:
             self._refuse(name)
         if kind == fcntl.LOCK_EX:
@@ -93,7 +105,7 @@ class State:
     def _held(self, name):
         with self._open(name) as file:
             try:
-                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                lock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
             except BlockingIOError:
                 return True
         return False
@@ -142,7 +154,7 @@ class State:
 
     def _write(self, name, text):
         """A small file, whole even when the power fails."""
-        made = os.path.join(self.folder, f"{TEMPORARY}{own_mark()}.{name}")
+        made = os.path.join(self.folder, f"{TEMPORARY}{self.name}.{name}")
         with open(made, "w", encoding="ascii") as file:
             file.write(text + "\n")
             file.flush()
@@ -178,6 +190,14 @@ class State:
         """Whether a power failure may have come between a line's results and the disk."""
         return line.get("start", self._start) != self._start
 
+    def made(self, name):
+        """Whether a journal tells of results of a recording, be it one with another ending."""
+        with self._lock:
+            if self._made is None:
+                self._made = {os.path.splitext(line["file"])[0] for path in self.journals()
+                              for _, line in self.lines(path) if line.get("status") == "analysed"}
+        return os.path.splitext(name)[0] in self._made
+
     def append(self, line):
         """Adds a line to this run's journal, in one write."""
         text = json.dumps({**line, "turn": self._turn, "start": self._start}).encode() + b"\n"
@@ -185,18 +205,21 @@ class State:
             if self._journal is None:
                 path = os.path.join(self.folder, "journal", self.name + ".jsonl")
                 self._journal = os.open(path, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o666)
-                if os.fstat(self._journal).st_size:
+                self._begin = os.fstat(self._journal).st_size
+                if self._begin:
                     os.write(self._journal, b"\n")  # ends a line that a crash has cut
             if os.write(self._journal, text) != len(text):
                 raise OSError("the journal could not be written")
+            if self._made is not None and line.get("status") == "analysed":
+                self._made.add(os.path.splitext(line["file"])[0])
 
-    def save(self, folders):
-        """Waits until the file systems of some folders have all that was written on disk; after
-        that, the lines so far are safe. The system goes on with other writes meanwhile."""
+    def save(self, systems):
+        """Waits until file systems, a folder of each, have all that was written on disk; after
+        that, this run's lines so far are safe. The system goes on with other writes meanwhile."""
         if self._journal is None:
             return
-        size = os.fstat(self._journal).st_size
-        for folder in folders:
+        size = os.fstat(self._journal).st_size  # before the folders, which lines after it add to
+        for folder in list(systems.values()):
             place = os.open(folder, os.O_RDONLY)
             try:
                 if ctypes.CDLL(None, use_errno=True).syncfs(place) != 0:
@@ -204,7 +227,7 @@ class State:
                                   folder)
             finally:
                 os.close(place)
-        self.append({"safe": size})
+        self.append({"safe": size, "from": self._begin})
 
 
 def _differences(theirs, mine):

@@ -68,7 +68,7 @@ class Table:
                     raise Wrong(f"{path} is no table of nalveo16-corpus: it has no column "
                                 f"{missing[0]}.")
                 for row in rows:
-                    if row["file"] != TOTAL:
+                    if row["file"] != TOTAL and row["status"] != "not done":
                         self._add(path, rows.line_num, row, values)
         except OSError as error:
             raise Wrong(f"could not read {path}: {error.strerror}.") from error
