@@ -155,7 +155,7 @@ def corpus(program):
         if parts is None or part > parts:
             raise Unfit(f"--slice {part}: the number of slices is not known; say --slice {part}/N.")
         here.name = f"{part}-of-{parts}"
-        names = [name for name in names if number(name) % parts == part - 1]
+        names = [name for name in names if hashed(name) % parts == part - 1]
     here.enter(manifest)
     if args.part:
         here.slices(parts)
@@ -163,7 +163,7 @@ def corpus(program):
         names, Reader(convert, args.channel, rate), args.jobs or len(os.sched_getaffinity(0)))
 
 
-def number(name):
+def hashed(name):
     """A number of a recording for its slice. It hangs on the name alone, so that a file that comes
     while slices begin is in one of them all the same."""
     return int.from_bytes(hashlib.blake2b(os.fsencode(name), digest_size=8).digest(), "big")

@@ -165,7 +165,8 @@ class Reader:
         fields = dict(re.findall(r"^(\w[\w ]*?) *: (.*)$", text, re.M))
         if status or not {"Sample Rate", "Channels", "Precision"} <= fields.keys():
             raise Wrong(f"sox cannot read it either: {said.rsplit(': ', 1)[-1]}")
-        return (int(fields["Sample Rate"]), int(fields["Channels"]),
+        # A few formats have rates such as 16666.7 Hz.
+        return (round(float(fields["Sample Rate"])), int(fields["Channels"]),
                 int(re.match(r"\d+", fields["Precision"])[0]), fields.get("Sample Encoding", ""))
 
     def _reason(self, path):

@@ -85,7 +85,7 @@ class Run:
             threading.Thread(target=self._keep_saving, args=(over,), daemon=True).start()
         except RuntimeError as error:
             if not threads:
-                self._broken, self._stopped = error, True
+                self._broken, self._stopped = error, True  # at a limit of the system or the user
         return threads
 
     def _keep_saving(self, over):
