@@ -1,5 +1,6 @@
 /// Circular autocorrelation of real frames, as the pitch tracker runs it. Needs numeric/aligned and
-/// numeric/dft. Throws std::bad_alloc when memory runs out.
+/// numeric/dft; the routine autocorrelation is declared in pitchanalysis.h. Throws std::bad_alloc
+/// when memory runs out.
 
 #pragma once
 

@@ -3,6 +3,7 @@
 ///
 /// The noise comes from a generator that is a value. Whoever analyses owns one: the same calls on a
 /// fresh one give the same noise, and two analyses at a time do not disturb each other.
+/// Needs numeric/elementary.
 
 #pragma once
 

@@ -2,7 +2,8 @@
 /// harmonics by least squares, with a penalty on what is not smooth. Cappé & Moulines,
 /// "Regularization techniques for discrete cepstrum estimation", IEEE SPL 3(4), 1996.
 ///
-/// Uses analysis/warping.h for the axis and numeric/cholesky.h for the solution.
+/// Uses analysis/warping for the axis, numeric/cholesky for the solution, numeric/matvect for the
+/// penalty, numeric/phasor and simd for the sums.
 
 #pragma once
 

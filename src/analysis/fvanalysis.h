@@ -1,6 +1,7 @@
 /// Maximum voiced frequency: up to where the spectrum of a voiced frame is harmonic. Above it, a
-/// vocoder synthesises noise. Needs analysis/spectrallines for peaks and line matches, numeric/dft,
-/// elementary, matvect, polynom and windowing.
+/// vocoder synthesises noise. Needs analysis/spectrallines for peaks and line matches,
+/// harmonicanalysis for the lowest f0, numeric (dft, elementary, matvect, phasor, polynom,
+/// windowing) and simd.
 ///
 /// Throws std::bad_alloc when memory runs out.
 

@@ -1,6 +1,6 @@
 /// Harmonic analysis: least-squares fits of harmonic models to windowed frames, and what follows
 /// from them: amplitudes, phases and frequencies of harmonics, a refined f0, a log spectrum.
-/// Needs the folder harmonic and numeric/windowing.
+/// Needs the folder harmonic, numeric/windowing, elementary and phasor.
 ///
 /// Three models, all with complex exponentials weighted by the analysis window:
 ///   HA    harmonics of f0. Stylianou, "Applying the harmonic plus noise model in concatenative

@@ -2,7 +2,7 @@
 /// comes close to the mel scale at 16 kHz).
 ///
 /// Oppenheim & Johnson, "Discrete representation of signals", Proc. IEEE 60(6), 681-691, 1972.
-/// Uses numeric/products.h for the product with the matrix of a warping.
+/// Uses numeric/products for the product with the matrix of a warping, elementary, phasor and simd.
 
 #pragma once
 

@@ -1,5 +1,6 @@
 /// The options of the C interface, checked and with everything that stands for something else
-/// resolved.
+/// resolved. Uses nalveo.h, analysis (defaults, harmonicanalysis, warping), numeric/windowing and
+/// synthesis.
 
 #pragma once
 

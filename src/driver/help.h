@@ -1,4 +1,5 @@
-/// What the program says about itself and how it is called. Uses settings for the defaults.
+/// What the program says about itself and how it is called. Uses settings for the defaults,
+/// indexlist and the version of nalveo.h.
 
 #pragma once
 

@@ -1,5 +1,6 @@
 /// What values may be: those of options, and those of a log f0 that is read from a file. A value
-/// that may not be gets a line that says which it is and what is allowed.
+/// that may not be gets a line that says which it is and what is allowed. Uses
+/// analysis/pitchanalysis for the value of unvoiced frames.
 
 #pragma once
 

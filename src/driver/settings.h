@@ -1,4 +1,4 @@
-/// The options: their values, defaults and ranges. Uses paramread.
+/// The options: their values, defaults and ranges. Uses paramread, ranges and analysis/defaults.
 
 #pragma once
 

@@ -3,7 +3,7 @@
 ///
 /// Frame i of a grid is centred on sample offset + i shift. A frame of odd length L = 2h + 1
 /// centred on sample c covers samples c - h .. c + h; whatever lies outside the signal counts as 0.
-/// Needs numeric/aligned, numeric/phasor and simd.
+/// Needs numeric/aligned, elementary and phasor, and simd.
 
 #pragma once
 

@@ -1,5 +1,5 @@
 /// Kernels, each compiled for several register widths, of which the widest that suits this
-/// processor runs.
+/// processor runs. Uses vectors.
 
 #pragma once
 

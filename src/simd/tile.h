@@ -1,4 +1,5 @@
-/// Tiles of a matrix that stay in registers while many products are added to them.
+/// Tiles of a matrix that stay in registers while many products are added to them. Uses
+/// vectors.
 
 #pragma once
 

@@ -1,5 +1,5 @@
 /// The two parts of synthesised speech, which share the tracks, the fade between frames and the
-/// border between harmonics and noise.
+/// border between harmonics and noise. Uses nothing.
 
 #pragma once
 

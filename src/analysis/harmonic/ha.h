@@ -6,7 +6,7 @@
 /// harmonic plus noise model in concatenative speech synthesis", IEEE TSAP 9(1), 2001. The normal
 /// matrix is Toeplitz.
 ///
-/// Uses numeric/toeplitz.h (toeplitzsolve) for the solution.
+/// Uses numeric/toeplitz (toeplitzsolve) for the solution, numeric/phasor and simd for the sums.
 
 #pragma once
 

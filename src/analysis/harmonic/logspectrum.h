@@ -1,6 +1,6 @@
 /// Log levels of harmonics and the log spectrum between them.
 ///
-/// Uses numeric/elementary.h for the logarithms.
+/// Uses numeric/elementary for the logarithms, numeric/phasor and simd for the kernels.
 
 #pragma once
 

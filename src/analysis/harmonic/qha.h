@@ -6,7 +6,8 @@
 /// a(k) and b(k). Pantazis, Rosec & Stylianou, "On the properties of a time-varying quasi-harmonic
 /// model of speech", Interspeech 2008.
 ///
-/// Uses numeric/cholesky.h for the solution of the normal equations.
+/// Uses numeric/cholesky for the solution of the normal equations, numeric/phasor and simd for the
+/// sums in them.
 
 #pragma once
 

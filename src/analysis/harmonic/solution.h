@@ -1,4 +1,4 @@
-/// How the fits of the harmonic models leave what they have found.
+/// How the fits of the harmonic models leave what they have found. Uses numeric/phasor.
 
 #pragma once
 

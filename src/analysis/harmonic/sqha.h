@@ -6,7 +6,8 @@
 /// negative of a(k), omega(k). Pantazis, Rosec & Stylianou, "Iterative estimation of sinusoidal
 /// signal parameters", IEEE SPL 17(5), 461-464, 2010.
 ///
-/// Uses numeric/products.h and numeric/cholesky.h for the normal equations.
+/// Uses numeric/products and numeric/cholesky for the normal equations, numeric/phasor and simd for
+/// what is in them.
 
 #pragma once
 
