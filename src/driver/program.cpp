@@ -21,7 +21,8 @@ int runprogram(int argc, char **argv, int (*program)(int, char **)) {
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     const int status = program(argc, argv);
     if (silent || (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)) return status;
-    std::fputs("Error: could not write all messages to standard output.\n", stderr);
+    static_cast<void>(
+        std::fputs("Error: could not write all messages to standard output.\n", stderr));
     return -1;
 }
 
