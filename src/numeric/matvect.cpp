@@ -29,7 +29,7 @@ int invertnumber(const double *a, double *inverse) {
 
 // Upper Cholesky factor U of A = U^T U, in place in the upper triangle of u, row by row:
 //   U(i, j) = (A(i, j) - sum over k < i of U(k, j) U(k, i)) / U(i, i),  j > i.
-// Returns the determinant of A, or 0 for a pivot that is not above 0.
+// Returns the determinant of A, or 0 where a pivot is 0 or below.
 double choleskyfactor(std::size_t n, const double *a, double *u) {
     double determinant = 1.0;
     for (std::size_t i = 0; i < n; ++i) {
